@@ -1,0 +1,59 @@
+#include "Zel/Lock.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+#include "Zel/Exception.h"
+
+namespace Zel {
+
+bool enableSmartPtrLockCheck = false;
+
+pid_t currentTid() {
+    static thread_local pid_t tid = static_cast<pid_t>(syscall(SYS_gettid));
+    return tid;
+}
+
+Lock::Lock() {
+    pthread_mutexattr_t a;
+    pthread_mutexattr_init(&a);
+    pthread_mutexattr_settype(&a, PTHREAD_MUTEX_ERRORCHECK);
+    pthread_mutex_init(&mutex_, &a);
+    pthread_mutexattr_destroy(&a);
+}
+
+Lock::~Lock() { pthread_mutex_destroy(&mutex_); }
+
+bool Lock::lock() {
+    int rc = pthread_mutex_lock(&mutex_);
+    if (rc == 0) return true;
+    if (rc == EDEADLK) return false;
+    throw ErrnoException(rc, "Failed to grab lock");
+}
+
+void Lock::unlock() {
+    int rc = pthread_mutex_unlock(&mutex_);
+    if (rc != 0) throw ErrnoException(rc, "Failed to release the lock");
+}
+
+bool Lock::heldByMe() const { return owner() == currentTid(); }
+
+Lock* ActivityLockAnchor::lock() {
+    static Lock* l = new Lock;   // lives for the process, also through static destructors
+    return l;
+}
+
+void smartPtrLockCheckFailed(void const* object) {
+    if (VFPtrInterface::enableThreadSafePointers) return;
+    if (ActivityLockAnchor::lock()->heldByMe()) return;
+    std::fprintf(stderr, "Zel: reference count of object %p changed without the activity lock\n", object);
+#ifndef NDEBUG
+    std::abort();
+#endif
+}
+
+} // namespace Zel

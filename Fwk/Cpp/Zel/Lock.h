@@ -1,0 +1,50 @@
+// Lock: an error-checking mutex (re-locking from the owner fails with
+// EDEADLK instead of deadlocking) whose owner's kernel thread id is
+// readable, followed by a one-byte releasable flag. The process's activity
+// lock is one of these.
+#pragma once
+
+#include <pthread.h>
+#include <sys/types.h>
+
+#include "Zel/Visibility.h"
+
+namespace Zel {
+
+class ZEL_API Lock {
+public:
+    Lock();
+    ~Lock();
+    Lock(Lock const&) = delete;
+    Lock& operator=(Lock const&) = delete;
+
+    // True when locked now; false when this thread already held it.
+    // Other errors throw ErrnoException "Failed to grab lock".
+    bool lock();
+    // Errors throw ErrnoException "Failed to release the lock".
+    void unlock();
+    // Kernel thread id of the owner, 0 when unowned.
+    pid_t owner() const { return mutex_.__data.__owner; }
+    bool heldByMe() const;
+
+    // Whether code running under the lock may release it for a callback.
+    bool releasable() const { return releasable_; }
+    void releasableIs(bool r) { releasable_ = r; }
+
+    pthread_mutex_t* mutex() { return &mutex_; }
+
+private:
+    pthread_mutex_t mutex_;
+    bool releasable_ = false;
+};
+
+// The process-wide activity lock.
+class ZEL_API ActivityLockAnchor {
+public:
+    static Lock* lock();
+};
+
+// The calling thread's kernel thread id.
+ZEL_API pid_t currentTid();
+
+} // namespace Zel
