@@ -1,0 +1,109 @@
+// Same-process mode: when the agent is this process, commands run in its
+// own interpreter through one PyServer._LocalServer per client.
+#include <cstdio>
+#include <cstring>
+
+#include "../GilState.h"
+#include "ClientTrace.h"
+#include "Zel/Exception.h"
+#include "ZelPy/PyObjHandle.h"
+
+namespace Zel {
+
+namespace {
+
+// str() of an object, or a placeholder when even that fails.
+String8 textOf(PyObject* o) {
+    if (!o) return String8("None");
+    PyObject* s = PyObject_Str(o);
+    if (!s) {
+        PyErr_Clear();
+        return String8("<unprintable>");
+    }
+    Ptr<PyObjHandle> held = pyObjHandleFactory(s, true);
+    char const* c = PyString_AsString(s);
+    if (!c) {
+        PyErr_Clear();
+        return String8("<unprintable>");
+    }
+    return String8(c);
+}
+
+// The pending error's type and value texts; the error is taken (cleared).
+struct PyErrTexts {
+    String8 type;
+    String8 value;
+};
+PyErrTexts takePyErr() {
+    PyObject* type = nullptr;
+    PyObject* value = nullptr;
+    PyObject* tb = nullptr;
+    PyErr_Fetch(&type, &value, &tb);
+    PyErr_NormalizeException(&type, &value, &tb);
+    Ptr<PyObjHandle> t = pyObjHandleFactory(type, true);
+    Ptr<PyObjHandle> v = pyObjHandleFactory(value, true);
+    Ptr<PyObjHandle> b = pyObjHandleFactory(tb, true);
+    PyErrTexts texts{textOf(type), textOf(value)};
+    PyErr_Clear();
+    return texts;
+}
+
+[[noreturn]] void failLocal(char const* function, String8 const& message) {
+    PyErrTexts e = takePyErr();
+    PYCLIENT_TRACE(0, function, message << ": " << e.type << ", " << e.value);
+    throw RpcException(message, Exception::IdBitArray(0x100000));
+}
+
+} // namespace
+
+void PyClient::constructLocalServer() {
+    PYCLIENT_TRACE(1, "constructLocalServer", "Instantiating a PyServer._LocalServer");
+    static char const kInstantiateFailed[] = "Error occurred instantiating _LocalServer";
+    Ptr<PyObjHandle> module = pyObjHandleFactory(PyImport_ImportModule("PyServer"), true);
+    if (!module->pyObject()) failLocal("constructLocalServer", kInstantiateFailed);
+    PyObject* cls = PyDict_GetItemString(PyModule_GetDict(module->pyObject()), "_LocalServer");
+    if (!cls) {
+        PyErr_SetString(PyExc_AttributeError, "module PyServer has no _LocalServer");
+        failLocal("constructLocalServer", kInstantiateFailed);
+    }
+    if (!PyType_Check(cls)) {
+        PYCLIENT_TRACE(0, "constructLocalServer", "PyServer._LocalServer is not a type");
+        throw RpcException("PyServer._LocalServer is not a type", Exception::IdBitArray(0x100000));
+    }
+    Ptr<PyObjHandle> args = pyObjHandleFactory(Py_BuildValue("()"), true);
+    Ptr<PyObjHandle> instance =
+        pyObjHandleFactory(PyEval_CallObjectWithKeywords(cls, args->pyObject(), nullptr), true);
+    if (PyErr_Occurred() || !instance->pyObject()) failLocal("constructLocalServer", kInstantiateFailed);
+    localServer_ = instance;
+}
+
+int PyClient::localCmd(char const* cmd, char const* kind, char* result, int resultSize) {
+    PYCLIENT_TRACE(1, "localCmd", "Executing command locally (in same address space)");
+    GilState gil;
+    if (!localServer_) constructLocalServer();
+    char const* name = std::strcmp(kind, "?1") == 0 ? "doEval" : "doExec";
+
+    Ptr<PyObjHandle> method =
+        pyObjHandleFactory(PyObject_GetAttrString(localServer_->pyObject(), name), true);
+    if (PyErr_Occurred() || !method->pyObject()) {
+        failLocal("localCmd", String8(name) + " attribute not found on _LocalServer instance");
+    }
+    Ptr<PyObjHandle> args = pyObjHandleFactory(Py_BuildValue("(s)", cmd), true);
+    if (!args->pyObject()) failLocal("localCmd", String8("Error calling ") + name + " on _LocalServer instance");
+    Ptr<PyObjHandle> ret =
+        pyObjHandleFactory(PyEval_CallObjectWithKeywords(method->pyObject(), args->pyObject(), nullptr), true);
+    if (PyErr_Occurred() || !ret->pyObject()) {
+        failLocal("localCmd", String8("Error calling ") + name + " on _LocalServer instance");
+    }
+    // A method that returns something other than a string yields its str().
+    char const* text = PyString_Check(ret->pyObject()) ? PyString_AsString(ret->pyObject()) : nullptr;
+    String8 converted;
+    if (!text) {
+        converted = textOf(ret->pyObject());
+        text = converted.c_str();
+    }
+    int n = std::snprintf(result, resultSize > 0 ? static_cast<size_t>(resultSize) : 0, "%s", text);
+    return n;
+}
+
+} // namespace Zel

@@ -1,0 +1,119 @@
+// Zel::PyClient: sends a line of Python (an expression to evaluate or
+// statements to execute) to the PyServer of an agent process and reads back
+// the textual result. The agent is found by name through the agents
+// directory, or given by UNIX-domain socket path or loopback TCP port. When
+// the agent is the calling process itself, commands run in this process
+// through PyServer._LocalServer.
+//
+// One thread at a time per client: a request and its response are not
+// interleaved with another's.
+#pragma once
+
+#include <sys/socket.h>
+
+#include <cstdint>
+
+#include "Zel/PtrInterface.h"
+#include "Zel/String8.h"
+#include "Zel/Visibility.h"
+
+// Socket calls that retry on EINTR and report any other failure as
+// Zel::ErrnoException (ids 0x20000000, the system's text as message).
+// One send call, no continuation of a short send.
+ZEL_API void socketSend(int fd, void const* buf, int len, int flags);
+ZEL_API void socketConnect(int fd, sockaddr* addr, unsigned int addrLen);
+// TCP: the address length is that of an IPv4 sockaddr_in (16).
+ZEL_API void socketConnect(int fd, sockaddr* addr);
+// Receives up to `len` bytes; with `all`, until `len` arrived or the peer
+// closed. Returns the count (0: the peer closed before sending anything).
+ZEL_API int socketRecv(int fd, char* buf, int len, bool all);
+
+namespace Zel {
+
+class TraceHandle;
+class PyObjHandle;
+
+// Where an agent's PyServer listens.
+struct ZEL_API PyServerContacts {
+    int32_t port = 0;       // TCP port on 127.0.0.1; 0 if none
+    String8 socketName;     // UNIX-domain socket path; empty if none
+};
+
+class ZEL_API PyClient : public PtrInterface {
+public:
+    // Agent file <agents dir>/<prefix>.<agentName>. A null subsystemId
+    // means $SUBSYSTEMID (or none).
+    PyClient(String8 prefix, String8 agentName, char mode, char* subsystemId, char const* initCommand);
+    // TCP server on 127.0.0.1:port.
+    PyClient(int port, char mode, char const* initCommand);
+    // UNIX-domain server at socketName.
+    PyClient(String8 socketName, char mode, char const* initCommand);
+    ~PyClient() override;
+
+    PyClient(PyClient const&) = delete;
+    PyClient& operator=(PyClient const&) = delete;
+
+    // Connects, retrying along the retry profile; throws
+    // RpcConnectionException "Unable to connect to <name>" when it runs out.
+    void connect();
+    // One attempt at `contacts`, greeting included; returns the descriptor.
+    int connect(PyServerContacts* contacts);
+
+    // Evaluate an expression / execute statements; the result text lands in
+    // `result`, terminated. Returns the payload length.
+    int eval(char const* cmd, char* result, int resultSize);
+    int execute(char const* cmd, char* result, int resultSize);
+
+    int doCmd(char const* cmd, char const* kind, char* result, int resultSize);
+    int remoteCmd(char const* cmd, char const* kind, char* result, int resultSize);
+    // Reads one response frame into buf.
+    int result(char* buf, int bufSize);
+    int localCmd(char const* cmd, char const* kind, char* result, int resultSize);
+    void constructLocalServer();
+
+    // Reads the agent file: fills `contacts`, or sets the same-process flag,
+    // or finds nothing (removing a dead agent's file).
+    void serverContacts(String8 agentFile, PyServerContacts* contacts);
+
+    // Delays in milliseconds between connection attempts, ended by 0. Not
+    // copied; applies to every client of the process.
+    void retryProfileIs(unsigned const* profile);
+    static unsigned const* retryProfile() { return retryProfile_; }
+    static unsigned const kDefaultRetryProfile[];
+
+    // The agents directory: $ZELC_AGENTS_DIR or "/var/run/agents".
+    static String8 agentsDir();
+    // The "PyClient" trace handle.
+    static TraceHandle* traceHandle();
+
+    String8 const& prefix() const { return prefix_; }
+    String8 const& agentName() const { return agentName_; }
+    String8 const& serverName() const { return serverName_; }
+    int32_t port() const { return port_; }
+    String8 const& socketName() const { return socketName_; }
+    int socket() const { return socket_; }
+    bool connected() const { return connected_; }
+    bool sameProcess() const { return sameProcess_; }
+    char mode() const { return mode_; }
+    PyObjHandle* localServer() const { return localServer_.ptr(); }
+
+private:
+    void closeSocket();
+
+    String8 prefix_;
+    String8 agentName_;
+    char const* subsystemId_;
+    String8 serverName_;
+    Ptr<PyObjHandle> localServer_;
+    int32_t port_ = 0;
+    String8 socketName_;
+    String8 initCommand_;
+    int socket_ = -1;
+    bool connected_ = false;
+    bool sameProcess_ = false;
+    char mode_;
+
+    static unsigned const* retryProfile_;
+};
+
+} // namespace Zel
