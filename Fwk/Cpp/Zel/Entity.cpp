@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "Zel/Attr.h"
+#include "Zel/Dir.h"
 #include "Zel/TypeOps.h"
 
 namespace Zel {
@@ -104,12 +105,14 @@ constexpr uint32_t kReadOnly = ZelAttr::readable_ | ZelAttr::isImmutable_;
 
 constinit ZelType const Entity::_zelType("Zel::Entity", sizeof(Entity), &PtrInterface::_zelType,
                                          ZelType::isEntity_ | ZelType::hasOwnPtrInterface_,
-                                         Entity::_zelAttrs, 4, kCtor, &kOps);
+                                         Entity::_zelAttrs, 5, kCtor, &kOps);
 constinit ZelAttr const Entity::_zelAttrs[] = {
     {"name", 130, &Entity::_zelType, &Name::_zelType, kReadOnly | ZelAttr::stored_, &kName},
     {"parent", 138, &Entity::_zelType, &Entity::_zelType, kReadOnly | ZelAttr::isPtr_, &kParent},
     {"parentAttrName", 139, &Entity::_zelType, &Builtin<String8>::_zelType, kReadOnly, &kParentAttrName},
     {"fullName", 141, &Entity::_zelType, &Name::_zelType, kReadOnly, &kFullName},
+    {"entity", 143, &Entity::_zelType, &Entity::_zelType, ZelAttr::readable_ | ZelAttr::isCollection_,
+     &kEntityChildrenAttr, &Builtin<String8>::_zelType},
 };
 
 namespace {
