@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cstdio>
+#include <cstring>
 
 #include "Zel/Format.h"
 
@@ -71,14 +72,24 @@ String8 valueToStrep(float v) { return floating(v); }
 String8 valueToStrep(double v) { return floating(v); }
 String8 valueToStrep(bool v) { return String8(v ? "True" : "False"); }
 
+// Names are quoted like strings so that any name reads back unchanged.
 String8 rawPtrToStrep(ZelType const* t) {
     if (!t) return String8("None");
-    return String8("type('") + t->name() + "')";
+    String8 out("type(");
+    appendQuoted(out, t->name(), std::strlen(t->name()));
+    out += ')';
+    return out;
 }
 
 String8 rawPtrToStrep(ZelAttr const* a) {
     if (!a) return String8("None");
-    return rawPtrToStrep(a->scope()) + ".attr('" + a->name() + "')";
+    String8 out = rawPtrToStrep(a->scope());
+    out += ".attr(";
+    appendQuoted(out, a->name(), std::strlen(a->name()));
+    out += ')';
+    return out;
 }
+
+String8 rawPtrToStrep(AttributeId id) { return integer(id); }
 
 } // namespace Zel

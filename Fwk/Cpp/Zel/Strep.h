@@ -10,6 +10,8 @@
 // form, bool as True/False, strings and chars as single-quoted literals
 // with Python escapes. Raw pointers to descriptors: type('Name'),
 // type('Name').attr('attr'), None for null; an AttributeId as a decimal.
+// Text produced by valueToStrep/rawPtrToStrep parses back to an equal value
+// (NaN to a NaN).
 #pragma once
 
 #include "Zel/Exception.h"
@@ -35,17 +37,44 @@ ZEL_API String8 valueToStrep(bool v);
 
 ZEL_API String8 rawPtrToStrep(ZelType const* t);
 ZEL_API String8 rawPtrToStrep(ZelAttr const* a);
+// An attribute number is written as its decimal value.
+ZEL_API String8 rawPtrToStrep(AttributeId id);
 
 using StrepIt = String8::IteratorConst;
 
-// Throws ParseException naming what was expected and what was found.
+// Consumes `literal` exactly; otherwise throws ParseException naming the
+// expected literal and the text found at `it` (or "end of text").
 ZEL_API void needString(StrepIt& it, StrepIt const& end, char const* literal);
 
-// Parses one value of T at `it`, advancing past it; a malformed or
-// out-of-range text throws RangeException (ParseException for syntax).
+// Parses one value of T at `it`, advancing past it (and nothing more: no
+// blanks are skipped). Syntax errors throw ParseException; a well-formed
+// number outside T's range, an unknown type name (NoTypeNodeException) or
+// an unknown attribute name throw RangeException kinds.
 template <class T> T sequenceToValue(StrepIt& it, StrepIt const& end);
 
-// Rethrows `e` with the field's name added to its message.
+#define ZEL_STREP_PARSER(T) \
+    template <> ZEL_API T sequenceToValue<T>(StrepIt & it, StrepIt const& end);
+ZEL_STREP_PARSER(String8)
+ZEL_STREP_PARSER(char)
+ZEL_STREP_PARSER(signed char)
+ZEL_STREP_PARSER(unsigned char)
+ZEL_STREP_PARSER(short)
+ZEL_STREP_PARSER(unsigned short)
+ZEL_STREP_PARSER(int)   // also AttributeId
+ZEL_STREP_PARSER(unsigned int)
+ZEL_STREP_PARSER(long)
+ZEL_STREP_PARSER(unsigned long long)
+ZEL_STREP_PARSER(long long)
+ZEL_STREP_PARSER(float)
+ZEL_STREP_PARSER(double)
+ZEL_STREP_PARSER(bool)
+ZEL_STREP_PARSER(ZelType const*)
+ZEL_STREP_PARSER(ZelAttr const*)
+#undef ZEL_STREP_PARSER
+
+// Rethrows `e` as the same kind (RangeException, ParseException or
+// NoTypeNodeException; other kinds as RangeException) with the same ids and
+// backtrace and the message "attrName: <old message>".
 [[noreturn]] ZEL_API void rethrowFromDeserializeAttr(RangeException const& e, char const* attrName);
 
 // Parses one T of a named field, adding the field name to a range error.

@@ -1,0 +1,218 @@
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "Zel/HashMapGeneric.h"
+#include "Zel/String8.h"
+
+namespace {
+
+using Zel::HashMapGeneric;
+
+// The key is its own hash, so a test chooses the bucket bits directly.
+struct IdentityHash {
+    uint32_t operator()(uint32_t k) const { return k; }
+};
+using IdMap = HashMapGeneric<uint32_t, int, IdentityHash>;
+
+std::vector<uint32_t> keysInIterationOrder(IdMap const& m) {
+    std::vector<uint32_t> out;
+    for (auto it = m.begin(); it != m.end(); ++it) out.push_back(it->key());
+    return out;
+}
+
+TEST(HashMapBuckets, IndexComesFromTheTopBits) {
+    EXPECT_EQ(IdMap::bucketIndex(0xF0000000u, 4), 15u);
+    EXPECT_EQ(IdMap::bucketIndex(0x0FFFFFFFu, 4), 0u);
+    EXPECT_EQ(IdMap::bucketIndex(0x80000000u, 1), 1u);
+    EXPECT_EQ(IdMap::bucketIndex(0xFFFFFFFFu, 0), 0u);   // one bucket: shift would be 32
+    EXPECT_EQ(IdMap::bucketIndex(0xFFFFFFFFu, 30), 0x3FFFFFFFu);
+
+    IdMap m(4);
+    EXPECT_EQ(m.bucketCount(), 16u);
+    EXPECT_EQ(m.bucketOf(0x10000000u), 1u);
+    EXPECT_EQ(m.bucketOf(0x0000FFFFu), 0u);   // low bits never choose the bucket
+}
+
+TEST(HashMapBuckets, UnorderedIterationFollowsBucketOrder) {
+    IdMap m(4);
+    m.insert(0xF0000001u, 1);
+    m.insert(0x00000007u, 2);
+    m.insert(0x30000000u, 3);
+    EXPECT_EQ(keysInIterationOrder(m), (std::vector<uint32_t>{0x00000007u, 0x30000000u, 0xF0000001u}));
+}
+
+TEST(HashMapBuckets, ReversedStringHashUsesTheVaryingBits) {
+    Zel::String8HashReversed h;
+    Zel::String8 s("filter");
+    EXPECT_EQ(h(s), Zel::reverseBits(s.hash()));
+    EXPECT_EQ(Zel::reverseBits(1u), 0x80000000u);
+    EXPECT_EQ(Zel::PointerHashU32()(nullptr), 0u);
+}
+
+TEST(HashMapGrowth, DoublesWhenLoadExceedsOneAndKeepsEveryEntry) {
+    IdMap m(1);
+    EXPECT_EQ(m.bucketCount(), 2u);
+    m.insert(1, 1);
+    m.insert(2, 2);
+    EXPECT_EQ(m.bucketCount(), 2u);   // load 1: no growth yet
+    m.insert(3, 3);
+    EXPECT_EQ(m.bucketCount(), 4u);
+    for (uint32_t k = 4; k <= 1000; ++k) m.insert(k * 0x9E3779B9u, int(k));
+    EXPECT_EQ(m.size(), 1000u);
+    EXPECT_GE(m.bucketCount(), 1000u);
+    EXPECT_LT(m.bucketCount(), 2048u);
+    for (uint32_t k = 4; k <= 1000; ++k) {
+        auto* e = m.find(k * 0x9E3779B9u);
+        ASSERT_NE(e, nullptr) << k;
+        EXPECT_EQ(e->value(), int(k));
+        EXPECT_EQ(m.bucketOf(e->key()), IdMap::bucketIndex(e->hash(), m.log2BucketCount()));
+    }
+}
+
+TEST(HashMapGrowth, OneBucketMapWorks) {
+    IdMap m(0);
+    m.insert(0xFFFFFFFFu, 1);
+    EXPECT_EQ(m.find(0xFFFFFFFFu)->value(), 1);
+    EXPECT_EQ(m.bucketCount(), 1u);
+    m.insert(5, 2);
+    EXPECT_EQ(m.bucketCount(), 2u);
+    EXPECT_EQ(m.find(5)->value(), 2);
+}
+
+TEST(HashMapOps, InsertOverwritesAndEraseReportsAbsence) {
+    IdMap m;
+    m.insert(7, 1);
+    auto* e = m.insert(7, 2);
+    EXPECT_EQ(m.size(), 1u);
+    EXPECT_EQ(e->value(), 2);
+    EXPECT_EQ(m.find(8), nullptr);
+    EXPECT_FALSE(m.erase(8));
+    EXPECT_TRUE(m.erase(7));
+    EXPECT_EQ(m.find(7), nullptr);
+    EXPECT_TRUE(m.empty());
+    EXPECT_TRUE(m.begin() == m.end());
+}
+
+// Equal hashes share a chain; equality, not the hash, tells keys apart.
+struct ConstantHash {
+    uint32_t operator()(Zel::String8 const&) const { return 0x12345678u; }
+};
+
+TEST(HashMapOps, CollidingKeysStayDistinct) {
+    HashMapGeneric<Zel::String8, int, ConstantHash> m;
+    m.insert("a", 1);
+    m.insert("b", 2);
+    m.insert("c", 3);
+    EXPECT_TRUE(m.erase("b"));
+    EXPECT_EQ(m.find("a")->value(), 1);
+    EXPECT_EQ(m.find("b"), nullptr);
+    EXPECT_EQ(m.find("c")->value(), 3);
+}
+
+TEST(HashMapOps, VersionGrowsOnEveryChangeOnly) {
+    IdMap m;
+    uint32_t v = m.version();
+    m.insert(1, 1);
+    EXPECT_EQ(m.version(), ++v);
+    m.insert(1, 1);   // an overwrite is a change even with the same value
+    EXPECT_EQ(m.version(), ++v);
+    m.find(1);
+    m.erase(2);
+    EXPECT_EQ(m.version(), v);
+    m.erase(1);
+    EXPECT_EQ(m.version(), ++v);
+    m.clear();        // nothing to clear
+    EXPECT_EQ(m.version(), v);
+    m.insert(3, 3);
+    m.clear();
+    EXPECT_EQ(m.version(), v + 2);
+    EXPECT_EQ(m.size(), 0u);
+}
+
+TEST(HashMapIteration, EraseThroughIteratorVisitsEveryOtherEntryOnce) {
+    IdMap m(2);
+    for (uint32_t k = 0; k < 64; ++k) m.insert(k * 0x04000001u, int(k));
+    std::multiset<uint32_t> seen;
+    for (auto it = m.begin(); it != m.end();) {
+        seen.insert(it->key());
+        if (it->value() % 2) it = m.erase(it);
+        else ++it;
+    }
+    EXPECT_EQ(seen.size(), 64u);
+    for (uint32_t k : seen) EXPECT_EQ(seen.count(k), 1u);
+    EXPECT_EQ(m.size(), 32u);
+    for (auto it = m.begin(); it != m.end(); ++it) EXPECT_EQ(it->value() % 2, 0);
+}
+
+TEST(HashMapIteration, ErasingTheLastEntryOfAChainMovesToTheNextBucket) {
+    IdMap m(4);
+    m.insert(0x00000001u, 1);
+    m.insert(0x00000002u, 2);   // same bucket 0
+    m.insert(0xF0000000u, 3);
+    auto it = m.begin();
+    ++it;
+    it = m.erase(it);
+    ASSERT_FALSE(it == m.end());
+    EXPECT_EQ(it->key(), 0xF0000000u);
+    it = m.erase(it);
+    EXPECT_TRUE(it == m.end());
+    EXPECT_EQ(m.size(), 1u);
+}
+
+TEST(HashMapIteration, OrderedFollowsLessAndSurvivesErase) {
+    HashMapGeneric<Zel::String8, int, Zel::String8HashReversed> m;
+    for (char const* k : {"delta", "alpha", "echo", "charlie", "bravo"}) m.insert(k, 1);
+    std::vector<std::string> keys;
+    for (auto const& e : m.ordered()) {
+        keys.push_back(e->key().str());
+        m.erase(e->key());
+    }
+    EXPECT_EQ(keys, (std::vector<std::string>{"alpha", "bravo", "charlie", "delta", "echo"}));
+    EXPECT_TRUE(m.empty());
+
+    // Descending by a user ordering.
+    HashMapGeneric<uint32_t, int, IdentityHash, std::equal_to<uint32_t>, std::greater<uint32_t>> d;
+    for (uint32_t k : {5u, 1u, 9u}) d.insert(k, 0);
+    std::vector<uint32_t> got;
+    for (auto const& e : d.ordered()) got.push_back(e->key());
+    EXPECT_EQ(got, (std::vector<uint32_t>{9u, 5u, 1u}));
+}
+
+TEST(HashMapIteration, IteratorAtStartsAtTheKey) {
+    IdMap m(4);
+    m.insert(0x10000000u, 1);
+    m.insert(0x20000000u, 2);
+    auto it = m.iteratorAt(0x10000000u);
+    ASSERT_FALSE(it == m.end());
+    ++it;
+    EXPECT_EQ(it->key(), 0x20000000u);
+    EXPECT_TRUE(m.iteratorAt(3) == m.end());
+}
+
+// A named entry type: the allocation tracker counts it under its own name.
+struct TrackedEntry : Zel::HashMapEntry<uint32_t, int> {
+    using HashMapEntry::HashMapEntry;
+};
+
+TEST(HashMapEntries, AreTrackedCountedObjects) {
+    char const* name = "(anonymous namespace)::TrackedEntry";
+    uint64_t before = Zel::allocTrackLiveCount(name);
+    Zel::Ptr<TrackedEntry> kept;
+    {
+        HashMapGeneric<uint32_t, int, IdentityHash, std::equal_to<uint32_t>, std::less<uint32_t>, TrackedEntry> m;
+        for (uint32_t k = 0; k < 10; ++k) m.insert(k << 28, 0);
+        EXPECT_EQ(Zel::allocTrackLiveCount(name), before + 10);
+        kept = m.find(0);
+        EXPECT_EQ(kept->references(), 2u);
+        m.erase(1u << 28);
+        EXPECT_EQ(Zel::allocTrackLiveCount(name), before + 9);
+    }
+    // The map is gone; the entry held outside it lives on alone.
+    EXPECT_EQ(Zel::allocTrackLiveCount(name), before + 1);
+    EXPECT_EQ(kept->references(), 1u);
+    kept.reset();
+    EXPECT_EQ(Zel::allocTrackLiveCount(name), before);
+}
+
+} // namespace

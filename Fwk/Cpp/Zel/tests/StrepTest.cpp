@@ -1,0 +1,206 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "Zel/Builtin.h"
+#include "Zel/Strep.h"
+#include "Zel/Values.h"
+
+namespace {
+
+using Zel::String8;
+
+// Parses the whole of `text` as a T; anything left over is a failure.
+template <class T>
+T parseAll(String8 const& text) {
+    Zel::StrepIt it = text.begin();
+    T v = Zel::sequenceToValue<T>(it, text.end());
+    EXPECT_EQ(it, text.end()) << "unparsed rest of " << text;
+    return v;
+}
+
+template <class T>
+void expectRoundTrip(T v) {
+    EXPECT_EQ(parseAll<T>(Zel::valueToStrep(v)), v) << Zel::valueToStrep(v);
+}
+
+template <class T>
+void expectLimitsRoundTrip() {
+    expectRoundTrip<T>(std::numeric_limits<T>::min());
+    expectRoundTrip<T>(std::numeric_limits<T>::max());
+    expectRoundTrip<T>(T(0));
+}
+
+TEST(StrepIntegers, LimitsRoundTrip) {
+    expectLimitsRoundTrip<signed char>();
+    expectLimitsRoundTrip<unsigned char>();
+    expectLimitsRoundTrip<short>();
+    expectLimitsRoundTrip<unsigned short>();
+    expectLimitsRoundTrip<int>();
+    expectLimitsRoundTrip<unsigned int>();
+    expectLimitsRoundTrip<long>();
+    expectLimitsRoundTrip<unsigned long long>();
+    expectLimitsRoundTrip<long long>();
+    EXPECT_EQ(parseAll<Zel::AttributeId>("-17"), -17);
+}
+
+TEST(StrepIntegers, OneBeyondTheLimitIsARangeError) {
+    EXPECT_THROW(parseAll<signed char>("128"), Zel::RangeException);
+    EXPECT_THROW(parseAll<signed char>("-129"), Zel::RangeException);
+    EXPECT_THROW(parseAll<unsigned char>("256"), Zel::RangeException);
+    EXPECT_THROW(parseAll<short>("32768"), Zel::RangeException);
+    EXPECT_THROW(parseAll<unsigned short>("65536"), Zel::RangeException);
+    EXPECT_THROW(parseAll<int>("2147483648"), Zel::RangeException);
+    EXPECT_THROW(parseAll<unsigned int>("4294967296"), Zel::RangeException);
+    EXPECT_THROW(parseAll<long long>("9223372036854775808"), Zel::RangeException);
+    EXPECT_THROW(parseAll<unsigned long long>("18446744073709551616"), Zel::RangeException);
+    EXPECT_THROW(parseAll<unsigned int>("-1"), Zel::RangeException);
+    EXPECT_EQ(parseAll<unsigned int>("-0"), 0u);
+}
+
+TEST(StrepIntegers, OverflowIsNotMistakenForSyntax) {
+    try {
+        parseAll<unsigned char>("300");
+        FAIL();
+    } catch (Zel::ParseException const&) {
+        FAIL() << "a well-formed number out of range is a range error, not a parse error";
+    } catch (Zel::RangeException const& e) {
+        EXPECT_NE(e.message().str().find("300"), std::string::npos) << e.message();
+    }
+    EXPECT_THROW(parseAll<int>("x1"), Zel::ParseException);
+    EXPECT_THROW(parseAll<int>(""), Zel::ParseException);
+    EXPECT_THROW(parseAll<unsigned int>("-"), Zel::ParseException);
+}
+
+TEST(StrepIntegers, StopsAtTheFirstNonDigit) {
+    String8 text("42, 'x'");
+    Zel::StrepIt it = text.begin();
+    EXPECT_EQ(Zel::sequenceToValue<int>(it, text.end()), 42);
+    Zel::needString(it, text.end(), ", ");
+    EXPECT_EQ(Zel::sequenceToValue<char>(it, text.end()), 'x');
+    EXPECT_EQ(it, text.end());
+}
+
+TEST(StrepFloating, ShortestFormsRoundTripExactly) {
+    for (double d : {0.1, -2.5e-300, 1e300, 123456789.125, std::numeric_limits<double>::denorm_min(),
+                     std::numeric_limits<double>::max(), -0.0}) {
+        expectRoundTrip(d);
+    }
+    for (float f : {0.1f, 3.4028235e38f, -1e-45f, 16777217.0f}) expectRoundTrip(f);
+    EXPECT_TRUE(std::signbit(parseAll<double>(Zel::valueToStrep(-0.0))));
+}
+
+TEST(StrepFloating, InfinityNanAndOverflow) {
+    EXPECT_EQ(parseAll<double>(Zel::valueToStrep(HUGE_VAL)), HUGE_VAL);
+    EXPECT_EQ(parseAll<float>(Zel::valueToStrep(-HUGE_VALF)), -HUGE_VALF);
+    EXPECT_TRUE(std::isnan(parseAll<double>(Zel::valueToStrep(std::nan("")))));
+    EXPECT_TRUE(std::isnan(parseAll<float>(Zel::valueToStrep(-std::nanf("")))));
+    EXPECT_THROW(parseAll<float>("1e39"), Zel::RangeException);
+    EXPECT_THROW(parseAll<double>("True"), Zel::ParseException);
+}
+
+TEST(StrepBool, OnlyTheTwoLiterals) {
+    expectRoundTrip(true);
+    expectRoundTrip(false);
+    EXPECT_THROW(parseAll<bool>("true"), Zel::ParseException);
+    EXPECT_THROW(parseAll<bool>("1"), Zel::ParseException);
+}
+
+TEST(StrepStrings, EveryByteRoundTrips) {
+    std::string all;
+    for (int c = 0; c < 256; ++c) all += static_cast<char>(c);
+    expectRoundTrip(String8(all));
+    expectRoundTrip(String8(""));
+    expectRoundTrip(String8("it's a \\ back\tslash\r\n"));
+    for (int c = 0; c < 256; ++c) expectRoundTrip(static_cast<char>(c));
+}
+
+TEST(StrepStrings, MalformedLiteralsAreParseErrors) {
+    for (char const* bad : {"abc", "'abc", "'a\\q'", "'\\x4'", "'\\xzz'", "'\\", ""}) {
+        EXPECT_THROW(parseAll<String8>(bad), Zel::ParseException) << bad;
+    }
+    EXPECT_THROW(parseAll<char>("''"), Zel::ParseException);
+    EXPECT_THROW(parseAll<char>("'ab'"), Zel::ParseException);
+    EXPECT_EQ(parseAll<String8>("'\\x41\\x42'"), "AB");   // upper and lower case hex are one
+    EXPECT_EQ(parseAll<String8>("'\\x4a'"), parseAll<String8>("'\\x4A'"));
+}
+
+TEST(StrepDescriptors, TypesAndAttributesRoundTrip) {
+    Zel::ZelType const* name = &Zel::Name::_zelType;
+    Zel::ZelAttr const* value = name->attr("value");
+    EXPECT_EQ(Zel::rawPtrToStrep(name), "type('Zel::Name')");
+    EXPECT_EQ(Zel::rawPtrToStrep(value), "type('Zel::Name').attr('value')");
+    EXPECT_EQ(parseAll<Zel::ZelType const*>(Zel::rawPtrToStrep(name)), name);
+    EXPECT_EQ(parseAll<Zel::ZelAttr const*>(Zel::rawPtrToStrep(value)), value);
+    EXPECT_EQ(parseAll<Zel::ZelType const*>("None"), nullptr);
+    EXPECT_EQ(parseAll<Zel::ZelAttr const*>("None"), nullptr);
+    EXPECT_EQ(Zel::rawPtrToStrep(static_cast<Zel::ZelType const*>(nullptr)), "None");
+    EXPECT_EQ(Zel::rawPtrToStrep(Zel::AttributeId(264)), "264");
+    // An alias parses to the type it names.
+    EXPECT_EQ(parseAll<Zel::ZelType const*>("type('Zel::AttributeId')"), &Zel::Builtin<int>::_zelType);
+}
+
+TEST(StrepDescriptors, UnknownNamesAreRangeErrors) {
+    EXPECT_THROW(parseAll<Zel::ZelType const*>("type('No::Such')"), Zel::NoTypeNodeException);
+    EXPECT_THROW(parseAll<Zel::ZelAttr const*>("type('Zel::Name').attr('nope')"), Zel::RangeException);
+    EXPECT_THROW(parseAll<Zel::ZelAttr const*>("type('Zel::Name')"), Zel::ParseException);
+    EXPECT_THROW(parseAll<Zel::ZelType const*>("typ('Zel::Name')"), Zel::ParseException);
+}
+
+TEST(StrepNeedString, ConsumesExactlyOrNamesBothTexts) {
+    String8 text("Value('T', ** {");
+    Zel::StrepIt it = text.begin();
+    Zel::needString(it, text.end(), "Value(");
+    EXPECT_EQ(it, text.begin() + 6);
+    try {
+        Zel::needString(it, text.end(), "'U'");
+        FAIL();
+    } catch (Zel::ParseException const& e) {
+        EXPECT_EQ(e.message(), "expected ''U'', found ''T', ** {'");
+    }
+    EXPECT_EQ(it, text.begin() + 6);   // nothing consumed by a failure
+    it = text.end();
+    EXPECT_THROW(Zel::needString(it, text.end(), "x"), Zel::ParseException);
+    Zel::needString(it, text.end(), "");   // the empty literal always matches
+}
+
+TEST(StrepDeserializeAttr, AddsTheFieldNameAndKeepsTheKind) {
+    String8 text("300");
+    Zel::StrepIt it = text.begin();
+    try {
+        Zel::deserializeAttr<unsigned char>(it, text.end(), "width");
+        FAIL();
+    } catch (Zel::ParseException const&) {
+        FAIL() << "kind changed";
+    } catch (Zel::RangeException const& e) {
+        EXPECT_EQ(e.message().str().rfind("width: ", 0), 0u) << e.message();
+        EXPECT_TRUE(e.ids().has(Zel::Exception::idRange));
+    }
+    String8 bad("Fals");
+    it = bad.begin();
+    try {
+        Zel::deserializeAttr<bool>(it, bad.end(), "valid");
+        FAIL();
+    } catch (Zel::ParseException const& e) {
+        EXPECT_EQ(e.message().str().rfind("valid: expected True or False", 0), 0u) << e.message();
+        EXPECT_TRUE(e.ids().has(Zel::Exception::idParse));
+    }
+    String8 type("type('No::Such')");
+    it = type.begin();
+    EXPECT_THROW(Zel::deserializeAttr<Zel::ZelType const*>(it, type.end(), "typeptr"),
+                 Zel::NoTypeNodeException);
+}
+
+TEST(StrepDeserializeAttr, KeepsTheOriginalBacktrace) {
+    Zel::RangeException original("boom");
+    try {
+        Zel::rethrowFromDeserializeAttr(original, "f");
+    } catch (Zel::RangeException const& e) {
+        EXPECT_EQ(e.message(), "f: boom");
+        EXPECT_EQ(e.backtrace().ptr(), original.backtrace().ptr());
+        EXPECT_EQ(e.ids(), original.ids());
+    }
+}
+
+} // namespace
