@@ -1,0 +1,185 @@
+// zelagent NAME [--tcp PORT] [--startup FILE]
+//
+// An agent process: embeds Python, loads the demo types when they are
+// built, publishes a Demo::Switch under the global directory, serves
+// Python commands through PyServer (agent file <agents dir>/NAME, NAME
+// being "<prefix>.<agent>"), and runs the activity loop until SIGINT or
+// SIGTERM. A start-up file is executed through a PyClient addressed to the
+// agent itself, which therefore runs it in this process.
+#include <Python.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <string>
+
+#include "AgentSignals.h"
+#include "Zel/Activity.h"
+#include "Zel/Dir.h"
+#include "Zel/Exception.h"
+#include "ZelPy/PyClient.h"
+#include "ZelPy/PyObjHandle.h"
+
+namespace {
+
+struct Options {
+    std::string name;
+    int tcpPort = -1;   // -1: UNIX-domain socket only
+    std::string startup;
+};
+
+[[noreturn]] void usage() {
+    std::cerr << "usage: zelagent PREFIX.NAME [--tcp PORT] [--startup FILE]" << std::endl;
+    std::exit(2);
+}
+
+Options parse(int argc, char** argv) {
+    Options o;
+    for (int i = 1; i < argc; ++i) {
+        std::string a = argv[i];
+        if (a == "--tcp" && i + 1 < argc) {
+            o.tcpPort = std::atoi(argv[++i]);
+        } else if (a == "--startup" && i + 1 < argc) {
+            o.startup = argv[++i];
+        } else if (!a.empty() && a[0] != '-' && o.name.empty()) {
+            o.name = a;
+        } else {
+            usage();
+        }
+    }
+    if (o.name.empty() || o.name.find('.') == std::string::npos) usage();
+    return o;
+}
+
+// A new Python reference owned by a scope (the caller holds the GIL).
+Zel::Ptr<Zel::PyObjHandle> own(PyObject* o) { return Zel::pyObjHandleFactory(o, true); }
+
+void printPythonError(char const* what) {
+    std::cerr << "zelagent: " << what << std::endl;
+    PyErr_Print();
+}
+
+// The demo types register themselves when their library loads.
+void loadDemo() {
+    Zel::Ptr<Zel::PyObjHandle> demo = own(PyImport_ImportModule("ZelDemo"));
+    if (!demo->pyObject()) {
+        PyErr_Clear();
+        std::cerr << "zelagent: demo types not available (ZelDemo did not import); continuing without them"
+                  << std::endl;
+    }
+}
+
+// Publishes /sw1 (the agent part of the name) as a Demo::Switch when the
+// type exists.
+void publishSwitch(std::string const& agent) {
+    if (!Zel::typeNodeOrNull("Demo::Switch")) {
+        std::cerr << "zelagent: no Demo::Switch type; nothing published" << std::endl;
+        return;
+    }
+    try {
+        Zel::globalDir()->newEntity(Zel::String8(agent), "Demo::Switch");
+    } catch (Zel::Exception const& e) {
+        std::cerr << "zelagent: could not publish Demo::Switch " << agent << ": " << e.message() << std::endl;
+    }
+}
+
+// Starts PyServer.PyServer(name, tcpPort=...); returns the server object.
+Zel::Ptr<Zel::PyObjHandle> startServer(Options const& o) {
+    Zel::Ptr<Zel::PyObjHandle> module = own(PyImport_ImportModule("PyServer"));
+    if (!module->pyObject()) return own(nullptr);
+    Zel::Ptr<Zel::PyObjHandle> cls = own(PyObject_GetAttrString(module->pyObject(), "PyServer"));
+    if (!cls->pyObject()) return own(nullptr);
+    Zel::Ptr<Zel::PyObjHandle> args = own(Py_BuildValue("(s)", o.name.c_str()));
+    Zel::Ptr<Zel::PyObjHandle> kwargs = own(PyDict_New());
+    if (!args->pyObject() || !kwargs->pyObject()) return own(nullptr);
+    if (o.tcpPort >= 0) {
+        Zel::Ptr<Zel::PyObjHandle> port = own(PyInt_FromLong(o.tcpPort));
+        if (!port->pyObject() || PyDict_SetItemString(kwargs->pyObject(), "tcpPort", port->pyObject()) < 0) {
+            return own(nullptr);
+        }
+    }
+    Zel::Ptr<Zel::PyObjHandle> server =
+        own(PyObject_Call(cls->pyObject(), args->pyObject(), kwargs->pyObject()));
+    if (!server->pyObject()) return server;
+    Zel::Ptr<Zel::PyObjHandle> started = own(PyObject_CallMethod(server->pyObject(), (char*)"start", nullptr));
+    if (!started->pyObject()) return own(nullptr);
+    return server;
+}
+
+bool stopServer(Zel::PyObjHandle* server) {
+    Zel::Ptr<Zel::PyObjHandle> r = own(PyObject_CallMethod(server->pyObject(), (char*)"stop", nullptr));
+    if (!r->pyObject()) {
+        printPythonError("stopping PyServer failed");
+        return false;
+    }
+    return true;
+}
+
+// Runs the start-up file through a client addressed to this agent.
+bool runStartup(Options const& o) {
+    std::ifstream in(o.startup);
+    if (!in) {
+        std::cerr << "zelagent: cannot read start-up file " << o.startup << std::endl;
+        return false;
+    }
+    std::stringstream text;
+    text << in.rdbuf();
+    size_t dot = o.name.find('.');
+    try {
+        Zel::PyClient client(Zel::String8(o.name.substr(0, dot)), Zel::String8(o.name.substr(dot + 1)), 'P',
+                             nullptr, nullptr);
+        client.connect();
+        std::string out(64 * 1024, '\0');
+        int n = client.execute(text.str().c_str(), out.data(), static_cast<int>(out.size()));
+        std::cout << out.c_str();
+        if (n >= static_cast<int>(out.size())) std::cout << "\n[start-up output cut]" << std::endl;
+        std::cout.flush();
+        return true;
+    } catch (Zel::Exception const& e) {
+        std::cerr << "zelagent: start-up file " << o.startup << " failed: " << e.message() << std::endl;
+        return false;
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    Options o = parse(argc, argv);
+    Zel::AgentSignals signals;   // before any thread starts
+
+    Py_Initialize();
+    PyEval_InitThreads();
+    PySys_SetArgvEx(argc, argv, 0);
+
+    loadDemo();
+    publishSwitch(o.name.substr(o.name.find('.') + 1));
+    Zel::Ptr<Zel::PyObjHandle> server = startServer(o);
+    if (!server->pyObject()) {
+        printPythonError("starting PyServer failed");
+        server.reset();
+        Py_Finalize();
+        return 1;
+    }
+
+    int status = 0;
+    {
+        // The activity loop and the start-up client run without the GIL;
+        // the server's Python thread takes it as it needs.
+        PyThreadState* saved = PyEval_SaveThread();
+        if (!o.startup.empty() && !runStartup(o)) status = 1;
+        if (status == 0) {
+            Zel::Ptr<Zel::ActivityManagerConfig> loop = Zel::ActivityFacility::activityManagerConfig();
+            signals.onSignalIs([loop](int) { loop->stop(); });
+            std::cout << "zelagent " << o.name << " ready" << std::endl;
+            loop->run();
+        }
+        PyEval_RestoreThread(saved);
+    }
+    if (!stopServer(server.ptr())) status = 1;
+    server.reset();
+    Py_Finalize();
+    return status;
+}

@@ -1,0 +1,162 @@
+// zelc: send a Python command to an agent's PyServer.
+//
+//   zelc [-x] PREFIX.NAME COMMAND...    by agent name (agents directory)
+//   zelc [-x] -s SOCKET COMMAND...      by UNIX-domain socket path
+//   zelc [-x] -p PORT COMMAND...        by TCP port on 127.0.0.1
+//   zelc -i (PREFIX.NAME | -s SOCKET | -p PORT)
+//
+// Evaluates by default, executes with -x, or prompts for commands with -i.
+// Exit status: 0 success, 1 the command raised (the server's text on
+// standard error), 2 the agent cannot be reached, 3 usage.
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Zel/Exception.h"
+#include "ZelPy/PyClient.h"
+
+namespace {
+
+constexpr int kResultSize = 256 * 1024;
+// One short wait: an absent agent is reported quickly.
+unsigned const kShortRetry[] = {250, 0};
+
+[[noreturn]] void usage() {
+    std::cerr << "usage: zelc [-x] (PREFIX.NAME | -s SOCKET | -p PORT) COMMAND...\n"
+                 "       zelc -i (PREFIX.NAME | -s SOCKET | -p PORT)"
+              << std::endl;
+    std::exit(3);
+}
+
+// 0 done, 1 the command raised, 2 connection lost.
+int run(Zel::PyClient& client, bool exec, std::string const& cmd, std::vector<char>& buf, bool newline) {
+    try {
+        if (exec) {
+            client.execute(cmd.c_str(), buf.data(), static_cast<int>(buf.size()));
+            std::cout << buf.data();
+        } else {
+            client.eval(cmd.c_str(), buf.data(), static_cast<int>(buf.size()));
+            std::cout << buf.data();
+            if (newline) std::cout << '\n';
+        }
+        std::cout.flush();
+        return 0;
+    } catch (Zel::RpcConnectionException const& e) {
+        std::cerr << "zelc: " << e.message() << std::endl;
+        return 2;
+    } catch (Zel::RpcException const& e) {
+        std::cerr << e.message();
+        if (e.message().empty() || e.message().view().back() != '\n') std::cerr << '\n';
+        return 1;
+    } catch (Zel::RangeException const& e) {
+        std::cerr << "zelc: " << e.message() << std::endl;
+        return 1;
+    }
+}
+
+int interactive(Zel::PyClient& client, std::vector<char>& buf) {
+    bool tty = ::isatty(0);
+    std::string line;
+    for (;;) {
+        if (tty) std::cout << ">>> " << std::flush;
+        if (!std::getline(std::cin, line)) break;
+        if (line.empty()) continue;
+        // An expression is evaluated; a statement does not compile as one,
+        // so nothing has run when eval refuses it, and it is executed.
+        int rc;
+        try {
+            client.eval(line.c_str(), buf.data(), static_cast<int>(buf.size()));
+            std::cout << buf.data() << std::endl;
+            rc = 0;
+        } catch (Zel::RpcConnectionException const& e) {
+            std::cerr << "zelc: " << e.message() << std::endl;
+            return 2;
+        } catch (Zel::RpcException const& e) {
+            if (e.message().view().find("SyntaxError") == std::string_view::npos) {
+                std::cerr << e.message();
+                rc = 1;
+            } else {
+                rc = run(client, true, line, buf, false);
+            }
+        } catch (Zel::RangeException const& e) {
+            std::cerr << "zelc: " << e.message() << std::endl;
+            rc = 1;
+        }
+        if (rc == 2) return 2;
+    }
+    if (tty) std::cout << std::endl;
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    // A vanished server must show as an error, not end zelc.
+    ::signal(SIGPIPE, SIG_IGN);
+    bool exec = false, prompt = false;
+    char const* socketPath = nullptr;
+    int port = 0;
+    std::string name;
+    int i = 1;
+    for (; i < argc; ++i) {
+        std::string a = argv[i];
+        if (a == "-x") {
+            exec = true;
+        } else if (a == "-i") {
+            prompt = true;
+        } else if (a == "-s" && i + 1 < argc) {
+            socketPath = argv[++i];
+        } else if (a == "-p" && i + 1 < argc) {
+            port = std::atoi(argv[++i]);
+            if (port <= 0) usage();
+        } else if (a == "--") {
+            ++i;
+            break;
+        } else if (!a.empty() && a[0] == '-') {
+            usage();
+        } else {
+            break;
+        }
+    }
+    if (!socketPath && !port) {
+        if (i >= argc) usage();
+        name = argv[i++];
+        if (name.find('.') == std::string::npos) usage();
+    }
+    std::string cmd;
+    for (; i < argc; ++i) {
+        if (!cmd.empty()) cmd += ' ';
+        cmd += argv[i];
+    }
+    if (prompt == !cmd.empty()) usage();
+
+    std::unique_ptr<Zel::PyClient> client;
+    if (socketPath) {
+        client = std::make_unique<Zel::PyClient>(Zel::String8(socketPath), 'C', nullptr);
+    } else if (port) {
+        client = std::make_unique<Zel::PyClient>(port, 'C', nullptr);
+    } else {
+        size_t dot = name.find('.');
+        client = std::make_unique<Zel::PyClient>(Zel::String8(name.substr(0, dot)),
+                                                 Zel::String8(name.substr(dot + 1)), 'C', nullptr, nullptr);
+    }
+    client->retryProfileIs(kShortRetry);
+    try {
+        client->connect();
+    } catch (Zel::Exception const& e) {
+        std::cerr << "zelc: " << e.message() << std::endl;
+        return 2;
+    }
+    if (client->sameProcess()) {
+        std::cerr << "zelc: the agent file names this process" << std::endl;
+        return 2;
+    }
+    std::vector<char> buf(kResultSize);
+    return prompt ? interactive(*client, buf) : run(*client, exec, cmd, buf, true);
+}
