@@ -1,7 +1,10 @@
 // Activities and the run loop. One activity manager per process owns the
 // activity lock and runs the loop: it dispatches due clock notifiees and
 // the notifications queued for activities, holding the activity lock
-// (marked releasable) while it dispatches and waiting without it.
+// (marked releasable) while it dispatches and waiting without it. A loop
+// started by a thread that already holds the activity lock keeps it held
+// throughout, also while it waits. Every ActivityConfig is served by the
+// process's one loop; see docs/activities.md.
 #pragma once
 
 #include "Zel/Entity.h"
@@ -16,8 +19,8 @@ public:
     explicit ActivityConfig(Name name);
     ZelType const* fwkType() const override { return &_zelType; }
 
+    // Constructible by reflection from a Zel::Name or a Zel::String.
     static ZelType const _zelType;
-    static ZelAttr const _zelAttrs[];
 };
 
 // The activity manager's configuration: runs the loop.
@@ -26,16 +29,17 @@ public:
     explicit ActivityManagerConfig(Name name);
     ZelType const* fwkType() const override { return &_zelType; }
 
-    // Runs the loop on the calling thread for `seconds`, or until stopped.
+    // Runs the loop on the calling thread for `seconds` (at least one
+    // dispatch pass), or until stopped.
     void execTimeIs(double const& seconds);
     // Runs the loop until stopped (agents).
     void run();
-    // Makes a running loop return as soon as nothing is due; cleared when
-    // a loop starts.
+    // Makes the running loop (or the next one) return as soon as nothing
+    // is due; cleared when a loop returns because of it.
     void stopOnQuiesceIs(bool stop);
     bool stopOnQuiesce() const;
-    // Makes a running loop return at once (safe from any thread and from
-    // signal handlers).
+    // Makes the running loops return after the current dispatch (safe from
+    // any thread and from signal handlers); loops started later run on.
     void stop();
 
     static ZelType const _zelType;

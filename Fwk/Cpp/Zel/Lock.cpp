@@ -8,6 +8,8 @@
 #include <cstdlib>
 
 #include "Zel/Exception.h"
+#include "Zel/Format.h"
+#include "Zel/Trace.h"
 
 namespace Zel {
 
@@ -50,7 +52,14 @@ Lock* ActivityLockAnchor::lock() {
 void smartPtrLockCheckFailed(void const* object) {
     if (VFPtrInterface::enableThreadSafePointers) return;
     if (ActivityLockAnchor::lock()->heldByMe()) return;
-    std::fprintf(stderr, "Zel: reference count of object %p changed without the activity lock\n", object);
+    // Reporting makes counted objects of its own: do not report those.
+    static thread_local bool reporting = false;
+    if (reporting) return;
+    reporting = true;
+    static TraceHandle* const handle = TraceHandle::traceHandle("SmartPtrLockCheck").release();
+    traceLineWrite(handle, __FILE__, __LINE__, "smartPtrLockCheckFailed",
+                   format("reference count of object %p changed without the activity lock", object), 0);
+    reporting = false;
 #ifndef NDEBUG
     std::abort();
 #endif

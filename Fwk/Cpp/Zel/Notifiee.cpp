@@ -2,9 +2,65 @@
 
 #include <algorithm>
 
+#include "Zel/Activity.h"
+#include "Zel/ActivityLoop.h"
+#include "Zel/TypeOps.h"
+
 namespace Zel {
 
-PtrInterface::NotifieeConst::~NotifieeConst() = default;
+namespace {
+
+// Takes the activity lock for a scope unless this thread already holds it.
+class ActivityLockScope {
+public:
+    ActivityLockScope() : took_(ActivityLockAnchor::lock()->lock()) {}
+    ~ActivityLockScope() {
+        if (took_) ActivityLockAnchor::lock()->unlock();
+    }
+    ActivityLockScope(ActivityLockScope const&) = delete;
+    ActivityLockScope& operator=(ActivityLockScope const&) = delete;
+private:
+    bool took_;
+};
+
+} // namespace
+
+PtrInterface::NotifieeConst::~NotifieeConst() {
+    // The loop may be about to deliver to this notifiee: drop its entry
+    // under the activity lock, which the loop holds while it delivers.
+    if (everQueued_) {
+        ActivityLockScope lock;
+        ActivityLoop::instance().cancel(this);
+    }
+    if (activity_) activity_->deleteRef();
+}
+
+Ptr<ActivityConfig> PtrInterface::NotifieeConst::zelFwkActivity() const {
+    return Ptr<ActivityConfig>(activity_);
+}
+
+void PtrInterface::NotifieeConst::zelFwkActivityIs(Ptr<ActivityConfig> activity) {
+    if (activity_) activity_->deleteRef();
+    activity_ = activity.release();
+}
+
+bool PtrInterface::NotifieeConst::zelOnAttribute(int attrNumber, int* pendingField) {
+    ActivityLoop& loop = ActivityLoop::instance();
+    if (loop.dispatching(this) || !zelFwkActivity()) return false;
+    if (*pendingField == 0) *pendingField = attrNumber;
+    else if (*pendingField != attrNumber) *pendingField = -1;
+    loop.enqueue(this);
+    return true;
+}
+
+void PtrInterface::NotifieeConst::actsm() { ActivityLoop::instance().dispatchingIs(this); }
+
+void PtrInterface::NotifieeConst::redispatch() {}
+
+void PtrInterface::NotifieeConst::handleNotification(ActivityConfig*) {
+    actsm();
+    redispatch();
+}
 
 void NotifieeList::add(GenericIf::NotifieeConst* n) {
     entries_.push_back(n);
@@ -36,7 +92,7 @@ void NotifieeList::deliver(ZelAttr const* attr, Ptr<GenericIf const> const& valu
         if (!e || !e->hasNotificationActive()) continue;
         // A counted notifiee survives its own release during the call.
         Ptr<GenericIf::NotifieeConst> keep(e->references() ? e : nullptr);
-        e->onAttribute(attr, value);
+        if (!e->zelDeferAttribute(attr, value)) e->onAttribute(attr, value);
     }
 }
 
@@ -69,8 +125,43 @@ void GenericIf::NotifieeConst::notifierIs(Ptr<GenericIf const> notifier) {
 
 void GenericIf::NotifieeConst::onAttribute(ZelAttr const*, Ptr<GenericIf const> const&) {}
 
+bool GenericIf::NotifieeConst::zelDeferAttribute(ZelAttr const* attr, Ptr<GenericIf const> const& value) {
+    if (!zelOnAttribute(attr->attributeId(), &pending_)) return false;
+    held_.emplace_back(attr, value);
+    return true;
+}
+
+void GenericIf::NotifieeConst::redispatch() {
+    // Changes that arrive while these are delivered are handled at once
+    // (this notifiee is being dispatched), so the batch is taken whole.
+    auto batch = std::move(held_);
+    held_.clear();
+    for (auto& [attr, value] : batch) {
+        if (!hasNotificationActive() || zelMarkedForDeletion()) break;
+        onAttribute(attr, value);
+    }
+}
+
+void GenericIf::NotifieeConst::handleNotification(ActivityConfig*) {
+    pending_ = 0;
+    actsm();
+    redispatch();
+}
+
 void notifyAttribute(PtrInterface const* notifier, ZelAttr const* attr, Ptr<GenericIf const> const& value) {
     if (NotifieeList* l = notifier->notifieeList(false)) l->deliver(attr, value);
 }
+
+namespace {
+constexpr ArgDesc kNoCtor[] = {{nullptr, nullptr}};
+} // namespace
+
+constinit ZelType const PtrInterface::NotifieeConst::_zelType(
+    "Zel::PtrInterface::NotifieeConst", sizeof(PtrInterface::NotifieeConst), &PtrInterface::_zelType,
+    ZelType::isEntity_ | ZelType::hasOwnPtrInterface_, nullptr, 0, kNoCtor, &kAbstractObjectOps);
+
+namespace {
+TypeRegistration const rNotifieeConst(&PtrInterface::NotifieeConst::_zelType);
+} // namespace
 
 } // namespace Zel

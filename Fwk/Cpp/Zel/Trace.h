@@ -36,10 +36,17 @@ private:
 // is a TraceHandle, otherwise the default handle.
 ZEL_API TraceHandle* traceHandleOf(PtrInterface const* object);
 
-// Writes one trace line: time, pid, handle, level, file:line function, message.
+// Writes one trace line when `level` is enabled on the object's handle:
+// time, pid, handle/level, file:line function: message.
 ZEL_API void trace_h(PtrInterface* object, char const* file, int line, char const* function,
                      String8 const& message, int level);
 ZEL_API bool traceLineSuppressed(PtrInterface* object, int level);
+// Writes the line whatever the handle's levels (reports that must not be lost).
+ZEL_API void traceLineWrite(TraceHandle const* handle, char const* file, int line,
+                            char const* function, String8 const& message, int level);
+// Reads ZELTRACE and ZELTRACEFILE again and re-applies them to every handle
+// (they are otherwise read once, when the first handle is made).
+ZEL_API void traceSettingsReload();
 
 } // namespace Zel
 
