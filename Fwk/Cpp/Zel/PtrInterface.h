@@ -82,8 +82,18 @@ public:
     }
     uint32_t references() const { return word_ & kCountMask; }
     bool zelMarkedForDeletion() const { return word_ & kMarkedForDeletion; }
+    // The flag shares the word with the count, so with thread-safe counts it
+    // must change atomically too or a concurrent count change is lost.
     void zelMarkedForDeletionIs(bool b) const {
-        if (b) word_ |= kMarkedForDeletion; else word_ &= ~kMarkedForDeletion;
+        if (VFPtrInterface::enableThreadSafePointers) {
+            std::atomic_ref<uint32_t> w(word_);
+            if (b) w.fetch_or(kMarkedForDeletion, std::memory_order_relaxed);
+            else w.fetch_and(~kMarkedForDeletion, std::memory_order_relaxed);
+        } else if (b) {
+            word_ |= kMarkedForDeletion;
+        } else {
+            word_ &= ~kMarkedForDeletion;
+        }
     }
 
     // Framework allocator: every counted object is allocated through it.
