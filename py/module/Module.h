@@ -67,22 +67,6 @@ PyObject* getFromZel(char const* name);
 
 // --- error translation ------------------------------------------------------
 
-// "Type.attr": the owning type's name, "." and the attribute's name; stops
-// at the first missing name.
-Zel::String8 GenericIf_TypeAttributeString(Zel::ZelAttr const* attr);
-
-// Inside a catch block of an attribute operation: prefixes e's message
-// with the attribute and `text`, then translates (rethrowing e itself).
-void updateException(Zel::Exception* e, Zel::ZelAttr const* attr, char const* text);
-
-// Throws TypeException "expected T, got P: repr" for a Python value that
-// does not fit `expected`. Interpreter lock held.
-[[noreturn]] void GenericIf_TypeExceptionThrow(PyObject* passed, Zel::ZelType const* expected);
-
-// The name used for a Python value in refusal messages: a GifPtr's
-// framework type name, else the Python type's name.
-char const* typeNameFromPyObject(PyObject* obj);
-
 // Writes the calling thread's Python error and stack to `fd` with write()
 // only; the framework's crash path calls it through printBacktraceFn.
 extern "C" void printPythonBacktrace(int fd);

@@ -4,6 +4,7 @@
 #include <Python.h>
 
 #include "Zel/Exception.h"
+#include "Zel/ZelType.h"
 #include "Zel/Visibility.h"
 
 namespace Zel {
@@ -27,8 +28,24 @@ ZEL_API void PyErr_SetBacktrace(PyObject* type, Zel::Exception const& e, PyObjec
 // Kind(\"message\"), the kind being e's demangled dynamic type name.
 ZEL_API Zel::String8 exceptionString(Zel::Exception const& e);
 
+// "Type.attr": the owning type's name, "." and the attribute's name; stops
+// at the first missing name.
+ZEL_API Zel::String8 GenericIf_TypeAttributeString(Zel::ZelAttr const* attr);
+
+// Inside a catch block of an attribute operation: prefixes e's message
+// with the attribute and `text`, then translates (rethrowing e itself).
+ZEL_API void updateException(Zel::Exception* e, Zel::ZelAttr const* attr, char const* text);
+
+// Throws TypeException "expected T, got P: repr" for a Python value that
+// does not fit `expected`. Interpreter lock held.
+[[noreturn]] ZEL_API void GenericIf_TypeExceptionThrow(PyObject* passed, Zel::ZelType const* expected);
+
+// The name used for a Python value in refusal messages: a GifPtr's
+// framework type name, else the Python type's name.
+ZEL_API char const* typeNameFromPyObject(PyObject* obj);
+
 // Fetches and clears the pending Python error, storing str() of its type,
 // value and traceback; a part that is missing or does not give a byte
-// string leaves its out-string alone. Library-internal (same-process
-// command execution uses it); caller holds the interpreter lock.
-void GetStringsFromPyErr(Zel::String8* type, Zel::String8* value, Zel::String8* traceback);
+// string leaves its out-string alone (same-process command execution
+// reports with it). Caller holds the interpreter lock.
+ZEL_API void GetStringsFromPyErr(Zel::String8* type, Zel::String8* value, Zel::String8* traceback);

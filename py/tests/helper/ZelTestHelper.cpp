@@ -1,0 +1,272 @@
+// _ZelTestHelper: a test-only extension that reaches the module core's
+// native side from Python: framework throws of every kind, probe entities,
+// null handles, the converters and the lock anchors.
+#include <Python.h>
+
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "Zel/Activity.h"
+#include "Zel/Entity.h"
+#include "Zel/Exception.h"
+#include "Zel/Lock.h"
+#include "ZelPy/Errors.h"
+#include "ZelPy/GifPtr.h"
+#include "ZelPy/Locks.h"
+
+namespace {
+
+[[noreturn]] void throwKind(std::string const& kind, char const* m) {
+    using namespace Zel;
+    if (kind == "NoTypeNode") throw NoTypeNodeException(m);
+    if (kind == "Type") throw TypeException(m);
+    if (kind == "IllegalName") throw IllegalNameException(m);
+    if (kind == "NameInUse") throw NameInUseException(m);
+    if (kind == "UnknownAttr") throw UnknownAttrException(m);
+    if (kind == "Const") throw ConstException(m);
+    if (kind == "NonwritableAttr") throw NonwritableAttrException(m);
+    if (kind == "NondeletableAttr") throw NondeletableAttrException(m);
+    if (kind == "NoImplementation") throw NoImplementationException(m);
+    if (kind == "Rpc") throw RpcException(m);
+    if (kind == "RpcConnection") throw RpcConnectionException(m);
+    if (kind == "Range") throw RangeException(m);
+    if (kind == "Parse") throw ParseException(m);
+    if (kind == "Errno") throw ErrnoException(2, m);
+    if (kind == "Memory") throw MemoryException(m);
+    if (kind == "Internal") throw InternalException(m);
+    if (kind == "Permission") throw PermissionException(m);
+    if (kind == "OpNotSupported") throw OpNotSupportedException(m);
+    if (kind == "Exception") throw Exception(m);
+    if (kind == "bad_alloc") throw std::bad_alloc();
+    if (kind == "runtime_error") throw std::runtime_error(m);
+    throw 42;
+}
+
+PyObject* fail(PyObject*, PyObject* args) {
+    char const* kind;
+    char const* message;
+    if (!PyArg_ParseTuple(args, "ss:fail", &kind, &message)) return nullptr;
+    try {
+        throwKind(kind, message);
+    } catch (...) {
+        Zel::translateCppExceptionToPython();
+    }
+    return nullptr;
+}
+
+// updateException on a TypeException for attribute Zel::Entity.name.
+PyObject* updated(PyObject*, PyObject* args) {
+    char const* text;
+    char const* message;
+    if (!PyArg_ParseTuple(args, "ss:updated", &text, &message)) return nullptr;
+    try {
+        throw Zel::TypeException(message);
+    } catch (Zel::Exception& e) {
+        updateException(&e, Zel::Entity::_zelType.attr("name"), text);
+    }
+    return nullptr;
+}
+
+PyObject* typeMismatch(PyObject*, PyObject* args) {
+    PyObject* passed;
+    char const* expected;
+    if (!PyArg_ParseTuple(args, "Os:typeMismatch", &passed, &expected)) return nullptr;
+    try {
+        GenericIf_TypeExceptionThrow(passed, Zel::typeNode(expected));
+    } catch (...) {
+        Zel::translateCppExceptionToPython();
+    }
+    return nullptr;
+}
+
+// Raises `exc` and drains it with GetStringsFromPyErr.
+PyObject* errStrings(PyObject*, PyObject* exc) {
+    PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(exc)), exc);
+    Zel::String8 parts[3] = {"unset", "unset", "unset"};
+    GetStringsFromPyErr(&parts[0], &parts[1], &parts[2]);
+    if (PyErr_Occurred()) return nullptr;
+    return Py_BuildValue("(sss)", parts[0].c_str(), parts[1].c_str(), parts[2].c_str());
+}
+
+PyObject* stopOnQuiesce(PyObject*, PyObject*) {
+    try {
+        bool stop;
+        {
+            Zel::PyLockAnchor anchor(0);
+            stop = Zel::ActivityFacility::activityManagerConfig()->stopOnQuiesce();
+        }
+        return PyBool_FromLong(stop);
+    } catch (...) {
+        Zel::translateCppExceptionToPython();
+        return nullptr;
+    }
+}
+
+// Records, when destroyed, whether the activity lock was held and the
+// interpreter lock released.
+struct ProbeState {
+    int destroyed = 0;
+    bool lockHeld = false;
+    bool gilReleased = false;
+} probe;
+
+class ProbeEntity : public Zel::Entity {
+public:
+    using Entity::Entity;
+    ~ProbeEntity() override {
+        ++probe.destroyed;
+        probe.lockHeld = Zel::ActivityLockAnchor::lock()->heldByMe();
+        probe.gilReleased = PyThreadState_GET() == nullptr;
+    }
+};
+
+PyObject* entity(PyObject*, PyObject* args) {
+    char const* name;
+    if (!PyArg_ParseTuple(args, "s:entity", &name)) return nullptr;
+    try {
+        Zel::Ptr<Zel::PtrInterface> e;
+        {
+            Zel::PyLockAnchor anchor(0);
+            e = Zel::zelNew<ProbeEntity>(Zel::Name(name));
+        }
+        return FwkPyObj_FromPtrInterface(e);
+    } catch (...) {
+        Zel::translateCppExceptionToPython();
+        return nullptr;
+    }
+}
+
+PyObject* probeState(PyObject*, PyObject*) {
+    return Py_BuildValue("(iOO)", probe.destroyed, probe.lockHeld ? Py_True : Py_False,
+                         probe.gilReleased ? Py_True : Py_False);
+}
+
+PyObject* nullGifPtr(PyObject*, PyObject*) { return MakeFwkPyGenericIf(nullptr); }
+
+PyObject* intValue(PyObject*, PyObject* args) {
+    int v;
+    if (!PyArg_ParseTuple(args, "i:intValue", &v)) return nullptr;
+    try {
+        return MakeFwkPyGenericIf(Zel::GenericIfTraits<int32_t>::to(v));
+    } catch (...) {
+        Zel::translateCppExceptionToPython();
+        return nullptr;
+    }
+}
+
+PyObject* addressOrNone(void const* p) {
+    if (!p) Py_RETURN_NONE;
+    return PyLong_FromVoidPtr(const_cast<void*>(p));
+}
+
+PyObject* convert(PyObject*, PyObject* args) {
+    Zel::PtrInterface* p = nullptr;
+    if (!PyArg_ParseTuple(args, "O&:convert", Convert_To_PtrInterface_Or_Null, &p)) return nullptr;
+    return addressOrNone(p ? dynamic_cast<void*>(p) : nullptr);
+}
+
+PyObject* rawPtr(PyObject*, PyObject* args) {
+    PyObject* obj;
+    PyObject* preset;
+    if (!PyArg_ParseTuple(args, "OO:rawPtr", &obj, &preset)) return nullptr;
+    bool ok = PyObject_IsTrue(preset);
+    Zel::PtrInterface* p = FwkPyPtr_PtrInterface(obj, &ok);
+    return Py_BuildValue("(NO)", addressOrNone(p ? dynamic_cast<void*>(p) : nullptr), ok ? Py_True : Py_False);
+}
+
+PyObject* entityRawPtr(PyObject*, PyObject* obj) {
+    Zel::Entity* e = Zel::pythonEntityToRawPtr(obj);
+    return addressOrNone(e ? dynamic_cast<void*>(e) : nullptr);
+}
+
+// Opens a PyLockAnchor with `flags` and, with the interpreter lock held,
+// calls `callable` under it.
+PyObject* withAnchor(PyObject*, PyObject* args) {
+    unsigned flags;
+    PyObject* callable;
+    if (!PyArg_ParseTuple(args, "IO:withAnchor", &flags, &callable)) return nullptr;
+    try {
+        Zel::PyLockAnchor anchor(flags);
+        anchor.gilHeldIs(true);
+        return PyObject_CallObject(callable, nullptr);
+    } catch (...) {
+        Zel::translateCppExceptionToPython();
+        return nullptr;
+    }
+}
+
+// Releases the activity lock held by an enclosing anchor around `callable`,
+// as a framework notification does.
+PyObject* withUnlock(PyObject*, PyObject* callable) {
+    try {
+        PyObject* result;
+        {
+            Zel::UnlockAnchor unlock;
+            result = PyObject_CallObject(callable, nullptr);
+        }
+        return result;
+    } catch (...) {
+        Zel::translateCppExceptionToPython();
+        return nullptr;
+    }
+}
+
+PyObject* lockState(PyObject*, PyObject*) {
+    Zel::Lock* l = Zel::ActivityLockAnchor::lock();
+    return Py_BuildValue("(lO)", static_cast<long>(l->owner()), l->releasable() ? Py_True : Py_False);
+}
+
+PyObject* tid(PyObject*, PyObject*) { return PyLong_FromLong(Zel::currentTid()); }
+
+// The framework's crash hook, called with the interpreter lock held or from
+// a native thread that never ran Python.
+PyObject* printBacktrace(PyObject*, PyObject* args) {
+    int fd;
+    int native;
+    if (!PyArg_ParseTuple(args, "ii:printBacktrace", &fd, &native)) return nullptr;
+    if (!printBacktraceFn) {
+        PyErr_SetString(PyExc_RuntimeError, "printBacktraceFn not set");
+        return nullptr;
+    }
+    if (native) {
+        Py_BEGIN_ALLOW_THREADS
+        std::thread([fd] { printBacktraceFn(fd); }).join();
+        Py_END_ALLOW_THREADS
+    } else {
+        printBacktraceFn(fd);
+    }
+    Py_RETURN_NONE;
+}
+
+PyMethodDef functions[] = {
+    {"fail", fail, METH_VARARGS, "throw a framework exception of the named kind"},
+    {"updated", updated, METH_VARARGS, "updateException on Zel::Entity.name"},
+    {"typeMismatch", typeMismatch, METH_VARARGS, "GenericIf_TypeExceptionThrow"},
+    {"errStrings", errStrings, METH_O, "GetStringsFromPyErr of a raised exception"},
+    {"stopOnQuiesce", stopOnQuiesce, METH_NOARGS, "the activity manager's stop-on-quiesce setting"},
+    {"entity", entity, METH_VARARGS, "a GifPtr to a new probe entity"},
+    {"probeState", probeState, METH_NOARGS, "(destroyed, lockHeld, gilReleased) of probe entities"},
+    {"nullGifPtr", nullGifPtr, METH_NOARGS, "a null GifPtr"},
+    {"intValue", intValue, METH_VARARGS, "a GifPtr to an int value"},
+    {"convert", convert, METH_VARARGS, "Convert_To_PtrInterface_Or_Null"},
+    {"rawPtr", rawPtr, METH_VARARGS, "FwkPyPtr_PtrInterface with a preset flag"},
+    {"entityRawPtr", entityRawPtr, METH_O, "pythonEntityToRawPtr"},
+    {"withAnchor", withAnchor, METH_VARARGS, "call under a PyLockAnchor"},
+    {"withUnlock", withUnlock, METH_O, "call under an UnlockAnchor"},
+    {"lockState", lockState, METH_NOARGS, "(owner, releasable) of the activity lock"},
+    {"tid", tid, METH_NOARGS, "the calling thread's kernel id"},
+    {"printBacktrace", printBacktrace, METH_VARARGS, "call printBacktraceFn"},
+    {nullptr, nullptr, 0, nullptr},
+};
+
+} // namespace
+
+extern "C" __attribute__((visibility("default"))) void init_ZelTestHelper() {
+    // The handle type and the hooks come from _Zel's initialisation.
+    PyObject* zel = PyImport_ImportModule("_Zel");
+    if (!zel) return;
+    Py_DECREF(zel);
+    Py_InitModule("_ZelTestHelper", functions);
+}
