@@ -48,7 +48,7 @@ public:
     // the same key is kept and returned.
     Ptr<GenericIf const> setArgs(ZelAttr const& a, GenericIf const& obj, ArgVector const& args) const override {
         if (!a.instantiating()) AttrHandler::setArgs(a, obj, args);
-        int pos = a.instantiatingIndexPosition();
+        int pos = keyArgPosition(a);
         if (pos >= 0 && size_t(pos) < args.size()) {
             K k = collectionKey<K>(a, args[pos].ptr());
             if (V const* v = store(obj).find(k)) return GenericIfTraits<V>::to(*v);
@@ -121,6 +121,18 @@ public:
 
 private:
     static Store& store(GenericIf const& obj) { return selfOf<C>(obj)->*Member; }
+
+    // Which instantiating argument is the key: the recorded position, else
+    // the argument named like the internal index; -1 when none is.
+    static int keyArgPosition(ZelAttr const& a) {
+        if (a.instantiatingIndexPosition() >= 0) return a.instantiatingIndexPosition();
+        ArgDesc const* args = a.instantiatingArgs();
+        char const* index = a.internalIndexName();
+        for (int i = 0; index && args && args[i].name; ++i) {
+            if (std::string_view(args[i].name) == index) return i;
+        }
+        return -1;
+    }
 
     static V memberOf(ZelAttr const& a, GenericIf const* value) {
         if (!value) throw TypeException(String8(a.name()) + ": null member");
