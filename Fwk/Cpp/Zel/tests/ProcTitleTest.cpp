@@ -1,0 +1,50 @@
+#include <gtest/gtest.h>
+
+#include <sys/prctl.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "Zel/Lock.h"
+#include "Zel/ProcTitle.h"
+
+using namespace Zel;
+
+namespace {
+std::string readFile(std::string const& path) {
+    std::ifstream f(path, std::ios::binary);
+    std::stringstream s;
+    s << f.rdbuf();
+    return s.str();
+}
+} // namespace
+
+TEST(ProcTitle, ShownInCmdlineAndThreadNameWhileTheEnvironmentSurvives) {
+    ASSERT_GT(procArgc(), 0);
+    setenv("ZEL_PROCTITLE_PROBE", "still here", 1);
+    std::string path = std::getenv("PATH") ? std::getenv("PATH") : "";
+    // Run on a thread of its own so the test runner's thread keeps its name.
+    std::thread t([&] {
+        procTitleIs(procArgc(), procArgv(), "zeltitle", nullptr, "worker");
+        std::string comm = readFile("/proc/self/task/" + std::to_string(currentTid()) + "/comm");
+        EXPECT_EQ(comm, "zeltitle worker\n");
+    });
+    t.join();
+    std::string cmdline = readFile("/proc/self/cmdline");
+    EXPECT_EQ(cmdline.substr(0, 16), std::string("zeltitle worker\0", 16));
+    EXPECT_STREQ(procArgv()[0], "zeltitle worker");
+    EXPECT_STREQ(std::getenv("ZEL_PROCTITLE_PROBE"), "still here");
+    EXPECT_EQ(std::getenv("PATH") ? std::getenv("PATH") : "", path);
+}
+
+TEST(ProcTitle, ExternalTitleAndSocketGlobals) {
+    externalProcTitleIs("passive mount");
+    EXPECT_EQ(externalProcTitle(), "passive mount");
+    NboAttrLog::externallySetSocket = 7;
+    NboAttrLog::externallySetSocketName = "s";
+    EXPECT_EQ(NboAttrLog::externallySetSocket, 7);
+    externalProcTitleIs(nullptr);
+    EXPECT_EQ(externalProcTitle(), "");
+}

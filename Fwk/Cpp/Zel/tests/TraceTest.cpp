@@ -1,0 +1,89 @@
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+#include "Zel/Trace.h"
+#include "Zel/TraceSettings.h"
+
+using namespace Zel;
+
+TEST(TraceSettings, ParsesHandlesLevelsAndWildcard) {
+    auto rules = parseTraceRules("PyClient/0-9, Demo/1,Demo/3 ,Bad/7-2,Junk/x,Whole,*/0-1");
+    EXPECT_EQ(traceMaskFor(rules, "PyClient"), 0x3ff);
+    EXPECT_EQ(traceMaskFor(rules, "Demo"), 0x0a | 0x03);
+    EXPECT_EQ(traceMaskFor(rules, "Whole"), 0x3ff);
+    EXPECT_EQ(traceMaskFor(rules, "Bad"), 0x03) << "a malformed range enables nothing of its own";
+    EXPECT_EQ(traceMaskFor(rules, "Other"), 0x03);
+    EXPECT_EQ(traceMaskFor(parseTraceRules(nullptr), "PyClient"), 0);
+}
+
+namespace {
+
+struct TraceFileTest : ::testing::Test {
+    std::string path = "/tmp/zel_trace_test_" + std::to_string(::getpid());
+    void SetUp() override {
+        ::unlink(path.c_str());
+        setenv("ZELTRACE", "TraceTestHandle/2-3", 1);
+        setenv("ZELTRACEFILE", path.c_str(), 1);
+        traceSettingsReload();
+    }
+    void TearDown() override {
+        unsetenv("ZELTRACE");
+        unsetenv("ZELTRACEFILE");
+        traceSettingsReload();
+        ::unlink(path.c_str());
+    }
+    std::string contents() const {
+        std::ifstream f(path, std::ios::binary);
+        std::stringstream s;
+        s << f.rdbuf();
+        return s.str();
+    }
+};
+
+} // namespace
+
+TEST_F(TraceFileTest, EnabledLevelsAreWrittenOneLineEachSuppressedOnesNot) {
+    Ptr<TraceHandle> h = TraceHandle::traceHandle("TraceTestHandle");
+    EXPECT_EQ(h, TraceHandle::traceHandle("TraceTestHandle"));
+    EXPECT_FALSE(traceLineSuppressed(h.ptr(), 2));
+    EXPECT_TRUE(traceLineSuppressed(h.ptr(), 4));
+    EXPECT_TRUE(traceLineSuppressed(h.ptr(), 10));
+    EXPECT_TRUE(traceLineSuppressed(nullptr, 0)) << "the default handle is not enabled";
+
+    int built = 0;
+    ZEL_TRACE(h.ptr(), 4, "quiet", "never " << ++built);
+    EXPECT_EQ(built, 0) << "a suppressed line does not build its message";
+    ZEL_TRACE(h.ptr(), 3, "loud", "value " << 42);
+    trace_h(h.ptr(), "dir/Here.cpp", 12, "withNul", String8("a\0b", 3), 2);
+    trace_h(nullptr, "x.cpp", 1, "f", "default handle", 0);
+
+    std::string text = contents();
+    std::istringstream lines(text);
+    std::string first, second, extra;
+    ASSERT_TRUE(std::getline(lines, first));
+    ASSERT_TRUE(std::getline(lines, second));
+    EXPECT_FALSE(std::getline(lines, extra));
+    std::string pid = " " + std::to_string(::getpid()) + " ";
+    EXPECT_NE(first.find(pid), std::string::npos) << first;
+    EXPECT_NE(first.find("TraceTestHandle/3 TraceTest.cpp:"), std::string::npos) << first;
+    EXPECT_NE(first.find(" loud: value 42"), std::string::npos) << first;
+    EXPECT_NE(second.find("TraceTestHandle/2 Here.cpp:12 withNul: "), std::string::npos) << second;
+    EXPECT_EQ(second.substr(second.size() - 3), std::string("a\0b", 3));
+}
+
+TEST_F(TraceFileTest, ReflectionGivesTheNamedHandleAndWildcardReachesAll) {
+    ArgVector args{toGenericIf(String8("TraceTestHandle"))};
+    Ptr<GenericIf> g = TraceHandle::_zelType.genericIf(args, false);
+    EXPECT_EQ(objectOf<TraceHandle>(g.ptr()), TraceHandle::traceHandle("TraceTestHandle").ptr());
+
+    setenv("ZELTRACE", "*/0-3", 1);
+    traceSettingsReload();
+    EXPECT_FALSE(traceLineSuppressed(nullptr, 3));
+    EXPECT_TRUE(traceLineSuppressed(nullptr, 4));
+    EXPECT_EQ(TraceHandle::traceHandle("TraceTestMadeLater")->levelMask(), 0x0f);
+}
