@@ -1,0 +1,147 @@
+// Runtime collections with a test-only value type owning them: iterators
+// under change, queues, Dir children and the AllocTracker.
+#include <gtest/gtest.h>
+
+#include "Zel/AllocTracker.h"
+#include "Zel/CollectionAttr.h"
+#include "Zel/CollectionQueueAttr.h"
+#include "Zel/Dir.h"
+#include "Zel/NboAttrLog.h"
+#include "Zel/TypeOps.h"
+
+namespace {
+
+struct Bag {
+    Zel::Collection<int, int> squares;
+    Zel::Queue<int> fifo;
+    bool operator==(Bag const&) const { return true; }
+    static Zel::ZelType const _zelType;
+    static Zel::ZelAttr const _zelAttrs[];
+};
+
+constexpr Zel::CollectionAttr<&Bag::squares> kSquares;
+constexpr Zel::CollectionQueueAttr<&Bag::fifo> kFifo;
+constexpr Zel::TypeOps kBagOps = Zel::valueOps<Bag>();
+constexpr uint32_t kColl = Zel::ZelAttr::readable_ | Zel::ZelAttr::writable_ | Zel::ZelAttr::deletable_ |
+                           Zel::ZelAttr::isCollection_;
+constinit Zel::ZelType const Bag::_zelType("Test::Bag", sizeof(Bag), nullptr, Zel::ZelType::isValue_,
+                                           Bag::_zelAttrs, 2, nullptr, &kBagOps);
+constinit Zel::ZelAttr const Bag::_zelAttrs[] = {
+    {"squares", 1, &Bag::_zelType, &Zel::Builtin<int>::_zelType, kColl, &kSquares, &Zel::Builtin<int>::_zelType},
+    {"fifo", 2, &Bag::_zelType, &Zel::Builtin<int>::_zelType, kColl | Zel::ZelAttr::isQueueCollection_, &kFifo},
+};
+
+struct CollectionTest : ::testing::Test {
+    Zel::Ptr<Zel::GenericIf> bag = Bag::_zelType.genericIf(nullptr, false);
+    Zel::ZelAttr const& squares = Bag::_zelAttrs[0];
+    void put(int k) { squares.genericIfSet(bag.ptr(), Zel::toGenericIf(k).ptr(), Zel::toGenericIf(k * k).ptr()); }
+    void del(int k) { squares.genericIfDel(bag.ptr(), Zel::toGenericIf(k).ptr()); }
+    static int keyOf(Zel::AttributeIterator const& it) { return Zel::fromGenericIf<int>(it.key().ptr()); }
+};
+
+} // namespace
+
+TEST_F(CollectionTest, IteratorSurvivesRemovalAndInsertion) {
+    for (int k : {1, 3, 5, 7}) put(k);
+    auto it = squares.genericIfIterator(bag.ptr());
+    ASSERT_EQ(keyOf(it), 1);
+    it.advance();
+    del(3);          // the current member goes: the iterator moves on to 5
+    put(4);          // ahead of the position: visited
+    EXPECT_EQ(keyOf(it), 4);
+    put(2);          // behind it: not visited
+    it.advance();
+    EXPECT_EQ(keyOf(it), 5);
+    EXPECT_EQ(Zel::fromGenericIf<int>(it.value().ptr()), 25);
+    it.advance();
+    it.advance();
+    EXPECT_FALSE(it.valid());
+    put(6);          // behind the last member seen: still exhausted
+    EXPECT_FALSE(it.valid());
+    put(9);          // beyond it: visible
+    ASSERT_TRUE(it.valid());
+    EXPECT_EQ(keyOf(it), 9);
+    EXPECT_THROW(squares.genericIfIteratorKey(bag.ptr(), Zel::toGenericIf(8).ptr()).key(), Zel::RangeException);
+}
+
+TEST_F(CollectionTest, EmptyIteratorSeesLaterMembersAndRemoveTakesTheFront) {
+    auto it = squares.genericIfIterator(bag.ptr());
+    EXPECT_FALSE(it.valid());
+    put(8);
+    put(2);
+    ASSERT_TRUE(it.valid());
+    EXPECT_EQ(keyOf(it), 2);
+    EXPECT_EQ(Zel::fromGenericIf<int>(squares.genericIfRemove(bag.ptr()).ptr()), 4);
+    EXPECT_EQ(keyOf(it), 8);
+    EXPECT_EQ(squares.genericIfVersion(bag.ptr()), 3u);
+
+    Zel::ZelAttr const& fifo = Bag::_zelAttrs[1];
+    for (int v : {30, 10, 20}) fifo.genericIfAdd(bag.ptr(), Zel::toGenericIf(v).ptr());
+    std::vector<int> seen;
+    for (auto q = fifo.genericIfIterator(bag.ptr()); q.valid(); q.advance()) {
+        EXPECT_EQ(q.key(), nullptr);
+        seen.push_back(Zel::fromGenericIf<int>(q.value().ptr()));
+    }
+    EXPECT_EQ(seen, (std::vector<int>{30, 10, 20}));
+    EXPECT_EQ(Zel::fromGenericIf<int>(fifo.genericIfRemove(bag.ptr()).ptr()), 30);
+    auto frozen = Bag::_zelType.genericIf(bag->valuePtr(), true);
+    EXPECT_THROW(fifo.genericIfAdd(frozen.ptr(), Zel::toGenericIf(1).ptr()), Zel::ConstException);
+}
+
+TEST(DirTest, ChildrenNotifyAndPlainEntitiesHaveNone) {
+    Zel::Ptr<Zel::Dir> top = Zel::globalDir()->newDir("dirtest");
+    EXPECT_EQ(Zel::globalDir()->newDir("dirtest"), top);
+    Zel::Ptr<Zel::Dir> sub = top->newDir("sub");
+    EXPECT_EQ(sub->fullName().value, "/dirtest/sub");
+    EXPECT_EQ(sub->parentAttrName(), "entity");
+
+    struct Count : Zel::GenericIf::NotifieeConst {
+        using NotifieeConst::NotifieeConst;
+        std::vector<Zel::String8> keys;
+        void onAttribute(Zel::ZelAttr const* a, Zel::Ptr<Zel::GenericIf const> const& v) override {
+            EXPECT_STREQ(a->name(), "entity");
+            keys.push_back(Zel::fromGenericIf<Zel::String8>(v.ptr()));
+        }
+    };
+    auto g = Zel::genericIfOf(top.ptr());
+    Zel::Ptr<Count> n = Zel::zelNew<Count>(g);
+    top->newEntity("leaf", "Zel::Entity");
+    top->entityDel("sub");
+    EXPECT_EQ(n->keys, (std::vector<Zel::String8>{"leaf", "sub"}));
+    EXPECT_EQ(sub->parent(), nullptr);
+
+    // Entity's own "entity" collection: a Dir's children, nothing otherwise.
+    Zel::ZelAttr const* children = Zel::Entity::_zelType.attr("entity");
+    EXPECT_EQ(children->genericIfMembers(g.ptr()), 1u);
+    auto leaf = Zel::genericIfOf(top->entity("leaf").ptr());
+    EXPECT_EQ(children->genericIfMembers(leaf.ptr()), 0u);
+    EXPECT_FALSE(children->genericIfIterator(leaf.ptr()).valid());
+    EXPECT_THROW(children->genericIfGet(leaf.ptr(), Zel::toGenericIf(Zel::String8("x")).ptr()), Zel::RangeException);
+    EXPECT_THROW(top->newEntity("leaf", "Zel::Dir"), Zel::NameInUseException);
+    Zel::globalDir()->entityDel("dirtest");
+
+    EXPECT_EQ(Zel::NboAttrLog::connectionDir(), Zel::NboAttrLog::connectionDir());
+    EXPECT_STREQ(Zel::globalNboAttrLogDemuxerManager()->fwkType()->name(), "Zel::NboAttrLog::DemuxerManager");
+}
+
+TEST(AllocTrackerTest, LiveCountsFollowAllocations) {
+    auto tracker = Zel::genericIfOf(Zel::AllocTracker::instance().ptr());
+    EXPECT_EQ(Zel::Entity::singleton(Zel::Name("Zel::AllocTracker")).ptr(), tracker->valuePtr());
+    Zel::ZelAttr const* live = tracker->type()->attr("liveCount");
+    Zel::Ptr<Zel::GenericIf const> key = Zel::toGenericIf(Zel::String8("Zel::Dir"));
+    Zel::Ptr<Zel::Dir> d = Zel::zelNew<Zel::Dir>(Zel::Name("counted"));
+    uint64_t before = Zel::fromGenericIf<unsigned long long>(live->genericIfGet(tracker.ptr(), key.ptr()).ptr());
+    d.reset();
+    EXPECT_EQ(Zel::fromGenericIf<unsigned long long>(live->genericIfGet(tracker.ptr(), key.ptr()).ptr()), before - 1);
+    EXPECT_THROW(live->genericIfGet(tracker.ptr(), Zel::toGenericIf(Zel::String8("No::Such")).ptr()),
+                 Zel::RangeException);
+    Zel::String8 last;
+    uint64_t n = 0;
+    for (auto it = live->genericIfIterator(tracker.ptr()); it.valid(); it.advance(), ++n) {
+        Zel::String8 k = Zel::fromGenericIf<Zel::String8>(it.key().ptr());
+        EXPECT_LT(last, k);
+        last = k;
+    }
+    EXPECT_EQ(n, live->genericIfMembers(tracker.ptr()));
+    EXPECT_TRUE(live->genericIfIteratorKey(tracker.ptr(), key.ptr()).valid());
+}
