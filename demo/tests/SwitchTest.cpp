@@ -4,6 +4,7 @@
 #include <new>
 
 #include "Zel/Dir.h"
+#include "Zel/Notifiee.h"
 #include "demo/Switch.h"
 #include "demo/tests/Reflect.h"
 
@@ -147,6 +148,23 @@ TEST_F(SwitchTest, FunctionsTakeTypedArgumentsAndThrowEveryKind) {
     }
     EXPECT_THROW(fail("bad_alloc"), std::bad_alloc);
     EXPECT_THROW(fail("int"), int);
+}
+
+TEST_F(SwitchTest, ChangesNotifyWithTheKeyOrNullForTheQueue) {
+    struct Recorder : Zel::GenericIf::NotifieeConst {
+        using NotifieeConst::NotifieeConst;
+        std::vector<std::string> seen;
+        void onAttribute(Zel::ZelAttr const* at, Zel::Ptr<Zel::GenericIf const> const& v) override {
+            seen.push_back(std::string(at->name()) + "=" + (v ? v->strep().str() : "None"));
+        }
+    };
+    Zel::Ptr<Recorder> rec = Zel::zelNew<Recorder>(sw);
+    a("vlan")->genericIfSet(sw.ptr(), toGenericIf(5).ptr(), toGenericIf(String8("v")).ptr());
+    a("log")->genericIfAdd(sw.ptr(), toGenericIf(String8("m")).ptr());
+    a("intf")->genericIfAdd(sw.ptr(), ArgVector{toGenericIf(String8("eth0"))});
+    a("vlan")->genericIfDel(sw.ptr(), toGenericIf(5).ptr());
+    call("reset");   // only the log still has a member
+    EXPECT_EQ(rec->seen, (std::vector<std::string>{"vlan=5", "log=None", "intf='eth0'", "vlan=5", "log=None"}));
 }
 
 TEST(DemoDir, SwitchesLiveInTheGlobalTree) {
