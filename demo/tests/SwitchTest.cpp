@@ -45,7 +45,7 @@ TEST_F(SwitchTest, InterfacesAreInstantiatedAndKeyedByName) {
     EXPECT_EQ(again->valuePtr(), eth1->valuePtr());
     // Members are children of the switch, under the collection's name.
     EXPECT_EQ(get<String8>(eth1.ptr(), "parentAttrName"), "intf");
-    EXPECT_EQ(get<Zel::Name>(eth1.ptr(), "fullName").value, "/eth1");   // the parentless switch is a root
+    EXPECT_EQ(get<Zel::Name>(eth1.ptr(), "fullName").value, "/sw1/eth1");   // the tree's top names itself
     // Set with a member keys it by its own name; an index is refused.
     auto eth9 = make("Demo::Interface", String8("eth9"));
     EXPECT_THROW(a("intf")->genericIfSet(sw.ptr(), toGenericIf(String8("x")).ptr(), eth9.ptr()), Zel::TypeException);

@@ -25,9 +25,12 @@ NotifieeList* Entity::notifieeList(bool create) const {
 Name Entity::fullName() const {
     if (!parent_) return name_;
     String8 path;
-    for (Entity const* e = this; e && e->parent_; e = e->parent_) {
-        path = "/" + e->name_.value + path;
-    }
+    Entity const* e = this;
+    for (; e->parent_; e = e->parent_) path = "/" + e->name_.value + path;
+    // The tree's top contributes its name unless it is the global root "/",
+    // so a switch "sw1" outside the global Dir still names its interfaces
+    // "/sw1/eth1".
+    if (e->name_.value != "/") path = "/" + e->name_.value + path;
     return Name(path);
 }
 

@@ -22,7 +22,8 @@ public:
     Entity* parent() const { return parent_; }
     // The name of the parent's collection holding this entity ("" at a root).
     String8 parentAttrName() const { return parentAttrName_; }
-    // "/a/b/name" from the root; a parentless entity's full name is its name.
+    // "/a/b/name" from the top of its tree (the global root "/" is left out);
+    // a parentless entity's full name is its name.
     Name fullName() const;
 
     // Set by the collection that takes the entity in (not counted: the
