@@ -144,6 +144,25 @@ bool runStartup(Options const& o) {
     }
 }
 
+// The build's modules and the project's packages stay importable when the
+// agent is started by hand, after whatever PYTHONPATH already names.
+void addBuildPythonPath() {
+    PyObject* path = PySys_GetObject(const_cast<char*>("path"));   // borrowed
+    if (!path) return;
+    std::string dirs = ZEL_AGENT_PYTHONPATH;
+    for (size_t start = 0; start <= dirs.size();) {
+        size_t end = dirs.find(':', start);
+        if (end == std::string::npos) end = dirs.size();
+        std::string dir = dirs.substr(start, end - start);
+        if (!dir.empty()) {
+            Zel::Ptr<Zel::PyObjHandle> item = own(PyString_FromString(dir.c_str()));
+            if (item->pyObject()) PyList_Append(path, item->pyObject());
+        }
+        start = end + 1;
+    }
+    PyErr_Clear();
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -153,6 +172,7 @@ int main(int argc, char** argv) {
     Py_Initialize();
     PyEval_InitThreads();
     PySys_SetArgvEx(argc, argv, 0);
+    addBuildPythonPath();
 
     loadDemo();
     publishSwitch(o.name.substr(o.name.find('.') + 1));
