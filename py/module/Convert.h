@@ -1,0 +1,26 @@
+// Conversions between Python values and framework values, and argument
+// tuples. Implemented in ToFramework.cpp, ArgTuples.cpp and ToPython.cpp.
+#pragma once
+
+#include "Module.h"
+
+// Python value -> framework value of `type`. The unsafe form needs the
+// interpreter lock; the safe form takes it itself (PyGILState_Ensure), so
+// the attribute operations call it while their anchor holds the activity
+// lock. Failures: a thrown framework exception, or a null result with a
+// Python TypeError set (callers test PyErr_Occurred after a null result).
+ZEL_API Zel::Ptr<Zel::GenericIf const> PyObjectToGenericIf_unsafe(PyObject* obj, Zel::ZelType const* type);
+ZEL_API Zel::Ptr<Zel::GenericIf const> PyObjectToGenericIf(PyObject* obj, Zel::ZelType const* type);
+
+// Framework value -> new Python reference (null with a Python error set).
+// Needs the interpreter lock.
+ZEL_API PyObject* GenericIfToPyObjectInternal(Zel::Ptr<Zel::GenericIf const> const& g, bool useDefault);
+ZEL_API PyObject* GenericIfToPyObject(Zel::Ptr<Zel::GenericIf const> const& g);
+ZEL_API PyObject* FwkPy_String_FromString(Zel::String8 const& s);
+
+// Python tuple -> argument vector for the attribute's instantiating or call
+// parameters; takes the interpreter lock itself.
+ZEL_API Zel::ArgVector PyTupleToGenericIfVector(PyObject* args, Zel::ZelAttr const* attr, bool skipOne);
+// One parameter; needs the interpreter lock.
+ZEL_API Zel::Ptr<Zel::GenericIf const> PyTupleToGenericIfVector_helper(Zel::ZelType const* type, PyObject* tuple,
+                                                                       unsigned position, bool isConstructor);
