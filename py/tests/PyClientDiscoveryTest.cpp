@@ -54,52 +54,50 @@ Zel::PyServerContacts lookup(Zel::PyClient& client, std::string const& path) {
     return c;
 }
 
+Zel::PyClient demoClient(char const* name) {
+    return Zel::PyClient(Zel::String8("demo"), Zel::String8(name), 'T', nullptr, nullptr);
+}
+
 TEST(PyClientDiscovery, AgentFiles) {
     AgentsDir dir;
-    Zel::PyClient client(Zel::String8("demo"), Zel::String8("a"), 'T', nullptr, nullptr);
-
-    auto full = lookup(client, dir.write("demo.full", "1234\n4321\n/run/x.sock\n"));
-    EXPECT_EQ(full.port, 4321);
-    EXPECT_EQ(full.socketName, "/run/x.sock");
-
-    auto noSocket = lookup(client, dir.write("demo.nosock", "1234\n0\n"));
-    EXPECT_EQ(noSocket.port, 0);
-    EXPECT_EQ(noSocket.socketName, "untouched");
-
-    // A third line without a newline in its first 108 bytes.
-    auto longName = lookup(client, dir.write("demo.long", "1234\n77\n" + std::string(110, 's') + "\n"));
-    EXPECT_EQ(longName.port, 77);
-    EXPECT_EQ(longName.socketName, "untouched");
-
-    // One line without a newline, and a file filling the whole read with
-    // no newline: nothing found, nothing read past the buffer.
-    auto oneLine = lookup(client, dir.write("demo.one", "1234"));
-    EXPECT_EQ(oneLine.port, -1);
-    auto noNewline = lookup(client, dir.write("demo.nonl", std::string(300, '7')));
-    EXPECT_EQ(noNewline.port, -1);
-
-    // An empty file of a live agent stays.
-    std::string empty = dir.write("demo.empty", "");
-    EXPECT_EQ(lookup(client, empty).port, -1);
-    EXPECT_TRUE(exists(empty));
+    Zel::PyClient client = demoClient("a");
+    struct {
+        char const* name;
+        std::string text;
+        int port;
+        char const* socket;
+    } const live[] = {
+        {"full", "1234\n4321\n/run/x.sock\n", 4321, "/run/x.sock"},
+        {"nosock", "1234\n0\n", 0, "untouched"},
+        // A third line without a newline in its first 108 bytes.
+        {"long", "1234\n77\n" + std::string(110, 's') + "\n", 77, "untouched"},
+        // One line without a newline, and a file filling the whole read
+        // with no newline: nothing found, nothing read past the buffer.
+        {"one", "1234", -1, "untouched"},
+        {"nonl", std::string(300, '7'), -1, "untouched"},
+        {"empty", "", -1, "untouched"},   // a live agent's empty file stays
+    };
+    for (auto const& c : live) {
+        std::string path = dir.write(std::string("demo.") + c.name, c.text);
+        auto found = lookup(client, path);
+        EXPECT_EQ(found.port, c.port) << c.name;
+        EXPECT_EQ(found.socketName, c.socket) << c.name;
+        EXPECT_TRUE(exists(path)) << c.name;
+    }
 
     // A file nobody holds belongs to a dead agent: removed.
     std::string dead = dir.write("demo.dead", "1234\n5\n/s\n", false);
     EXPECT_EQ(lookup(client, dead).port, -1);
     EXPECT_FALSE(exists(dead));
 
-    // Missing file: nothing.
-    EXPECT_EQ(lookup(client, dir.file("demo.none")).port, -1);
+    EXPECT_EQ(lookup(client, dir.file("demo.none")).port, -1);   // missing file
     EXPECT_FALSE(client.sameProcess());
 
     // Another open failure is an error, with the path as context.
-    try {
-        lookup(client, empty + "/below-a-file");
-        FAIL();
-    } catch (Zel::ErrnoException const& e) {
-        EXPECT_EQ(e.errnum(), ENOTDIR);
-        EXPECT_EQ(e.context(), empty + "/below-a-file");
-    }
+    std::string below = dir.file("demo.empty") + "/below-a-file";
+    auto e = thrown<Zel::ErrnoException>([&] { lookup(client, below); });
+    EXPECT_EQ(e.errnum(), ENOTDIR);
+    EXPECT_EQ(e.context(), below);
 
     // This process's own pid: same-process mode, contacts untouched.
     auto self = lookup(client, dir.write("demo.self", std::to_string(::getpid()) + "\n99\n/s\n"));
@@ -110,7 +108,7 @@ TEST(PyClientDiscovery, AgentFiles) {
 
 TEST(PyClientDiscovery, MissingDirectoryFindsNothing) {
     ::setenv("ZELC_AGENTS_DIR", "/nonexistent/zelpy-agents", 1);
-    Zel::PyClient client(Zel::String8("demo"), Zel::String8("a"), 'T', nullptr, nullptr);
+    Zel::PyClient client = demoClient("a");
     EXPECT_EQ(lookup(client, "/nonexistent/zelpy-agents/demo.a").port, -1);
     EXPECT_EQ(Zel::PyClient::agentsDir(), "/nonexistent/zelpy-agents");
     ::unsetenv("ZELC_AGENTS_DIR");
@@ -126,7 +124,7 @@ TEST(PyClientDiscovery, ConnectByNameFollowsTheAgentFile) {
     });
     dir.write("demo.live", "1\n0\n" + peer.path() + "\n");
     ::setenv("SUBSYSTEMID", "sub7", 1);
-    Zel::PyClient client(Zel::String8("demo"), Zel::String8("live"), 'T', nullptr, nullptr);
+    Zel::PyClient client = demoClient("live");
     ::unsetenv("SUBSYSTEMID");
     EXPECT_EQ(client.serverName(), "demo.live.sub7");
     client.connect();
@@ -134,14 +132,10 @@ TEST(PyClientDiscovery, ConnectByNameFollowsTheAgentFile) {
     client.eval("7", buf, sizeof buf);
     EXPECT_STREQ(buf, "agent:7");
 
-    Zel::PyClient absent(Zel::String8("demo"), Zel::String8("gone"), 'T', nullptr, nullptr);
+    Zel::PyClient absent = demoClient("gone");
     absent.retryProfileIs(kNoRetry);
-    try {
-        absent.connect();
-        FAIL();
-    } catch (Zel::RpcConnectionException const& e) {
-        EXPECT_EQ(e.message(), "Unable to connect to demo.gone");
-    }
+    EXPECT_EQ(thrown<Zel::RpcConnectionException>([&] { absent.connect(); }).message(),
+              "Unable to connect to demo.gone");
     absent.retryProfileIs(Zel::PyClient::kDefaultRetryProfile);
 }
 
@@ -156,7 +150,6 @@ struct InterruptingSignal {
         struct sigaction sa{};
         sa.sa_handler = countInterrupt;
         sigemptyset(&sa.sa_mask);
-        sa.sa_flags = 0;
         sigaction(SIGUSR1, &sa, &old);
     }
     ~InterruptingSignal() { sigaction(SIGUSR1, &old, nullptr); }
@@ -165,11 +158,8 @@ struct InterruptingSignal {
 
 // Interrupts `t` until the handler has run `n` more times.
 void interrupt(std::thread& t, int n) {
-    int target = interrupts + n;
-    while (interrupts < target) {
+    for (int target = interrupts + n; interrupts < target; std::this_thread::yield())
         pthread_kill(t.native_handle(), SIGUSR1);
-        std::this_thread::yield();
-    }
 }
 
 TEST(PyClientTransport, InterruptedCallsAreRepeated) {
@@ -195,27 +185,23 @@ TEST(PyClientTransport, InterruptedCallsAreRepeated) {
     single.join();
     EXPECT_EQ(got, 1);   // returns after the first chunk
 
-    // send, blocked on a full socket buffer.
+    // send, blocked on a full socket buffer; finishing at all is the check.
     int small = 4096;
     ::setsockopt(sv[0], SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
     ::fcntl(sv[0], F_SETFL, O_NONBLOCK);
     while (::send(sv[0], buf, sizeof buf, MSG_NOSIGNAL) > 0) {
     }
     ::fcntl(sv[0], F_SETFL, 0);
-    bool sent = false;
+    std::atomic<bool> sent{false};
     std::thread writer([&] {
         socketSend(sv[0], "zz", 2, 0);
         sent = true;
     });
     interrupt(writer, 3);
     std::vector<char> drain(1 << 20);
-    while (!sent) {
-        ::fcntl(sv[1], F_SETFL, O_NONBLOCK);
-        (void)::recv(sv[1], drain.data(), drain.size(), 0);
-        std::this_thread::yield();
-    }
+    ::fcntl(sv[1], F_SETFL, O_NONBLOCK);
+    for (; !sent; std::this_thread::yield()) (void)::recv(sv[1], drain.data(), drain.size(), 0);
     writer.join();
-    EXPECT_TRUE(sent);
     ::close(sv[0]);
     ::close(sv[1]);
 }
@@ -230,15 +216,11 @@ TEST(PyClientTransport, PeerCloseAndErrors) {
     EXPECT_EQ(socketRecv(sv[0], buf, 8, true), 0);
     ::close(sv[0]);
     ::close(sv[1]);
-    try {
-        socketRecv(sv[0], buf, 8, true);
-        FAIL();
-    } catch (Zel::ErrnoException const& e) {
-        EXPECT_EQ(e.errnum(), EBADF);
-        EXPECT_EQ(e.ids(), Zel::Exception::IdBitArray(0x20000000));
-        EXPECT_EQ(e.message(), Zel::errnoString(EBADF));
-        EXPECT_EQ(e.context(), "");
-    }
+    auto e = thrown<Zel::ErrnoException>([&] { socketRecv(sv[0], buf, 8, true); });
+    EXPECT_EQ(e.errnum(), EBADF);
+    EXPECT_EQ(e.ids(), Zel::Exception::IdBitArray(0x20000000));
+    EXPECT_EQ(e.message(), Zel::errnoString(EBADF));
+    EXPECT_EQ(e.context(), "");
     EXPECT_THROW(socketSend(-1, "x", 1, 0), Zel::ErrnoException);
 }
 
@@ -255,19 +237,31 @@ void ensurePython() {
     (void)ready;
 }
 
+struct Gil {
+    PyGILState_STATE state = PyGILState_Ensure();
+    ~Gil() { PyGILState_Release(state); }
+};
+
 Py_ssize_t refcount(PyObject* o) {
-    PyGILState_STATE g = PyGILState_Ensure();
-    Py_ssize_t n = Py_REFCNT(o);
-    PyGILState_Release(g);
-    return n;
+    Gil g;
+    return Py_REFCNT(o);
+}
+
+// Runs `code`, then reports whether a Python error is pending.
+bool py(char const* code) {
+    Gil g;
+    PyRun_SimpleString(code);
+    return PyErr_Occurred() != nullptr;
 }
 
 TEST(PyObjHandle, ReferenceCounts) {
     ensurePython();
-    PyGILState_STATE g = PyGILState_Ensure();
-    PyObject* o = PyList_New(0);
-    PyObject* p = PyList_New(0);
-    PyGILState_Release(g);
+    PyObject *o, *p;
+    {
+        Gil g;
+        o = PyList_New(0);
+        p = PyList_New(0);
+    }
     Py_ssize_t base = refcount(o);
     {
         Zel::Ptr<Zel::PyObjHandle> own = Zel::pyObjHandleFactory(o, false);
@@ -279,10 +273,11 @@ TEST(PyObjHandle, ReferenceCounts) {
         Zel::Ptr<Zel::PyObjHandle> adopted = Zel::pyObjHandleFactory(o, true);
         EXPECT_EQ(refcount(o), base);
         // Adopting another object drops the old reference, takes none.
-        g = PyGILState_Ensure();
-        Py_INCREF(o);
-        Py_INCREF(p);
-        PyGILState_Release(g);
+        {
+            Gil g;
+            Py_INCREF(o);
+            Py_INCREF(p);
+        }
         adopted->pyObjectIs(p);
         EXPECT_EQ(refcount(o), base);
         EXPECT_EQ(refcount(p), 2);
@@ -290,17 +285,16 @@ TEST(PyObjHandle, ReferenceCounts) {
     EXPECT_EQ(refcount(p), 1);
     EXPECT_FALSE(Zel::pyObjHandleFactory(nullptr, false)->pyObject());
     EXPECT_EQ(Zel::typeNode("Zel::PyObjHandle")->baseType(), &Zel::PtrInterface::_zelType);
-    g = PyGILState_Ensure();
+    Gil g;
     Py_DECREF(o);
     Py_DECREF(p);
-    PyGILState_Release(g);
 }
 
 TEST(PyClientSameProcess, LocalServerPerClient) {
     ensurePython();
     AgentsDir dir;
     dir.write("demo.me", std::to_string(::getpid()) + "\n0\n/none\n");
-    Zel::PyClient client(Zel::String8("demo"), Zel::String8("me"), 'T', nullptr, nullptr);
+    Zel::PyClient client = demoClient("me");
     client.connect();
     EXPECT_TRUE(client.sameProcess());
     EXPECT_TRUE(client.connected());
@@ -321,21 +315,13 @@ TEST(PyClientSameProcess, LocalServerPerClient) {
     EXPECT_EQ(client.eval("'abcdef'", small, sizeof small), 8);
     EXPECT_STREQ(small, "'ab");
 
-    try {
-        client.eval("1/0", buf, sizeof buf);
-        FAIL();
-    } catch (Zel::RpcConnectionException const&) {
-        FAIL() << "not a connection failure";
-    } catch (Zel::RpcException const& e) {
-        EXPECT_EQ(e.message(), "Error calling doEval on _LocalServer instance");
-        EXPECT_EQ(e.ids(), Zel::Exception::IdBitArray(0x100000));
-    }
-    PyGILState_STATE g = PyGILState_Ensure();
-    EXPECT_EQ(PyErr_Occurred(), nullptr);
-    PyGILState_Release(g);
+    auto e = thrown<Zel::RpcException>([&] { client.eval("1/0", buf, sizeof buf); });
+    EXPECT_EQ(e.message(), "Error calling doEval on _LocalServer instance");
+    EXPECT_EQ(e.ids(), Zel::Exception::IdBitArray(0x100000));
+    EXPECT_FALSE(py(""));
 
     // Another client gets its own _LocalServer and namespace.
-    Zel::PyClient other(Zel::String8("demo"), Zel::String8("me"), 'T', nullptr, nullptr);
+    Zel::PyClient other = demoClient("me");
     other.connect();
     EXPECT_THROW(other.eval("kept", buf, sizeof buf), Zel::RpcException);
     EXPECT_NE(other.localServer(), client.localServer());
@@ -345,58 +331,35 @@ TEST(PyClientSameProcess, BrokenPythonSide) {
     ensurePython();
     AgentsDir dir;
     dir.write("demo.me", std::to_string(::getpid()) + "\n");
-    Zel::PyClient client(Zel::String8("demo"), Zel::String8("me"), 'T', nullptr, nullptr);
+    Zel::PyClient client = demoClient("me");
     client.connect();
     char buf[32];
-    PyGILState_STATE g = PyGILState_Ensure();
-    PyRun_SimpleString(
-        "import PyServer\n"
-        "saved = PyServer._LocalServer\n"
-        "class NoMethods(object): pass\n"
-        "PyServer._LocalServer = 5\n");
-    PyGILState_Release(g);
-    EXPECT_THROW(
-        {
-            try {
-                client.eval("1", buf, sizeof buf);
-            } catch (Zel::RpcException const& e) {
-                EXPECT_EQ(e.message(), "PyServer._LocalServer is not a type");
-                throw;
-            }
-        },
-        Zel::RpcException);
-    g = PyGILState_Ensure();
-    PyRun_SimpleString("del PyServer._LocalServer\n");
-    PyGILState_Release(g);
-    try {
-        client.eval("1", buf, sizeof buf);
-        FAIL();
-    } catch (Zel::RpcException const& e) {
-        EXPECT_EQ(e.message(), "Error occurred instantiating _LocalServer");
+    py("import PyServer\n"
+       "saved = PyServer._LocalServer\n"
+       "class NoMethods(object): pass\n");
+    struct {
+        char const* setup;
+        bool exec;
+        char const* message;
+    } const broken[] = {
+        {"PyServer._LocalServer = 5\n", false, "PyServer._LocalServer is not a type"},
+        {"del PyServer._LocalServer\n", false, "Error occurred instantiating _LocalServer"},
+        {"PyServer._LocalServer = NoMethods\n", true, "doExec attribute not found on _LocalServer instance"},
+    };
+    for (auto const& b : broken) {
+        py(b.setup);
+        auto e = thrown<Zel::RpcException>(
+            [&] { b.exec ? client.execute("x = 1", buf, sizeof buf) : client.eval("1", buf, sizeof buf); });
+        EXPECT_EQ(e.message(), b.message);
     }
-    g = PyGILState_Ensure();
-    PyRun_SimpleString("PyServer._LocalServer = NoMethods\n");
-    PyGILState_Release(g);
-    try {
-        client.execute("x = 1", buf, sizeof buf);
-        FAIL();
-    } catch (Zel::RpcException const& e) {
-        EXPECT_EQ(e.message(), "doExec attribute not found on _LocalServer instance");
-    }
-    g = PyGILState_Ensure();
-    PyRun_SimpleString(
-        "class NotText(object):\n"
-        "    def doEval(self, cmd): return 12345\n"
-        "PyServer._LocalServer = NotText\n");
-    PyGILState_Release(g);
-    Zel::PyClient fresh(Zel::String8("demo"), Zel::String8("me"), 'T', nullptr, nullptr);
+    py("class NotText(object):\n"
+       "    def doEval(self, cmd): return 12345\n"
+       "PyServer._LocalServer = NotText\n");
+    Zel::PyClient fresh = demoClient("me");
     fresh.connect();
     EXPECT_EQ(fresh.eval("anything", buf, sizeof buf), 5);   // str() of a non-string
     EXPECT_STREQ(buf, "12345");
-    g = PyGILState_Ensure();
-    PyRun_SimpleString("PyServer._LocalServer = saved\n");
-    EXPECT_EQ(PyErr_Occurred(), nullptr);
-    PyGILState_Release(g);
+    EXPECT_FALSE(py("PyServer._LocalServer = saved\n"));
 }
 
 } // namespace

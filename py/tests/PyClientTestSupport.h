@@ -2,6 +2,7 @@
 // temporary path whose connections run a script on their own thread.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -11,9 +12,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
+
+#include "Zel/Exception.h"
 
 namespace zeltest {
 
@@ -129,5 +134,20 @@ private:
     std::atomic<int> accepted_{0};
     std::thread thread_;
 };
+
+// Runs `f`, which must throw an E (for a plain RpcException, not a
+// connection failure), and returns a copy of it.
+template <class E, class F>
+E thrown(F f) {
+    try {
+        f();
+    } catch (E const& e) {
+        if constexpr (std::is_same_v<E, Zel::RpcException>) {
+            EXPECT_EQ(dynamic_cast<Zel::RpcConnectionException const*>(&e), nullptr) << "a connection failure";
+        }
+        return e;
+    }
+    throw std::logic_error("the expected exception was not thrown");
+}
 
 } // namespace zeltest
