@@ -18,154 +18,128 @@ struct IgnoreSigpipe {
     IgnoreSigpipe() { ::signal(SIGPIPE, SIG_IGN); }
 } const ignoreSigpipe;
 
-// A peer that answers every request of every connection with `reply`, and
-// records what it received.
-struct Recorder {
+// A peer that answers every request of every connection with `reply` and
+// records what it received, and a client connected to it.
+struct Session {
+    explicit Session(std::function<std::string(Request const&)> reply, char const* init = nullptr)
+        : peer([this, reply](int fd, int) {
+              greetings.push_back(greet(fd));
+              Request r;
+              while (readRequest(fd, &r)) {
+                  requests.push_back(r);
+                  writeAll(fd, reply(r));
+              }
+          }),
+          client(Zel::String8(peer.path()), 'T', init) {
+        client.connect();
+    }
     std::vector<std::string> greetings;
     std::vector<Request> requests;
+    ScriptedPeer peer;
+    Zel::PyClient client;
 };
 
-ScriptedPeer::Script answering(Recorder* rec, std::function<std::string(Request const&)> reply) {
-    return [rec, reply](int fd, int) {
-        rec->greetings.push_back(greet(fd));
-        Request r;
-        while (readRequest(fd, &r)) {
-            rec->requests.push_back(r);
-            writeAll(fd, reply(r));
-        }
-    };
+std::string notice(std::string const& server) { return "[PyClient reconnecting to " + server + "]\n"; }
+
+// Runs `f`, which must fail to talk to the server, with standard error
+// captured into `*err`.
+template <class F>
+Zel::RpcConnectionException failing(F f, std::string* err) {
+    struct Capture {
+        std::string* err;
+        Capture(std::string* e) : err(e) { testing::internal::CaptureStderr(); }
+        ~Capture() { *err = testing::internal::GetCapturedStderr(); }
+    } capture(err);
+    return thrown<Zel::RpcConnectionException>(f);
 }
 
 TEST(PyClientProtocol, GreetingFramingAndEmptyResult) {
-    Recorder rec;
-    ScriptedPeer peer(answering(&rec, [](Request const& r) {
-        return r.command == "empty" ? response("OK", "") : response("OK", "<" + r.command + ">");
-    }));
-    Zel::PyClient client(Zel::String8(peer.path()), 'T', nullptr);
-    client.connect();
-    EXPECT_TRUE(client.connected());
+    Session s([](Request const& r) { return response("OK", r.command == "empty" ? "" : "<" + r.command + ">"); });
+    EXPECT_TRUE(s.client.connected());
     char buf[64];
-    EXPECT_EQ(client.eval("1+1", buf, sizeof buf), 5);
+    EXPECT_EQ(s.client.eval("1+1", buf, sizeof buf), 5);
     EXPECT_STREQ(buf, "<1+1>");
-    EXPECT_EQ(client.execute("empty", buf, sizeof buf), 0);   // L = 2
+    EXPECT_EQ(s.client.execute("empty", buf, sizeof buf), 0);   // L = 2
     EXPECT_STREQ(buf, "");
-    ASSERT_EQ(rec.greetings.size(), 1u);
-    EXPECT_EQ(rec.greetings[0], std::string("TR"));
-    ASSERT_EQ(rec.requests.size(), 2u);
-    EXPECT_EQ(rec.requests[0].header, std::string("?1\0\0\0\3", 6));
-    EXPECT_EQ(rec.requests[1].kind, "?2");
+    EXPECT_EQ(s.greetings, std::vector<std::string>{"TR"});
+    ASSERT_EQ(s.requests.size(), 2u);
+    EXPECT_EQ(s.requests[0].header, std::string("?1\0\0\0\3", 6));
+    EXPECT_EQ(s.requests[1].kind, "?2");
 }
 
 TEST(PyClientProtocol, CommandLengthLimit) {
-    Recorder rec;
-    ScriptedPeer peer(answering(&rec, [](Request const&) { return response("OK", "x"); }));
-    Zel::PyClient client(Zel::String8(peer.path()), 'T', nullptr);
-    client.connect();
+    Session s([](Request const&) { return response("OK", "x"); });
     char buf[16];
-    std::string longest(4089, 'a');
-    client.eval(longest.c_str(), buf, sizeof buf);
-    std::string tooLong(4090, 'b');
-    try {
-        client.eval(tooLong.c_str(), buf, sizeof buf);
-        FAIL() << "a 4090-byte command was accepted";
-    } catch (Zel::RangeException const& e) {
-        EXPECT_EQ(e.message(), "Remote eval/exec command was too long: " + tooLong +
-                                   ", request cannot exceed 4090 bytes");
-    }
-    client.eval("next", buf, sizeof buf);
-    ASSERT_EQ(rec.requests.size(), 2u);   // nothing was sent for the refused one
-    EXPECT_EQ(rec.requests[0].header, std::string("?1\0\0\x0f\xf9", 6));
-    EXPECT_EQ(rec.requests[0].command, longest);
-    EXPECT_EQ(rec.requests[1].command, "next");
+    std::string longest(4089, 'a'), tooLong(4090, 'b');
+    s.client.eval(longest.c_str(), buf, sizeof buf);
+    EXPECT_EQ(thrown<Zel::RangeException>([&] { s.client.eval(tooLong.c_str(), buf, sizeof buf); }).message(),
+              "Remote eval/exec command was too long: " + tooLong + ", request cannot exceed 4090 bytes");
+    s.client.eval("next", buf, sizeof buf);
+    ASSERT_EQ(s.requests.size(), 2u);   // nothing was sent for the refused one
+    EXPECT_EQ(s.requests[0].header, std::string("?1\0\0\x0f\xf9", 6));
+    EXPECT_EQ(s.requests[0].command, longest);
+    EXPECT_EQ(s.requests[1].command, "next");
 }
 
 TEST(PyClientProtocol, ResultBufferEdges) {
-    Recorder rec;
-    ScriptedPeer peer(answering(&rec, [](Request const& r) {
-        if (r.command == "raise-big") return response("EX", "0123456789");
-        return response("OK", r.command);
-    }));
-    Zel::PyClient client(Zel::String8(peer.path()), 'T', nullptr);
-    client.connect();
+    Session s([](Request const& r) {
+        return r.command == "raise-big" ? response("EX", "0123456789") : response("OK", r.command);
+    });
     char buf[8];
-    EXPECT_EQ(client.eval("1234567", buf, 8), 7);   // bufSize - 1 bytes fit
+    EXPECT_EQ(s.client.eval("1234567", buf, 8), 7);   // bufSize - 1 bytes fit
     EXPECT_STREQ(buf, "1234567");
 
     // One byte more overflows, is retried on a new connection, and fails
     // again: the text keeps the overflow message.
-    testing::internal::CaptureStderr();
-    try {
-        client.eval("abcdefgh", buf, 8);
-        FAIL() << "overflow not reported";
-    } catch (Zel::RpcConnectionException const& e) {
-        EXPECT_EQ(e.message().str().rfind("Cannot talk to server " + peer.path() +
-                                              ", unrecoverable server failure:Buffer for PyClient result was too small."
-                                              "  The original exception follows:\n",
-                                          0),
-                  0u)
-            << e.message();
-        EXPECT_EQ(e.ids(), Zel::Exception::IdBitArray(0x300000));
-    }
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "[PyClient reconnecting to " + peer.path() + "]\n");
-    EXPECT_EQ(client.socket(), -1);
-    EXPECT_EQ(rec.requests.size(), 3u);   // the overflowing command went twice
+    std::string err;
+    auto e = failing([&] { s.client.eval("abcdefgh", buf, 8); }, &err);
+    EXPECT_EQ(e.message().str().rfind("Cannot talk to server " + s.peer.path() +
+                                          ", unrecoverable server failure:Buffer for PyClient result was too small."
+                                          "  The original exception follows:\n",
+                                      0),
+              0u)
+        << e.message();
+    EXPECT_EQ(e.ids(), Zel::Exception::IdBitArray(0x300000));
+    EXPECT_EQ(err, notice(s.peer.path()));
+    EXPECT_EQ(s.client.socket(), -1);
+    EXPECT_EQ(s.requests.size(), 3u);   // the overflowing command went twice
 
     // A server exception that does not fit is an overflow too, not a
     // server exception.
-    client.connect();
-    testing::internal::CaptureStderr();
-    EXPECT_THROW(client.eval("raise-big", buf, 8), Zel::RpcConnectionException);
-    testing::internal::GetCapturedStderr();
+    s.client.connect();
+    failing([&] { s.client.eval("raise-big", buf, 8); }, &err);
 }
 
 TEST(PyClientProtocol, OverflowDrainWithOneByteBuffer) {
     // bufSize 1 stores only the terminator; the drain reads a byte at a
     // time and keeps all but the last chunk.
-    Recorder rec;
-    ScriptedPeer peer(answering(&rec, [](Request const&) { return response("OK", "wxyz"); }));
-    Zel::PyClient client(Zel::String8(peer.path()), 'T', nullptr);
-    client.connect();
+    Session s([](Request const&) { return response("OK", "wxyz"); });
     char one[1] = {'?'};
-    testing::internal::CaptureStderr();
-    try {
-        client.eval("w", one, 1);
-        FAIL();
-    } catch (Zel::RpcConnectionException const& e) {
-        std::string const tail = "The original exception follows:\nwxy";
-        ASSERT_GE(e.message().size(), tail.size());
-        EXPECT_EQ(e.message().str().substr(e.message().size() - tail.size()), tail);
-    }
-    testing::internal::GetCapturedStderr();
+    std::string err, message = failing([&] { s.client.eval("w", one, 1); }, &err).message().str();
+    std::string const tail = "The original exception follows:\nwxy";
+    ASSERT_GE(message.size(), tail.size());
+    EXPECT_EQ(message.substr(message.size() - tail.size()), tail);
     EXPECT_EQ(one[0], 'z');   // the buffer holds the last drained chunk
 }
 
 TEST(PyClientProtocol, ServerExceptionIsNotRetried) {
-    Recorder rec;
-    ScriptedPeer peer(answering(&rec, [](Request const&) { return response("EX", "Traceback: boom"); }));
-    Zel::PyClient client(Zel::String8(peer.path()), 'T', nullptr);
-    client.connect();
+    Session s([](Request const&) { return response("EX", "Traceback: boom"); });
     char buf[64];
-    try {
-        client.eval("boom()", buf, sizeof buf);
-        FAIL();
-    } catch (Zel::RpcConnectionException const&) {
-        FAIL() << "a server exception is not a connection failure";
-    } catch (Zel::RpcException const& e) {
-        EXPECT_EQ(e.message(), "Traceback: boom");
-        EXPECT_EQ(e.ids(), Zel::Exception::IdBitArray(0x100000));
-    }
-    EXPECT_EQ(rec.requests.size(), 1u);
-    EXPECT_GE(client.socket(), 0);
+    auto e = thrown<Zel::RpcException>([&] { s.client.eval("boom()", buf, sizeof buf); });
+    EXPECT_EQ(e.message(), "Traceback: boom");
+    EXPECT_EQ(e.ids(), Zel::Exception::IdBitArray(0x100000));
+    EXPECT_EQ(s.requests.size(), 1u);
+    EXPECT_GE(s.client.socket(), 0);
 }
 
 TEST(PyClientProtocol, ReconnectsOnceAndResends) {
-    Recorder rec;
+    std::vector<std::string> commands;
     // The first connection takes the command and closes; later ones answer.
-    ScriptedPeer peer([&rec](int fd, int index) {
+    ScriptedPeer peer([&commands](int fd, int index) {
         greet(fd);
         Request r;
         while (readRequest(fd, &r)) {
-            rec.requests.push_back(r);
+            commands.push_back(r.command);
             if (index == 0) return;
             writeAll(fd, response("OK", "done " + r.command));
         }
@@ -175,10 +149,9 @@ TEST(PyClientProtocol, ReconnectsOnceAndResends) {
     char buf[64];
     testing::internal::CaptureStderr();
     EXPECT_EQ(client.execute("work()", buf, sizeof buf), 11);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "[PyClient reconnecting to " + peer.path() + "]\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), notice(peer.path()));
     EXPECT_STREQ(buf, "done work()");
-    ASSERT_EQ(rec.requests.size(), 2u);
-    EXPECT_EQ(rec.requests[1].command, "work()");
+    EXPECT_EQ(commands, (std::vector<std::string>{"work()", "work()"}));
 }
 
 TEST(PyClientProtocol, FinalFailureText) {
@@ -190,15 +163,11 @@ TEST(PyClientProtocol, FinalFailureText) {
     Zel::PyClient client(Zel::String8(peer.path()), 'T', nullptr);
     client.connect();
     char buf[16];
-    testing::internal::CaptureStderr();
-    try {
-        client.eval("x", buf, sizeof buf);
-        FAIL();
-    } catch (Zel::RpcConnectionException const& e) {
-        EXPECT_EQ(e.message(), "Cannot talk to server " + peer.path() +
-                                   ", unrecoverable server failure:Peer of PyClient shut down the socket");
-    }
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "[PyClient reconnecting to " + peer.path() + "]\n");
+    std::string err;
+    EXPECT_EQ(failing([&] { client.eval("x", buf, sizeof buf); }, &err).message(),
+              "Cannot talk to server " + peer.path() +
+                  ", unrecoverable server failure:Peer of PyClient shut down the socket");
+    EXPECT_EQ(err, notice(peer.path()));
 }
 
 TEST(PyClientProtocol, ReconnectNoticeNamesThePortWithoutADisplayName) {
@@ -215,14 +184,10 @@ TEST(PyClientProtocol, ReconnectNoticeNamesThePortWithoutADisplayName) {
     Zel::PyClient client(port, 'T', nullptr);
     client.retryProfileIs(kNoRetry);
     char buf[16];
-    testing::internal::CaptureStderr();
-    try {
-        client.eval("x", buf, sizeof buf);   // never connected: the send fails first
-        FAIL();
-    } catch (Zel::RpcConnectionException const& e) {
-        EXPECT_EQ(e.message(), "Unable to connect to ");
-    }
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "[PyClient reconnecting to port " + std::to_string(port) + "]\n");
+    std::string err;
+    // Never connected: the send fails first.
+    EXPECT_EQ(failing([&] { client.eval("x", buf, sizeof buf); }, &err).message(), "Unable to connect to ");
+    EXPECT_EQ(err, notice("port " + std::to_string(port)));
     client.retryProfileIs(Zel::PyClient::kDefaultRetryProfile);
     ::close(probe);
 }
@@ -238,15 +203,11 @@ TEST(PyClientProtocol, ExhaustedProfileGivesUpWithoutWaiting) {
     ASSERT_EQ(::bind(s, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
     Zel::PyClient client(Zel::String8(path), 'T', nullptr);
     client.retryProfileIs(kNoRetry);
-    testing::internal::CaptureStderr();
-    try {
-        client.connect();
-        FAIL();
-    } catch (Zel::RpcConnectionException const& e) {
-        EXPECT_EQ(e.message(), "Unable to connect to " + path);
-        EXPECT_EQ(e.ids(), Zel::Exception::IdBitArray(0x300000));
-    }
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    std::string err;
+    auto e = failing([&] { client.connect(); }, &err);
+    EXPECT_EQ(e.message(), "Unable to connect to " + path);
+    EXPECT_EQ(e.ids(), Zel::Exception::IdBitArray(0x300000));
+    EXPECT_EQ(err, "");
     EXPECT_FALSE(client.connected());
     EXPECT_EQ(client.socket(), -1);
 
@@ -267,14 +228,11 @@ TEST(PyClientProtocol, DefaultRetryProfile) {
 }
 
 TEST(PyClientProtocol, InitCommandRunsAfterEveryConnect) {
-    Recorder rec;
-    ScriptedPeer peer(answering(&rec, [](Request const&) { return response("OK", "ignored"); }));
-    Zel::PyClient client(Zel::String8(peer.path()), 'T', "import os");
-    client.connect();
-    client.connect();
-    ASSERT_EQ(rec.requests.size(), 2u);
-    EXPECT_EQ(rec.requests[0].kind, "?2");
-    EXPECT_EQ(rec.requests[1].command, "import os");
+    Session s([](Request const&) { return response("OK", "ignored"); }, "import os");
+    s.client.connect();
+    ASSERT_EQ(s.requests.size(), 2u);
+    EXPECT_EQ(s.requests[0].kind, "?2");
+    EXPECT_EQ(s.requests[1].command, "import os");
 }
 
 } // namespace
