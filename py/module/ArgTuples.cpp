@@ -1,0 +1,53 @@
+// Python argument tuple -> framework argument vector, converting each
+// element to the type declared for its parameter position.
+#include "Convert.h"
+#include "Zel/Format.h"
+
+using namespace Zel;
+
+Ptr<GenericIf const> PyTupleToGenericIfVector_helper(ZelType const* type, PyObject* tuple, unsigned position,
+                                                     bool isConstructor) {
+    ZELPY_CHECK(type);
+    try {
+        return PyObjectToGenericIf_unsafe(PyTuple_GET_ITEM(tuple, position), type);
+    } catch (TypeException const& e) {
+        String8 m("Error processing ");
+        if (isConstructor) m += "constructor ";
+        m += format("parameter %u : ", position);
+        m += exceptionString(e);
+        throw TypeException(m);
+    }
+}
+
+ArgVector PyTupleToGenericIfVector(PyObject* args, ZelAttr const* attr, bool skipOne) {
+    GilEnsure gil;
+    if (Py_TYPE(args) != &PyTuple_Type) throw TypeException(String8("expected tuple, got ") + typeNameFromPyObject(args));
+    unsigned expected = attr->instantiatingArgNames() - (skipOne ? 1 : 0);
+    Py_ssize_t passed = PyTuple_GET_SIZE(args);
+    if (passed != static_cast<Py_ssize_t>(expected)) {
+        String8 m = format("expected %u parameters: %zd passed in: (", expected, passed);
+        for (Py_ssize_t i = 0; i < passed; ++i) {
+            if (i) m += ", ";
+            m += typeNameFromPyObject(PyTuple_GET_ITEM(args, i));
+        }
+        m += ")";
+        throw TypeException(m);
+    }
+    int skip = skipOne ? attr->instantiatingIndexPosition() : -1;
+    ArgVector out;
+    ArgDesc const* params = attr->instantiatingArgs();
+    if (!params) return out;
+    unsigned k = 0;
+    for (int i = 0; params[i].typeName; ++i) {
+        if (i == skip) continue;
+        ZelType const* type;
+        try {
+            type = typeNode(String8(params[i].typeName));
+        } catch (NoTypeNodeException const& e) {
+            throw InternalException(format("unknown type while processing parameter %u: %s", k, e.message().c_str()));
+        }
+        out.push_back(PyTupleToGenericIfVector_helper(type, args, k, false));
+        ++k;
+    }
+    return out;
+}

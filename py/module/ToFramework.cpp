@@ -1,0 +1,281 @@
+// Python value -> framework value of an expected type. Strict: exact Python
+// number types, explicit range checks (Python ints are 64-bit here, but the
+// Python-visible ranges are those of 32-bit int and long), never a guess.
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <sstream>
+#include <vector>
+
+#include "Convert.h"
+#include "Mapping.h"
+#include "Zel/Builtin.h"
+#include "Zel/Values.h"
+
+using namespace Zel;
+using Zel::PyGenericIf::DefaultAttributeData;
+using Zel::PyGenericIf::FwkPyGenericIfMapping;
+using Zel::PyGenericIf::TypeAttributeIdKey;
+
+namespace {
+
+[[noreturn]] void refuse(PyObject* obj, ZelType const* type) { GenericIf_TypeExceptionThrow(obj, type); }
+
+bool exactInt(PyObject* o) { return Py_TYPE(o) == &PyInt_Type; }
+bool exactLong(PyObject* o) { return Py_TYPE(o) == &PyLong_Type; }
+bool exactFloat(PyObject* o) { return Py_TYPE(o) == &PyFloat_Type; }
+bool errorPending() { return PyErr_Occurred() != nullptr; }
+
+template <class T>
+Ptr<GenericIf const> builtin(T v) {
+    return Ptr<GenericIf const>(Builtin<T>::_zelType.genericIf(&v, false));
+}
+
+// An integer read with PyInt_AsLong (which accepts both int and long) that
+// must lie in [lo, hi].
+template <class T>
+Ptr<GenericIf const> rangedInt(PyObject* obj, ZelType const* type, long lo, long hi) {
+    if (!exactInt(obj) && !exactLong(obj)) refuse(obj, type);
+    long v = PyInt_AsLong(obj);
+    if (errorPending() || v < lo || v > hi) refuse(obj, type);
+    return builtin<T>(static_cast<T>(v));
+}
+
+Ptr<GenericIf const> toBuiltin(PyObject* obj, ZelType const* type) {
+    if (type == &Builtin<String8>::_zelType) {
+        if (!PyString_Check(obj)) refuse(obj, type);
+        char* p = nullptr;
+        Py_ssize_t n = 0;
+        if (PyString_AsStringAndSize(obj, &p, &n) < 0 || errorPending()) refuse(obj, type);
+        return builtin<String8>(String8(p, static_cast<size_t>(n)));
+    }
+    if (type == &Builtin<unsigned char>::_zelType) return rangedInt<unsigned char>(obj, type, 0, UCHAR_MAX);
+    if (type == &Builtin<signed char>::_zelType) return rangedInt<signed char>(obj, type, SCHAR_MIN, SCHAR_MAX);
+    if (type == &Builtin<unsigned short>::_zelType) return rangedInt<unsigned short>(obj, type, 0, USHRT_MAX);
+    if (type == &Builtin<short>::_zelType) return rangedInt<short>(obj, type, SHRT_MIN, SHRT_MAX);
+    if (type == &Builtin<int>::_zelType) return rangedInt<int>(obj, type, INT32_MIN, INT32_MAX);
+    if (type == &Builtin<long>::_zelType) return rangedInt<long>(obj, type, INT32_MIN, INT32_MAX);
+    if (type == &Builtin<unsigned int>::_zelType) {
+        if (exactInt(obj)) {
+            long v = PyInt_AsLong(obj);
+            if (errorPending() || v < 0 || v > long(UINT32_MAX)) refuse(obj, type);
+            return builtin<unsigned int>(static_cast<unsigned int>(v));
+        }
+        if (exactLong(obj)) {
+            unsigned long long v = PyLong_AsUnsignedLongLong(obj);
+            if (errorPending() || (v >> 32) != 0) refuse(obj, type);
+            return builtin<unsigned int>(static_cast<unsigned int>(v));
+        }
+        refuse(obj, type);
+    }
+    if (type == &Builtin<unsigned long long>::_zelType) {
+        if (exactInt(obj)) {
+            long v = PyInt_AsLong(obj);
+            if (errorPending() || v < 0) refuse(obj, type);
+            return builtin<unsigned long long>(static_cast<unsigned long long>(v));
+        }
+        if (exactLong(obj)) {
+            unsigned long long v = PyLong_AsUnsignedLongLong(obj);
+            if (errorPending()) refuse(obj, type);
+            return builtin<unsigned long long>(v);
+        }
+        refuse(obj, type);
+    }
+    if (type == &Builtin<long long>::_zelType) {
+        // A Python int always fits: nothing can go wrong reading it.
+        if (exactInt(obj)) return builtin<long long>(static_cast<long long>(PyInt_AsLong(obj)));
+        if (exactLong(obj)) {
+            long long v = PyLong_AsLongLong(obj);
+            if (errorPending()) refuse(obj, type);
+            return builtin<long long>(v);
+        }
+        refuse(obj, type);
+    }
+    if (type == &Builtin<float>::_zelType || type == &Builtin<double>::_zelType) {
+        if (!exactInt(obj) && !exactFloat(obj) && !exactLong(obj)) refuse(obj, type);
+        double v = PyFloat_AsDouble(obj);
+        if (errorPending()) refuse(obj, type);
+        if (type == &Builtin<double>::_zelType) return builtin<double>(v);
+        return builtin<float>(static_cast<float>(v));
+    }
+    if (type == &Builtin<bool>::_zelType) {
+        if (Py_TYPE(obj) != &PyBool_Type) refuse(obj, type);
+        long v = PyInt_AsLong(obj);
+        if (errorPending()) refuse(obj, type);
+        return builtin<bool>(v != 0);
+    }
+    if (type == &Builtin<char>::_zelType) {
+        if (!PyString_Check(obj) || PyString_GET_SIZE(obj) != 1) refuse(obj, type);
+        return builtin<char>(PyString_AS_STRING(obj)[0]);
+    }
+    refuse(obj, type);
+}
+
+char const* stringOrRefuse(PyObject* obj, ZelType const* type) {
+    if (!PyString_Check(obj)) refuse(obj, type);
+    char const* text = PyString_AsString(obj);
+    if (!text) refuse(obj, type);
+    return text;
+}
+
+Ptr<GenericIf const> enumeratorValue(ZelType const* type, int32_t id) {
+    Ptr<GenericIf> g = type->genericIf(nullptr, true);
+    *static_cast<int32_t*>(g->valuePtr()) = id;
+    return Ptr<GenericIf const>(g);
+}
+
+Ptr<GenericIf const> toEnum(PyObject* obj, ZelType const* type) {
+    if (PyString_Check(obj)) {
+        if (char const* name = PyString_AsString(obj)) {
+            if (ZelAttr const* a = type->attr(name)) return enumeratorValue(type, a->attributeId());
+        } else {
+            PyErr_Clear();
+        }
+    } else if (PyInt_Check(obj)) {
+        long v = PyInt_AsLong(obj);
+        if (!errorPending() && v >= INT32_MIN && v <= INT32_MAX &&
+            FwkPyGenericIfMapping::global()->attributeData(TypeAttributeIdKey(type, static_cast<AttributeId>(v)))) {
+            return enumeratorValue(type, static_cast<int32_t>(v));
+        }
+        PyErr_Clear();
+    }
+    std::vector<ZelAttr const*> attrs;
+    for (unsigned i = 0; i < type->attrCount(); ++i) attrs.push_back(&type->attrs()[i]);
+    std::stable_sort(attrs.begin(), attrs.end(),
+                     [](ZelAttr const* a, ZelAttr const* b) { return a->attributeId() < b->attributeId(); });
+    std::ostringstream os;
+    os << type->name() << " expected one of: ";
+    bool first = true;
+    for (ZelAttr const* a : attrs) {
+        if (!first) os << ", ";
+        first = false;
+        // A nameless enumerator ends the list: the stream writes nothing more.
+        if (!a->name()) os.setstate(std::ios::failbit);
+        else os << '"' << a->name() << "\"=" << a->attributeId();
+    }
+    throw TypeException(String8(os.str()));
+}
+
+[[noreturn]] void throwFromPtrAttrError() {
+    PyObject *t = nullptr, *v = nullptr, *tb = nullptr;
+    PyErr_Fetch(&t, &v, &tb);
+    PyRef type(t), value(v), trace(tb);
+    String8 message("Unknown exception");
+    if (value) {
+        PyRef s(PyObject_Str(value.get()));
+        if (s && PyString_Check(s.get())) message = String8(PyString_AS_STRING(s.get()), PyString_GET_SIZE(s.get()));
+        else PyErr_Clear();
+    }
+    throwInternalException(message);
+}
+
+// None, a GifPtr, or an object carrying one in `ptr_`.
+Ptr<GenericIf const> toHandle(PyObject* obj, ZelType const* type) {
+    if (obj == Py_None) {
+        if (type->isValue() || type->isBuiltinType()) refuse(obj, type);
+        if (type->hasOwnPtrInterface()) return Ptr<GenericIf const>(type->genericIf(nullptr, false));
+        return Ptr<GenericIf const>();
+    }
+    Ptr<GenericIf const> g;
+    if (FwkPyGenericIf_Check(obj)) {
+        g = reinterpret_cast<FwkPyGenericIf*>(obj)->gif;
+    } else {
+        PyRef ptr(PyObject_GetAttrString(obj, "ptr_"));
+        if (!ptr) {
+            if (!PyErr_ExceptionMatches(PyExc_AttributeError)) throwFromPtrAttrError();
+            PyErr_Clear();
+            refuse(obj, type);
+        }
+        if (!FwkPyGenericIf_Check(ptr.get())) refuse(obj, type);
+        g = reinterpret_cast<FwkPyGenericIf*>(ptr.get())->gif;
+    }
+    if (g) {
+        try {
+            g->typeCheck(type);
+        } catch (TypeException const&) {
+            refuse(obj, type);
+        }
+    }
+    return g;
+}
+
+} // namespace
+
+Ptr<GenericIf const> PyObjectToGenericIf_unsafe(PyObject* obj, ZelType const* type) {
+    if (!type) throw TypeException("introspection failed: expected type is NULL");
+    if (type->isBuiltinType()) return toBuiltin(obj, type);
+    if (type == &EntityUri::_zelType) {
+        EntityUri uri{Uri(String8(stringOrRefuse(obj, type)))};
+        uri.checkScheme();
+        return Ptr<GenericIf const>(type->genericIf(&uri, true));
+    }
+    if (type == &EntityUriPath::_zelType) {
+        EntityUriPath path{String8(stringOrRefuse(obj, type))};
+        return Ptr<GenericIf const>(type->genericIf(&path, true));
+    }
+    if (type == &Name::_zelType) {
+        if (!PyString_Check(obj)) refuse(obj, type);
+        char* p = nullptr;
+        Py_ssize_t n = 0;
+        if (PyString_AsStringAndSize(obj, &p, &n) < 0) refuse(obj, type);
+        Name name{String8(p, static_cast<size_t>(n))};
+        return Ptr<GenericIf const>(type->genericIf(&name, true));
+    }
+    if (type->isEnumType()) return toEnum(obj, type);
+
+    DefaultAttributeData d = FwkPyGenericIfMapping::global()->defaultAttributeData(type);
+    if (!d.valid) {
+        PyErr_SetString(PyExc_TypeError, d.errorMessage.c_str());
+        return Ptr<GenericIf const>();
+    }
+    if (!d.defaultType) return toHandle(obj, type);
+
+    Ptr<GenericIf const> converted;
+    bool refused = false;
+    {
+        Expect expect(Exception::idType);
+        try {
+            if (d.usePythonRepr) {
+                PyRef repr(PyObject_Repr(obj));
+                if (!repr) {
+                    PyErr_SetString(PyExc_TypeError, "repr failed");
+                    return Ptr<GenericIf const>();
+                }
+                converted = PyObjectToGenericIf(repr.get(), d.defaultType);
+            } else {
+                converted = PyObjectToGenericIf(obj, d.defaultType);
+            }
+        } catch (TypeException const&) {
+            refused = true;
+        }
+    }
+    if (refused) {
+        // The refusal may leave the reading call's Python error behind.
+        PyErr_Clear();
+        return toHandle(obj, type);
+    }
+    if (!converted && PyErr_Occurred()) return Ptr<GenericIf const>();
+    ArgDesc const* params = type->constructorArgs();
+    if (type->constructorArgNames() == 1 && typeNode(String8(params[0].typeName)) == d.defaultType) {
+        ArgVector args;
+        args.push_back(converted);
+        return Ptr<GenericIf const>(type->genericIf(args, false));
+    }
+    if (d.defaultId != 0) {
+        Ptr<GenericIf> g = type->genericIf(nullptr, false);
+        type->attr(d.defaultId)->genericIfSet(g.ptr(), nullptr, converted.ptr());
+        return Ptr<GenericIf const>(g);
+    }
+    String8 m("cannot construct a ");
+    m += type->name();
+    m += " from a ";
+    m += typeNameFromPyObject(obj);
+    m += " because it has more than one constructor parameter and its default constructor cannot be called";
+    PyErr_SetString(PyExc_TypeError, m.c_str());
+    return Ptr<GenericIf const>();
+}
+
+Ptr<GenericIf const> PyObjectToGenericIf(PyObject* obj, ZelType const* type) {
+    GilEnsure gil;
+    return PyObjectToGenericIf_unsafe(obj, type);
+}
