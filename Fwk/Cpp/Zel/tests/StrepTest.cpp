@@ -2,6 +2,8 @@
 
 #include <cmath>
 #include <limits>
+#include <stdexcept>
+#include <type_traits>
 
 #include "Zel/Builtin.h"
 #include "Zel/Strep.h"
@@ -25,23 +27,30 @@ void expectRoundTrip(T v) {
     EXPECT_EQ(parseAll<T>(Zel::valueToStrep(v)), v) << Zel::valueToStrep(v);
 }
 
-template <class T>
+// Runs `f`, which must throw an E (for a RangeException, not a parse
+// error), and returns a copy of it.
+template <class E, class F>
+E thrown(F f) {
+    try {
+        f();
+    } catch (E const& e) {
+        if constexpr (std::is_same_v<E, Zel::RangeException>) {
+            EXPECT_EQ(dynamic_cast<Zel::ParseException const*>(&e), nullptr) << "a parse error";
+        }
+        return e;
+    }
+    throw std::logic_error("the expected exception was not thrown");
+}
+
+template <class... T>
 void expectLimitsRoundTrip() {
-    expectRoundTrip<T>(std::numeric_limits<T>::min());
-    expectRoundTrip<T>(std::numeric_limits<T>::max());
-    expectRoundTrip<T>(T(0));
+    (..., (expectRoundTrip(std::numeric_limits<T>::min()), expectRoundTrip(std::numeric_limits<T>::max()),
+           expectRoundTrip(T(0))));
 }
 
 TEST(StrepIntegers, LimitsRoundTrip) {
-    expectLimitsRoundTrip<signed char>();
-    expectLimitsRoundTrip<unsigned char>();
-    expectLimitsRoundTrip<short>();
-    expectLimitsRoundTrip<unsigned short>();
-    expectLimitsRoundTrip<int>();
-    expectLimitsRoundTrip<unsigned int>();
-    expectLimitsRoundTrip<long>();
-    expectLimitsRoundTrip<unsigned long long>();
-    expectLimitsRoundTrip<long long>();
+    expectLimitsRoundTrip<signed char, unsigned char, short, unsigned short, int, unsigned int, long,
+                          unsigned long long, long long>();
     EXPECT_EQ(parseAll<Zel::AttributeId>("-17"), -17);
 }
 
@@ -60,14 +69,9 @@ TEST(StrepIntegers, OneBeyondTheLimitIsARangeError) {
 }
 
 TEST(StrepIntegers, OverflowIsNotMistakenForSyntax) {
-    try {
-        parseAll<unsigned char>("300");
-        FAIL();
-    } catch (Zel::ParseException const&) {
-        FAIL() << "a well-formed number out of range is a range error, not a parse error";
-    } catch (Zel::RangeException const& e) {
-        EXPECT_NE(e.message().str().find("300"), std::string::npos) << e.message();
-    }
+    // A well-formed number out of range is a range error, not a parse error.
+    auto e = thrown<Zel::RangeException>([] { parseAll<unsigned char>("300"); });
+    EXPECT_NE(e.message().str().find("300"), std::string::npos) << e.message();
     EXPECT_THROW(parseAll<int>("x1"), Zel::ParseException);
     EXPECT_THROW(parseAll<int>(""), Zel::ParseException);
     EXPECT_THROW(parseAll<unsigned int>("-"), Zel::ParseException);
@@ -153,12 +157,8 @@ TEST(StrepNeedString, ConsumesExactlyOrNamesBothTexts) {
     Zel::StrepIt it = text.begin();
     Zel::needString(it, text.end(), "Value(");
     EXPECT_EQ(it, text.begin() + 6);
-    try {
-        Zel::needString(it, text.end(), "'U'");
-        FAIL();
-    } catch (Zel::ParseException const& e) {
-        EXPECT_EQ(e.message(), "expected ''U'', found ''T', ** {'");
-    }
+    EXPECT_EQ(thrown<Zel::ParseException>([&] { Zel::needString(it, text.end(), "'U'"); }).message(),
+              "expected ''U'', found ''T', ** {'");
     EXPECT_EQ(it, text.begin() + 6);   // nothing consumed by a failure
     it = text.end();
     EXPECT_THROW(Zel::needString(it, text.end(), "x"), Zel::ParseException);
@@ -168,24 +168,14 @@ TEST(StrepNeedString, ConsumesExactlyOrNamesBothTexts) {
 TEST(StrepDeserializeAttr, AddsTheFieldNameAndKeepsTheKind) {
     String8 text("300");
     Zel::StrepIt it = text.begin();
-    try {
-        Zel::deserializeAttr<unsigned char>(it, text.end(), "width");
-        FAIL();
-    } catch (Zel::ParseException const&) {
-        FAIL() << "kind changed";
-    } catch (Zel::RangeException const& e) {
-        EXPECT_EQ(e.message().str().rfind("width: ", 0), 0u) << e.message();
-        EXPECT_TRUE(e.ids().has(Zel::Exception::idRange));
-    }
+    auto range = thrown<Zel::RangeException>([&] { Zel::deserializeAttr<unsigned char>(it, text.end(), "width"); });
+    EXPECT_EQ(range.message().str().rfind("width: ", 0), 0u) << range.message();
+    EXPECT_TRUE(range.ids().has(Zel::Exception::idRange));
     String8 bad("Fals");
     it = bad.begin();
-    try {
-        Zel::deserializeAttr<bool>(it, bad.end(), "valid");
-        FAIL();
-    } catch (Zel::ParseException const& e) {
-        EXPECT_EQ(e.message().str().rfind("valid: expected True or False", 0), 0u) << e.message();
-        EXPECT_TRUE(e.ids().has(Zel::Exception::idParse));
-    }
+    auto parse = thrown<Zel::ParseException>([&] { Zel::deserializeAttr<bool>(it, bad.end(), "valid"); });
+    EXPECT_EQ(parse.message().str().rfind("valid: expected True or False", 0), 0u) << parse.message();
+    EXPECT_TRUE(parse.ids().has(Zel::Exception::idParse));
     String8 type("type('No::Such')");
     it = type.begin();
     EXPECT_THROW(Zel::deserializeAttr<Zel::ZelType const*>(it, type.end(), "typeptr"),
@@ -194,13 +184,10 @@ TEST(StrepDeserializeAttr, AddsTheFieldNameAndKeepsTheKind) {
 
 TEST(StrepDeserializeAttr, KeepsTheOriginalBacktrace) {
     Zel::RangeException original("boom");
-    try {
-        Zel::rethrowFromDeserializeAttr(original, "f");
-    } catch (Zel::RangeException const& e) {
-        EXPECT_EQ(e.message(), "f: boom");
-        EXPECT_EQ(e.backtrace().ptr(), original.backtrace().ptr());
-        EXPECT_EQ(e.ids(), original.ids());
-    }
+    auto e = thrown<Zel::RangeException>([&] { Zel::rethrowFromDeserializeAttr(original, "f"); });
+    EXPECT_EQ(e.message(), "f: boom");
+    EXPECT_EQ(e.backtrace().ptr(), original.backtrace().ptr());
+    EXPECT_EQ(e.ids(), original.ids());
 }
 
 } // namespace
