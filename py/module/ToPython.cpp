@@ -102,10 +102,14 @@ PyObject* GenericIfToPyObjectInternal(Ptr<GenericIf const> const& g, bool useDef
     if (!useDefault || !d.defaultType || !d.defaultAttributeUsedForAccessor) return MakeFwkPyGenericIf(g);
     if (d.defaultId == 0) {
         // Resolved by name once per type.
-        d.defaultId = t->attr(d.defaultAttr->name())->attributeId();
+        ZelAttr const* byName = d.defaultAttr ? t->attr(d.defaultAttr->name()) : nullptr;
+        if (!byName) return MakeFwkPyGenericIf(g);
+        d.defaultId = byName->attributeId();
         mapping->defaultAttributeDataIs(t, d);
     }
-    Ptr<GenericIf const> value = t->attr(d.defaultId)->genericIfGet(g.ptr(), nullptr);
+    ZelAttr const* attr = t->attr(d.defaultId);
+    if (!attr) return MakeFwkPyGenericIf(g);
+    Ptr<GenericIf const> value = attr->genericIfGet(g.ptr(), nullptr);
     if (d.usePythonRepr) return evalRepr(*value->attrValPtr<String8>());
     return GenericIfToPyObject(value);
 }
