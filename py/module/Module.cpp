@@ -27,10 +27,29 @@ void sigintHandler(int sig) {
 // Entries join this table as the module's operations are built; the
 // documentation strings are part of the module's interface.
 PyMethodDef moduleFunctions[] = {
+    {"globalDir", PyZel_globalDir, METH_NOARGS, "The global root Dir"},
+    {"globalNboAttrLogConnectionDir", PyZel_globalNboAttrLogConnectionDir, METH_NOARGS,
+     "The global Zel::ConnectionDir"},
+    {"globalNboAttrLogDemuxerManager", PyZel_globalNboAttrLogDemuxerManager, METH_NOARGS,
+     "The global Zel::NboAttrLog::DemuxerManager"},
+    {"trace_h", PyZel_trace_h, METH_VARARGS, "trace a message"},
+    {"setproctitle", PyZel_setproctitle, METH_VARARGS, "set the process title"},
+    {"setexternalinfo", PyZel_setexternalinfo, METH_VARARGS, "set the external info for passive mount"},
+    {"printexternalinfo", PyZel_printexternalinfo, METH_VARARGS, "print the external info for passive mount"},
+    {"traceLineSuppressed", PyZel_traceLineSuppressed, METH_VARARGS,
+     "determine if a tracing level is currently suppressed"},
     {"acquireActivityLock", PyZel_acquireActivityLock, METH_NOARGS, "Acquire the global activity lock"},
     {"releaseActivityLock", PyZel_releaseActivityLock, METH_NOARGS, "Release the global activity lock"},
     {"activityLockOwner", PyZel_activityLockOwner, METH_NOARGS, "owner of the activity lock"},
     {"enableThreadSafePointers", PyZel_enableThreadSafePointers, METH_NOARGS, "enable atomic smart pointers"},
+    {"activityManagerExecTimeIs", PyZel_activityManagerExecTimeIs, METH_VARARGS,
+     "Run activities for an interval of time"},
+    {"singleton", PyZel_singleton, METH_VARARGS, "Look up a singleton by type name"},
+    {"handle", PyZel_handle, METH_VARARGS, "Create a PyObject handle"},
+    {"nullGenericIf", PyZel_nullGenericIf, METH_NOARGS,
+     "Create a new genericIf instance for a NULL pointer. Return a GifPtr"},
+    {"newGenericIf", PyZel_newGenericIf, METH_VARARGS,
+     "Create a new genericIf instance from a typename and constructor args. Return a GifPtr"},
     {"typeNode", PyZel_typeNode, METH_VARARGS, "Return the Zel::ZelType object with the specified name"},
     {nullptr, nullptr, 0, nullptr},
 };
@@ -38,9 +57,7 @@ PyMethodDef moduleFunctions[] = {
 } // namespace
 
 extern "C" void init_Zel() {
-    // The collection iterator type is readied between ZelAttr and GifPtr
-    // once it exists.
-    for (PyTypeObject* t : {&PyZelType_Type, &PyZelAttr_Type, &FwkPyGenericIf_Type}) {
+    for (PyTypeObject* t : {&PyZelType_Type, &PyZelAttr_Type, &FwkPyGenericIfIterator_Type, &FwkPyGenericIf_Type}) {
         if (PyType_Ready(t) < 0) return;
     }
     PyObject* module = Py_InitModule4("_Zel", moduleFunctions, "Module providing access to Zel types", nullptr,

@@ -78,3 +78,77 @@ PyObject* PyZel_releaseActivityLock(PyObject* self, PyObject* unused) noexcept;
 PyObject* PyZel_activityLockOwner(PyObject* self, PyObject* unused) noexcept;
 PyObject* PyZel_enableThreadSafePointers(PyObject* self, PyObject* unused) noexcept;
 PyObject* PyZel_typeNode(PyObject* self, PyObject* args);
+
+// --- attribute operations (methods of _Zel.GifPtr) ---------------------------
+
+PyObject* FwkPyGenericIf_attributeSingletonIs(PyObject* self, PyObject* args);
+PyObject* FwkPyGenericIf_attributeCollectionIs(PyObject* self, PyObject* args);
+PyObject* FwkPyGenericIf_attributeSingleton(PyObject* self, PyObject* args);
+PyObject* FwkPyGenericIf_rawAttributeSingleton(PyObject* self, PyObject* args);
+PyObject* FwkPyGenericIf_attributeCollectionExist(PyObject* self, PyObject* args);
+PyObject* FwkPyGenericIf_attributeCollection(PyObject* self, PyObject* args);
+PyObject* FwkPyGenericIf_attributeCollectionVal(PyObject* self, PyObject* args);
+PyObject* FwkPyGenericIf_rawAttributeCollection(PyObject* self, PyObject* args);
+PyObject* FwkPyGenericIf_attributeVersion(PyObject* self, PyObject* attr);
+PyObject* FwkPyGenericIf_attributeSingletonDel(PyObject* self, PyObject* args);
+PyObject* FwkPyGenericIf_attributeCollectionDel(PyObject* self, PyObject* args);
+PyObject* FwkPyGenericIf_attributeRemove(PyObject* self, PyObject* args);
+PyObject* FwkPyGenericIf_attributeAdd(PyObject* self, PyObject* args);
+PyObject* FwkPyGenericIf_attributeFunction(PyObject* self, PyObject* args);
+PyObject* FwkPyGenericIf_attributeMembers(PyObject* self, PyObject* args);
+PyObject* FwkPyGenericIf_attributeIter(PyObject* self, PyObject* args);
+
+extern PyTypeObject FwkPyGenericIfIterator_Type;
+
+namespace Zel {
+
+// The common frame of an attribute operation: release-anchor (flags 0),
+// Expect for id 1, and a framework exception rewritten with the attribute
+// and whatever prefix the body last stored in `prefix` (the stage it had
+// reached). The body returns a new reference, or null with a Python error
+// set, and re-takes the interpreter lock itself before touching Python.
+template <class Body>
+PyObject* attributeOperation(ZelAttr const* attr, Body&& body) {
+    char const* prefix = "";
+    try {
+        PyLockAnchor anchor(0);
+        Expect expect(Exception::idExpectAll);
+        return body(anchor, prefix);
+    } catch (Exception& e) {
+        updateException(&e, attr, prefix);
+    } catch (...) {
+        translateCppExceptionToPython();
+    }
+    return nullptr;
+}
+
+// A null conversion result is either a legitimate null value or a refusal
+// with a Python error set; telling them apart needs the interpreter lock.
+// Returns false (interpreter lock held) for a refusal.
+inline bool conversionSucceeded(PyLockAnchor& anchor, Ptr<GenericIf const> const& converted) {
+    if (converted) return true;
+    anchor.gilHeldIs(true);
+    if (PyErr_Occurred()) return false;
+    anchor.gilHeldIs(false);
+    return true;
+}
+
+inline GenericIf const* gifOf(PyObject* self) { return reinterpret_cast<FwkPyGenericIf*>(self)->gif.ptr(); }
+
+} // namespace Zel
+
+// --- remaining module functions --------------------------------------------
+
+PyObject* PyZel_globalDir(PyObject* self, PyObject* unused);
+PyObject* PyZel_globalNboAttrLogConnectionDir(PyObject* self, PyObject* unused);
+PyObject* PyZel_globalNboAttrLogDemuxerManager(PyObject* self, PyObject* unused);
+PyObject* PyZel_trace_h(PyObject* self, PyObject* args);
+PyObject* PyZel_setproctitle(PyObject* self, PyObject* args);
+PyObject* PyZel_setexternalinfo(PyObject* self, PyObject* args);
+PyObject* PyZel_printexternalinfo(PyObject* self, PyObject* args);
+PyObject* PyZel_traceLineSuppressed(PyObject* self, PyObject* args);
+PyObject* PyZel_activityManagerExecTimeIs(PyObject* self, PyObject* args);
+PyObject* PyZel_singleton(PyObject* self, PyObject* args);
+PyObject* PyZel_handle(PyObject* self, PyObject* args);
+PyObject* PyZel_nullGenericIf(PyObject* self, PyObject* unused);
+PyObject* PyZel_newGenericIf(PyObject* self, PyObject* args);
