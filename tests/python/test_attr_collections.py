@@ -83,6 +83,27 @@ class Collections(unittest.TestCase):
         self.assertNotEqual(first.ptr, second.ptr)
         self.assertEqual(len(set(drain(self.sw.attributeIter(A("event"), _Zel.IteratorModeKeys)))), 2)
 
+    def test_direct_lookup_reads_without_the_key_probe(self):
+        color = A("color")
+        self.sw.attributeCollectionIs(color, "x", "red")
+        self.assertEqual(self.sw.attributeCollectionVal(color, "x"), "red")
+        with self.assertRaises(IndexError) as cm:
+            self.sw.attributeCollectionVal(color, "nope")
+        self.assertTrue(str(cm.exception).startswith("Demo::Switch.color: error in accessor : "), str(cm.exception))
+        with self.assertRaises(KeyError) as cm:
+            self.sw.attributeCollection(color, "nope")
+        self.assertEqual(cm.exception.args, ("nope",))
+        with self.assertRaises(TypeError) as cm:
+            self.sw.attributeCollectionIs(color, "y", "mauve")
+        self.assertTrue(str(cm.exception).startswith('Demo::Switch.color: Zel::TypeException("Demo::Color expected'),
+                        str(cm.exception))
+        self.assertFalse(self.sw.attributeCollectionExist(color, "y"))
+
+    def test_items_of_entities_are_handles(self):
+        self.sw.attributeCollectionIs(A("intf"), None, ("eth0",))
+        (key, value), = drain(self.sw.attributeIter(A("intf"), _Zel.IteratorModeItems))
+        self.assertEqual((key, type(value), value.typeName()), ("eth0", _Zel.GifPtr, "Demo::Interface"))
+
     def test_queue_removal_order(self):
         log = A("log")
         for text in ("a", "b", "c"):

@@ -1,7 +1,9 @@
 """Module functions: roots, singletons, handles, tracing, external info,
 the activity loop; and a long run leaves no references or objects behind."""
+import os
 import subprocess
 import sys
+import tempfile
 import time
 import unittest
 
@@ -52,6 +54,18 @@ class ExternalInfo(unittest.TestCase):
         self.assertEqual(out.splitlines(), [
             "externalProcTitle=t, externallySetSocket=7, externallySetSocketName=s",
             "externalProcTitle=u, externallySetSocket=7, externallySetSocketName=s"])
+
+
+class ProcessTitleAndTrace(unittest.TestCase):
+    def test_title_and_trace_line_in_a_child(self):
+        trace = tempfile.NamedTemporaryFile(suffix=".trace")
+        script = ("import _Zel\n_Zel.setproctitle('zeltitle', 'b', 'c')\n"
+                  "print open('/proc/self/comm').read().strip()\n"
+                  "_Zel.trace_h(None, 'file.py', 12, 'fn', 'before\\0after', 3)\n")
+        env = dict(os.environ, ZELTRACE="*/0-9", ZELTRACEFILE=trace.name)
+        out = subprocess.check_output([sys.executable, "-c", script], env=env)
+        self.assertEqual(out.strip(), "zeltitle b c")
+        self.assertIn("before\0after", open(trace.name).read())
 
 
 class ActivityLoop(unittest.TestCase):
