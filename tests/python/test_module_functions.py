@@ -70,9 +70,11 @@ class ProcessTitleAndTrace(unittest.TestCase):
 
 class ActivityLoop(unittest.TestCase):
     def test_runs_only_under_a_releasable_lock(self):
-        start = time.time()
-        self.assertIsNone(helper.withAnchor(4, lambda: _Zel.activityManagerExecTimeIs(0.3)))
-        self.assertGreaterEqual(time.time() - start, 0.25)
+        for call in (lambda: _Zel.activityManagerExecTimeIs(0.3),
+                     lambda: helper.withAnchor(4, lambda: _Zel.activityManagerExecTimeIs(0.3))):
+            start = time.time()
+            self.assertIsNone(call())
+            self.assertGreaterEqual(time.time() - start, 0.25)
         with self.assertRaises(SystemError) as cm:
             helper.withAnchor(1 | 4, lambda: _Zel.activityManagerExecTimeIs(0.3))
         self.assertEqual(str(cm.exception), "Lock Protocol violation xxx")
@@ -83,10 +85,7 @@ class NoLeaks(unittest.TestCase):
     def test_many_operations_leave_counts_unchanged(self):
         T = _Zel.typeNode("Demo::Switch")
         A = T.attr
-        try:
-            tracker = _Zel.singleton("Zel::AllocTracker")
-        except TypeError:
-            tracker = _Zel.newGenericIf(_Zel.typeNode("Zel::AllocTracker"), ("tracker",))
+        tracker = _Zel.singleton("Zel::AllocTracker")
         live = _Zel.typeNode("Zel::AllocTracker").attr("liveCount")
         key, value, obj = "k", "v", object()
         sw = _Zel.newGenericIf(T, ("leaks",))

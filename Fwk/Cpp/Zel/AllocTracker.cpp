@@ -94,4 +94,13 @@ namespace {
 TypeRegistration const rAllocTracker(&AllocTracker::_zelType);
 } // namespace
 
+namespace {
+// The tracker is a process singleton from load on, so it can be found by
+// type name (Entity::singleton) before anybody asked for it in C++.
+struct CreateAtLoad {
+    CreateAtLoad() { AllocTracker::instance(); }
+} const createAtLoad;
+} // namespace
+
+
 } // namespace Zel

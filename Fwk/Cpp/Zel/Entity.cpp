@@ -1,5 +1,6 @@
 #include "Zel/Entity.h"
 
+#include <cstring>
 #include <map>
 #include <mutex>
 
@@ -70,8 +71,9 @@ Ptr<Entity> Entity::singletonIs(ZelType const* type) {
     // Built by reflection; a one-argument constructor gets the type name.
     ArgVector args;
     if (ArgDesc const* a = type->constructorArgs(); a && a[0].name) {
-        ZelType const* argType = typeNode(a[0].typeName);
-        if (argType == &Name::_zelType) {
+        // Compared by name, not through the registry: singletons may be made
+        // from static initialisers, before every type is registered.
+        if (std::strcmp(a[0].typeName, Name::_zelType.name()) == 0) {
             args.push_back(GenericIfTraits<Name>::to(Name(type->name())));
         } else {
             args.push_back(GenericIfTraits<String8>::to(String8(type->name())));

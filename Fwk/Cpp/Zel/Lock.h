@@ -28,6 +28,8 @@ public:
     bool heldByMe() const;
 
     // Whether code running under the lock may release it for a callback.
+    // True at rest: only a holder that must not be interrupted clears it,
+    // and it restores the flag when it lets the lock go.
     bool releasable() const { return releasable_; }
     void releasableIs(bool r) { releasable_ = r; }
 
@@ -35,7 +37,7 @@ public:
 
 private:
     pthread_mutex_t mutex_;
-    bool releasable_ = false;
+    bool releasable_ = true;
 };
 
 // The process-wide activity lock.

@@ -12,12 +12,13 @@ using namespace ZelActivityTest;
 TEST(ActivityLock, ErrorCheckingOwnerAndReleasableFlag) {
     Lock l;
     EXPECT_EQ(l.owner(), 0);
-    EXPECT_FALSE(l.releasable());
+    EXPECT_TRUE(l.releasable()) << "nobody forbids releasing a lock at rest";
     EXPECT_TRUE(l.lock());
     EXPECT_EQ(l.owner(), currentTid());
     EXPECT_FALSE(l.lock()) << "re-locking from the owner reports EDEADLK, not a second lock";
+    l.releasableIs(false);
+    EXPECT_FALSE(l.releasable());
     l.releasableIs(true);
-    EXPECT_TRUE(l.releasable());
     l.unlock();
     EXPECT_EQ(l.owner(), 0);
     EXPECT_THROW(l.unlock(), ErrnoException) << "unlocking an unowned error-checking mutex fails";
