@@ -4,6 +4,7 @@
 #include <new>
 
 #include "Module.h"
+#include "PyGenericIfNotifiee.h"
 
 static_assert(sizeof(FwkPyGenericIf) <= 32, "a GifPtr is a Python header and one counted pointer");
 
@@ -144,6 +145,7 @@ PyMethodDef FwkPyGenericIf_methods[] = {
     {"typeName", FwkPyGenericIf_typeName, METH_NOARGS, "return the typename of the _Zel.GifPtr"},
     {"hash", FwkPyGenericIf_hash, METH_NOARGS, "return the hash of the _Zel.GifPtr"},
     {"strRep", FwkPyGenericIf_strRep, METH_NOARGS, "return the string representation of the _Zel.GifPtr"},
+    {"newNotifiee", FwkPyGenericIf_newNotifiee, METH_VARARGS, "make and returns a notifiee"},
     {nullptr, nullptr, 0, nullptr},
 };
 

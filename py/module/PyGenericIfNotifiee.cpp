@@ -1,0 +1,69 @@
+#include "PyGenericIfNotifiee.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "Callback.h"
+#include "Convert.h"
+#include "Module.h"
+#include "ZelPy/Locks.h"
+
+namespace Zel {
+
+void PyGenericIfNotifiee::onAttribute(ZelAttr const* attr, Ptr<GenericIf const> const& value) {
+    char const* name = attr->name();
+    if (!forwards(name)) return;
+    // Callers pass a real handle; only an empty one is tolerated.
+    if (!handlerPtr()->pyObject()) return;
+    Ptr<PyObjHandle> handler = this->handler();   // outlives the re-lock
+    requireActivityLockHeld();
+    UnlockAnchor unlocked;
+    CallbackGil gil;
+    PyRef pyValue(GenericIfToPyObject(value));
+    PyRef args(Py_BuildValue("(s,O)", name, pyValue.get()));
+    if (!args) {
+        PyErr_Clear();
+        throw MemoryException("No memory for argument list in PyGenericIfNotifiee::onAttribute");
+    }
+    PyRef result(PyObject_CallObject(handler->pyObject(), args.get()));
+    if (!result) {
+        // A raising handler is a programming error with no way back.
+        std::fputs("PyGenericIfNotifiee::onAttribute handler raised an exception\n", stderr);
+        PyErr_Print();
+        std::abort();
+    }
+}
+
+} // namespace Zel
+
+PyObject* FwkPyGenericIf_newNotifiee(PyObject* self, PyObject* args) {
+    Zel::PtrInterface* handlerObj = nullptr;
+    Zel::PtrInterface* activityObj = nullptr;
+    if (!PyArg_ParseTuple(args, "O&O&:newNotifiee", Convert_To_PtrInterface_Or_Null, &handlerObj,
+                          Convert_To_PtrInterface_Or_Null, &activityObj)) {
+        return nullptr;
+    }
+    try {
+        Zel::PyLockAnchor anchor(0);
+        Zel::Expect expect(Zel::Exception::idExpectAll);
+        Zel::Ptr<Zel::PyObjHandle> handler(dynamic_cast<Zel::PyObjHandle*>(handlerObj));
+        Zel::Ptr<Zel::GenericIf const> observed(Zel::gifOf(self));
+        Zel::Ptr<Zel::ActivityConfig> activity;
+        if (activityObj) {
+            activity = dynamic_cast<Zel::ActivityConfig*>(activityObj);
+            if (!activity) throw Zel::TypeException("Expected a Zel::ActivityConfig");
+        }
+        anchor.gilHeldIs(true);
+        Zel::Ptr<Zel::PyGenericIfNotifiee> notifiee = Zel::zelNew<Zel::PyGenericIfNotifiee>(observed, handler);
+        if (activity) notifiee->Zel::GenericIf::NotifieeConst::zelFwkActivityIs(activity);
+        Zel::Ptr<Zel::GenericIf const> gif(
+            notifiee->fwkType()->genericIf(static_cast<Zel::PtrInterface*>(notifiee.ptr()), false));
+        return GenericIfToPyObject(gif);
+    } catch (Zel::Exception& e) {
+        e.messageIs(Zel::String8(e.name()) + ": " + "error in newNotifiee : " + exceptionString(e));
+        Zel::translateCppExceptionToPython();
+    } catch (...) {
+        Zel::translateCppExceptionToPython();
+    }
+    return nullptr;
+}

@@ -1,0 +1,123 @@
+"""Clock notifiees: the call at creation, calls at each wake time written to
+timeMinProxy and at no other time, reflection, deferral to an activity, the
+end of calls when the notifiee goes, and the fatal path."""
+import os
+import subprocess
+import sys
+import unittest
+import weakref
+
+import Zel  # noqa: F401
+import ZelDemo  # noqa: F401
+import _Zel
+
+CN = _Zel.typeNode("Zel::PyClockNotifiee")
+A = CN.attr
+CLOCK = _Zel.singleton("Zel::Clock")
+NOW = _Zel.typeNode("Zel::Clock").attr("now")
+MGR = _Zel.singleton("Zel::ActivityManagerConfig")
+QUIESCE = _Zel.typeNode("Zel::ActivityManagerConfig").attr("stopOnQuiesce")
+
+
+def run_until_quiet():
+    MGR.attributeSingletonIs(QUIESCE, True)
+    _Zel.activityManagerExecTimeIs(30.0)
+
+
+def past():
+    return CLOCK.attributeSingleton(NOW) - 1.0
+
+
+class Ticker(object):
+    """Records its calls; each call takes the next wake time from `plan`."""
+
+    def __init__(self, tag, log, plan=(), activity=None):
+        self.plan = list(plan)
+        me = weakref.ref(self)   # the handler must not keep its own notifiee alive
+
+        def fire():
+            log.append(tag)
+            t = me()
+            if t is not None and t.plan and hasattr(t, "n"):
+                t.n.attributeSingletonIs(A("timeMinProxy"), t.plan.pop(0))
+        self.handle = _Zel.handle(fire)
+        self.n = _Zel.newGenericIf(CN, (activity, CLOCK, self.handle))
+
+
+class Firing(unittest.TestCase):
+    def test_once_at_creation_then_per_wake_time(self):
+        log = []
+        t = Ticker("a", log)
+        self.assertEqual(log, ["a"])
+        self.assertEqual(t.n.attributeSingleton(A("timeMinProxy")), 0.0)
+        run_until_quiet()
+        self.assertEqual(log, ["a"])
+        t.plan = [past(), past()]
+        t.n.attributeSingletonIs(A("timeMinProxy"), past())
+        run_until_quiet()
+        self.assertEqual(log, ["a"] * 4)
+        run_until_quiet()
+        self.assertEqual(log, ["a"] * 4)
+
+    def test_wake_times_fire_in_order(self):
+        log = []
+        ts = [Ticker(tag, log) for tag in "xyz"]
+        del log[:]
+        base = past()
+        for t, offset in zip(ts, (0.3, 0.1, 0.2)):
+            t.n.attributeSingletonIs(A("timeMinProxy"), base + offset)
+        run_until_quiet()
+        self.assertEqual(log, ["y", "z", "x"])
+
+    def test_reflection(self):
+        log = []
+        t = Ticker("r", log)
+        self.assertEqual(t.n.typeName(), "Zel::PyClockNotifiee")
+        self.assertEqual(t.n.attributeSingleton(A("clock")).ptr, CLOCK.ptr)
+        self.assertEqual(t.n.attributeSingleton(A("notifier")).ptr, CLOCK.ptr)
+        self.assertEqual(t.n.attributeSingleton(A("handler")).ptr, t.handle.ptr)
+        t.n.attributeFunction(A("handleTime"), ())
+        self.assertEqual(log, ["r", "r"])
+        t.n.attributeSingletonIs(A("notifier"), CLOCK)   # the same clock: no call
+        self.assertEqual(log, ["r", "r"])
+        self.assertRaises(Exception, t.n.attributeSingletonIs, A("clock"), CLOCK)
+
+    def test_activity_defers_the_call_to_the_loop(self):
+        act = _Zel.newGenericIf(_Zel.typeNode("Zel::ActivityConfig"), ("clock-act",))
+        log = []
+        t = Ticker("d", log, activity=act)
+        t.n.attributeSingletonIs(A("timeMinProxy"), past())
+        run_until_quiet()
+        self.assertEqual(log, ["d", "d"])
+
+    def test_dropped_notifiee_stops_at_once(self):
+        log = []
+        t = Ticker("gone", log)
+        t.n.attributeSingletonIs(A("timeMinProxy"), past())
+        del t.n
+        run_until_quiet()
+        self.assertEqual(log, ["gone"])
+
+
+CHILD = r"""
+import Zel, _Zel
+def handler():
+    raise KeyError("tick")
+n = _Zel.newGenericIf(_Zel.typeNode("Zel::PyClockNotifiee"), (None, _Zel.singleton("Zel::Clock"), _Zel.handle(handler)))
+print("not reached")
+"""
+
+
+class Fatal(unittest.TestCase):
+    def test_raising_handler_aborts_with_message_and_traceback(self):
+        p = subprocess.Popen([sys.executable, "-c", CHILD], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                             env=os.environ.copy())
+        out, err = p.communicate()
+        self.assertEqual(p.returncode, -6)
+        self.assertEqual(out, "")
+        self.assertIn("PyClockNotifiee::handleNotification's handler raised an exception\nTraceback", err)
+        self.assertIn("KeyError: 'tick'", err)
+
+
+if __name__ == "__main__":
+    unittest.main()
