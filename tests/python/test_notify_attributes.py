@@ -11,7 +11,6 @@ import ZelDemo  # noqa: F401
 import _Zel
 
 ALL = _Zel.typeNode("Demo::AllTypes")
-SW = _Zel.typeNode("Demo::Switch")
 BASE = _Zel.typeNode("Zel::PyGenericIfNotifieeBase")
 FILTERED, FILTER, HANDLER = BASE.attr("filtered"), BASE.attr("filterAttr"), BASE.attr("handler")
 MGR = _Zel.singleton("Zel::ActivityManagerConfig")
@@ -118,13 +117,6 @@ class Filter(unittest.TestCase):
 
 
 class Delivery(unittest.TestCase):
-    def test_collection_changes_carry_the_key(self):
-        sw = _Zel.newGenericIf(SW, ("keys",))
-        w = Watch(sw)
-        sw.attributeCollectionIs(SW.attr("vlan"), 12, "twelve")
-        sw.attributeCollectionDel(SW.attr("vlan"), 12)
-        self.assertEqual(w.calls, [("vlan", 12), ("vlan", 12)])
-
     def test_activity_defers_to_the_loop_in_order(self):
         obj = _Zel.newGenericIf(ALL, ("deferred",))
         act = _Zel.newGenericIf(_Zel.typeNode("Zel::ActivityConfig"), ("notify-act",))
