@@ -8,6 +8,8 @@
 // agent itself, which therefore runs it in this process.
 #include <Python.h>
 
+#include <atomic>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -192,9 +194,15 @@ int main(int argc, char** argv) {
         if (!o.startup.empty() && !runStartup(o)) status = 1;
         if (status == 0) {
             Zel::Ptr<Zel::ActivityManagerConfig> loop = Zel::ActivityFacility::activityManagerConfig();
-            signals.onSignalIs([loop](int) { loop->stop(); });
+            std::atomic<bool> stopping{false};
+            signals.onSignalIs([loop, &stopping](int) {
+                stopping = true;
+                loop->stop();
+            });
             std::cout << "zelagent " << o.name << " ready" << std::endl;
-            loop->run();
+            // A stop only ends a loop already running; one that comes just
+            // before a loop starts is seen by the flag within one slice.
+            while (!stopping) loop->execTimeIs(0.5);
         }
         PyEval_RestoreThread(saved);
     }

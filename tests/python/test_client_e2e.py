@@ -65,6 +65,18 @@ class AgentTest(unittest.TestCase):
             rc, out, err = zelc(self.env, *(['-x'] + how + ['print "hi"']))
             self.assertEqual((rc, out), (0, 'hi\n'))
 
+    def test_demoSwitchChangedRemotelyReadsBack(self):
+        # The agent publishes its switch under the global Dir; each zelc run
+        # is a new connection, so every command finds it again.
+        sw = ("__import__('_Zel').globalDir().attributeCollection("
+              "__import__('_Zel').typeNode('Zel::Dir').attr('entity'), 'sw1')")
+        vlan = "__import__('_Zel').typeNode('Demo::Switch').attr('vlan')"
+        for key, how in enumerate((['demo.sw1'], ['-s', self.socketPath], ['-p', str(self.port)])):
+            cmd = '%s.attributeCollectionIs(%s, %d, "via %s")' % (sw, vlan, key, how[0])
+            self.assertEqual(zelc(self.env, *(['-x'] + how + [cmd]))[0], 0)
+            read = '%s.attributeCollection(%s, %d)' % (sw, vlan, key)
+            self.assertEqual(zelc(self.env, *(how + [read]))[1], "'via %s'\n" % how[0])
+
     def test_exceptionsAndAbsence(self):
         rc, out, err = zelc(self.env, 'demo.sw1', '1/0')
         self.assertEqual(rc, 1)
