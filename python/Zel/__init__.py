@@ -1,5 +1,385 @@
-"""The Zel framework's Python package."""
+"""The Zel framework's Python package.
+
+A Pythonic layer over `_Zel`: proxies that carry their `_Zel.GifPtr` in
+`ptr_` (so every `_Zel` conversion accepts them back), types by name,
+attribute and clock notifiees, and the activity loop. Errors are the
+module's own; nothing here translates them.
+"""
 
 
 class PermissionError(Exception):
     """A framework permission refusal (raised by _Zel)."""
+
+
+import _Zel  # noqa: E402  (after PermissionError: _Zel looks it up in this package)
+
+_GifPtr = _Zel.GifPtr
+_KEYS, _VALUES, _ITEMS = _Zel.IteratorModeKeys, _Zel.IteratorModeValues, _Zel.IteratorModeItems
+
+# Proxy class per framework type name; filled lazily by _proxyClass.
+_classes = {}
+
+
+def _proxyClass(typeName):
+    cls = _classes.get(typeName)
+    if cls is None:
+        cls = Type(typeName).proxyClass
+    return cls
+
+
+def _wrap(r):
+    """A GifPtr becomes a proxy of its type; anything else is returned as is."""
+    if type(r) is _GifPtr:
+        cls = _classes.get(r.typeName()) or _proxyClass(r.typeName())
+        return cls(r)
+    return r
+
+
+def _drain(it, convert):
+    # GenericIfIterator has next() but no __iter__.
+    while True:
+        try:
+            r = next(it)
+        except StopIteration:
+            return
+        yield convert(r)
+
+
+def _item(kv):
+    return kv[0], _wrap(kv[1])
+
+
+def _ptrOf(obj):
+    return obj.ptr_ if isinstance(obj, Object) else obj
+
+
+class Object(object):
+    """Base of every proxy; a subclass per framework type adds its attributes."""
+    __slots__ = ('ptr_',)
+    _type_ = None
+    _isValue_ = False
+    _fullName_ = None
+
+    def __init__(self, ptr):
+        self.ptr_ = ptr
+
+    def __repr__(self):
+        p = self.ptr_
+        if self._isValue_:
+            return p.strRep()
+        if self._fullName_ is not None:
+            return '<%s %s>' % (p.typeName(), p.attributeSingleton(self._fullName_))
+        return '<%s %s>' % (p.typeName(), p.strRep())
+
+    def __eq__(self, other):
+        if not isinstance(other, Object):
+            return NotImplemented
+        a, b = self.ptr_, other.ptr_
+        if self._isValue_ or other._isValue_:
+            return a.typeName() == b.typeName() and a.strRep() == b.strRep()
+        return a.ptr == b.ptr
+
+    def __ne__(self, other):
+        eq = self.__eq__(other)
+        return eq if eq is NotImplemented else not eq
+
+    def __hash__(self):
+        if self._isValue_:
+            return self.ptr_.hash()
+        return hash(self.ptr_.ptr)
+
+    def __dir__(self):
+        return sorted(self._type_.attrs)
+
+
+class Collection(object):
+    """A dict-like view of a keyed collection attribute of one object."""
+    __slots__ = ('ptr_', 'attr_')
+
+    def __init__(self, ptr, attr):
+        self.ptr_ = ptr
+        self.attr_ = attr
+
+    def __repr__(self):
+        return '<%s.%s collection of %d>' % (self.ptr_.typeName(), self.attr_.name, len(self))
+
+    def __len__(self):
+        return int(self.ptr_.attributeMembers(self.attr_))
+
+    def __getitem__(self, key):
+        return _wrap(self.ptr_.attributeCollection(self.attr_, key))
+
+    def __setitem__(self, key, value):
+        self.ptr_.attributeCollectionIs(self.attr_, key, value)
+
+    def __delitem__(self, key):
+        self.ptr_.attributeCollectionDel(self.attr_, key)
+
+    def __contains__(self, key):
+        return self.ptr_.attributeCollectionExist(self.attr_, key)
+
+    def get(self, key, default=None):
+        try:
+            return self[key]
+        except KeyError:
+            return default
+
+    def iterkeys(self):
+        return _drain(self.ptr_.attributeIter(self.attr_, _KEYS), _wrap)
+
+    __iter__ = iterkeys
+
+    def itervalues(self):
+        return _drain(self.ptr_.attributeIter(self.attr_, _VALUES), _wrap)
+
+    def iteritems(self):
+        return _drain(self.ptr_.attributeIter(self.attr_, _ITEMS), _item)
+
+    def keys(self):
+        return list(self.iterkeys())
+
+    def values(self):
+        return list(self.itervalues())
+
+    def items(self):
+        return list(self.iteritems())
+
+    def add(self, value):
+        """Appends to a collection that chooses its own keys; returns the member it made, if any."""
+        return _wrap(self.ptr_.attributeAdd(self.attr_, value))
+
+    def newMember(self, *args):
+        """Instantiates a member from its constructor arguments and returns it."""
+        a = self.attr_
+        if a.hasAutomanagedKey:
+            return _wrap(self.ptr_.attributeAdd(a, args))
+        return _wrap(self.ptr_.attributeCollectionIs(a, None, args))
+
+
+class Queue(object):
+    """A queue attribute of one object: add at the back, remove from the front."""
+    __slots__ = ('ptr_', 'attr_')
+
+    def __init__(self, ptr, attr):
+        self.ptr_ = ptr
+        self.attr_ = attr
+
+    def __repr__(self):
+        return '<%s.%s queue of %d>' % (self.ptr_.typeName(), self.attr_.name, len(self))
+
+    def __len__(self):
+        return int(self.ptr_.attributeMembers(self.attr_))
+
+    def __iter__(self):
+        return _drain(self.ptr_.attributeIter(self.attr_, _VALUES), _wrap)
+
+    def add(self, value):
+        self.ptr_.attributeAdd(self.attr_, value)
+
+    def remove(self):
+        """The front member (None when empty)."""
+        return _wrap(self.ptr_.attributeRemove(self.attr_))
+
+
+def _singletonProperty(a):
+    def get(self):
+        r = self.ptr_.attributeSingleton(a)
+        return r if type(r) is not _GifPtr else _wrap(r)
+
+    def set_(self, value):
+        self.ptr_.attributeSingletonIs(a, value)
+
+    def del_(self):
+        self.ptr_.attributeSingletonDel(a)
+    return property(get, set_, del_)
+
+
+def _collectionProperty(a, view):
+    def get(self):
+        return view(self.ptr_, a)
+    return property(get)
+
+
+def _method(a):
+    def call(self, *args):
+        r = self.ptr_.attributeFunction(a, args)
+        return r if type(r) is not _GifPtr else _wrap(r)
+    call.__name__ = a.name
+    return call
+
+
+class Type(object):
+    """A framework type by name; one instance per name. Calling it constructs."""
+    _cache = {}
+
+    def __new__(cls, name):
+        t = cls._cache.get(name)
+        if t is None:
+            node = _Zel.typeNode(name)
+            t = object.__new__(cls)
+            t.name = node.fullTypeName
+            t.node = node
+            t._proxyClass = None
+            t._attrs = None
+            cls._cache[name] = t
+            cls._cache[t.name] = t
+        return t
+
+    def __init__(self, name):
+        pass
+
+    def __repr__(self):
+        return 'Zel.Type(%r)' % self.name
+
+    def __call__(self, *args):
+        return _wrap(_Zel.newGenericIf(self.node, args or None))
+
+    @property
+    def attrs(self):
+        """Every attribute by name (base types first, so derived ones win)."""
+        out = self._attrs
+        if out is None:
+            chain, t = [], self.node
+            while t is not None:
+                chain.append(t)
+                t = t.baseType
+            out = {}
+            for t in reversed(chain):
+                for a in t.attributeQ:
+                    out[a.name] = a
+            self._attrs = out
+        return out
+
+    def attr(self, name):
+        return self.attrs[name]
+
+    @property
+    def proxyClass(self):
+        cls = self._proxyClass
+        if cls is None:
+            body = {'__slots__': (), '_type_': self, '_isValue_': bool(self.node.isValue),
+                    '_fullName_': self.attrs.get('fullName') if self.node.isEntity else None}
+            for name, a in self.attrs.items():
+                if a.isFunction:
+                    body[name] = _method(a)
+                elif a.isQueueCollection or a.isStackCollection:
+                    body[name] = _collectionProperty(a, Queue)
+                elif a.isCollection:
+                    body[name] = _collectionProperty(a, Collection)
+                else:
+                    body[name] = _singletonProperty(a)
+            cls = type(self.name.replace('::', '_'), (Object,), body)
+            self._proxyClass = cls
+            _classes[self.name] = cls
+        return cls
+
+
+def root():
+    """The process-wide root directory."""
+    return _wrap(_Zel.globalDir())
+
+
+def singleton(typeName):
+    return _wrap(_Zel.singleton(typeName))
+
+
+def new(typeName, *args):
+    return Type(typeName)(*args)
+
+
+def run(seconds):
+    """Runs the activity loop for that many seconds."""
+    _Zel.activityManagerExecTimeIs(float(seconds))
+
+
+_clock = []
+
+
+def _clockPtr():
+    if not _clock:
+        _clock.append(_Zel.singleton("Zel::Clock"))
+        _clock.append(_Zel.typeNode("Zel::Clock").attr("now"))
+    return _clock[0]
+
+
+def now():
+    """The clock's time, the time base of timers."""
+    c = _clockPtr()
+    return c.attributeSingleton(_clock[1])
+
+
+class Notifiee(object):
+    """Calls handler(name, value) on changes of obj's attributes while open.
+
+    The handler is reached through a closure that does not refer to this
+    object, so a handler may keep its Notifiee without a native-held cycle
+    keeping both alive once the caller lets go.
+    """
+
+    def __init__(self, obj, handler, attrs=None, activity=None):
+        live = [handler]
+
+        def cb(name, value):
+            h = live[0]
+            if h is not None:
+                h(name, value if type(value) is not _GifPtr else _wrap(value))
+        self._live = live
+        self._handle = _Zel.handle(cb)
+        n = _ptrOf(obj).newNotifiee(self._handle, _ptrOf(activity))
+        if attrs is not None:
+            base = Type("Zel::PyGenericIfNotifieeBase")
+            n.attributeSingletonIs(base.attr("filtered"), True)
+            for name in attrs:
+                n.attributeCollectionIs(base.attr("filterAttr"), name, True)
+        self.notifiee = _wrap(n)
+
+    def close(self):
+        # The flag stops calls even if someone else still holds the notifiee.
+        self._live[0] = None
+        self.notifiee = None
+        self._handle = None
+
+
+def notifiee(obj, handler, attrs=None, activity=None):
+    return Notifiee(obj, handler, attrs, activity)
+
+
+class Timer(object):
+    """Calls handler() whenever the clock reaches the time set by at()/after()."""
+
+    def __init__(self, handler, at=None, activity=None):
+        # The clock notifiee calls once at creation; that call is only
+        # wanted when no time is given.
+        live = [handler, at is not None]
+
+        def cb():
+            if live[1]:
+                live[1] = False
+                return
+            h = live[0]
+            if h is not None:
+                h()
+        self._live = live
+        self._handle = _Zel.handle(cb)
+        n = _Zel.newGenericIf(Type("Zel::PyClockNotifiee").node,
+                              (_ptrOf(activity), _clockPtr(), self._handle))
+        self.notifiee = _wrap(n)
+        if at is not None:
+            self.at(at)
+
+    def at(self, t):
+        if self.notifiee is None:
+            raise ValueError("the timer is closed")
+        self.notifiee.timeMinProxy = float(t)
+
+    def after(self, seconds):
+        self.at(now() + seconds)
+
+    def close(self):
+        self._live[0] = None
+        self.notifiee = None
+        self._handle = None
+
+
+def timer(handler, at=None, activity=None):
+    return Timer(handler, at, activity)
