@@ -52,11 +52,18 @@ PyObject* FwkPyGenericIf_repr(PyObject* obj) {
     return PyString_FromString(buf);
 }
 
+// The operations below need an object: a null handle is refused with an
+// IndexError rather than dereferenced.
+Zel::GenericIf const* liveGif(PyObject* obj) {
+    if (Zel::GenericIf const* g = gifOf(obj)) return g;
+    throw Zel::RangeException("null _Zel.GifPtr");
+}
+
 // Python objects are built while the framework object is read: full anchor.
 PyObject* FwkPyGenericIf_typeName(PyObject* obj, PyObject*) {
     try {
         PyLockAnchor anchor(PyLockAnchor::retakeGil);
-        return PyString_FromString(gifOf(obj)->type()->name());
+        return PyString_FromString(liveGif(obj)->type()->name());
     } catch (...) {
         Zel::translateCppExceptionToPython();
         return nullptr;
@@ -66,7 +73,7 @@ PyObject* FwkPyGenericIf_typeName(PyObject* obj, PyObject*) {
 PyObject* FwkPyGenericIf_isConst(PyObject* obj, PyObject*) {
     try {
         PyLockAnchor anchor(PyLockAnchor::retakeGil);
-        return PyBool_FromLong(gifOf(obj)->isConst());
+        return PyBool_FromLong(liveGif(obj)->isConst());
     } catch (...) {
         Zel::translateCppExceptionToPython();
         return nullptr;
@@ -77,7 +84,7 @@ PyObject* FwkPyGenericIf_hash(PyObject* obj, PyObject*) {
     try {
         PyLockAnchor anchor(PyLockAnchor::retakeGil);
         Zel::Expect expect(Zel::Exception::idExpectAll);
-        return PyLong_FromUnsignedLong(gifOf(obj)->hash());
+        return PyLong_FromUnsignedLong(liveGif(obj)->hash());
     } catch (...) {
         Zel::translateCppExceptionToPython();
         return nullptr;
@@ -87,7 +94,7 @@ PyObject* FwkPyGenericIf_hash(PyObject* obj, PyObject*) {
 PyObject* FwkPyGenericIf_strRep(PyObject* obj, PyObject*) {
     try {
         PyLockAnchor anchor(PyLockAnchor::retakeGil);
-        Zel::String8 const s = gifOf(obj)->strep();
+        Zel::String8 const s = liveGif(obj)->strep();
         // Full length: embedded NUL bytes are part of the representation.
         return PyString_FromStringAndSize(s.data(), static_cast<Py_ssize_t>(s.size()));
     } catch (...) {
@@ -98,6 +105,10 @@ PyObject* FwkPyGenericIf_strRep(PyObject* obj, PyObject*) {
 
 PyObject* FwkPyGenericIf_ptr(PyObject* obj, void*) {
     Zel::GenericIf const* g = gifOf(obj);
+    if (!g) {
+        PyErr_SetString(PyExc_IndexError, "null _Zel.GifPtr");
+        return nullptr;
+    }
     // Only the address is read, without the activity lock, so the
     // reference-count lock check is silenced meanwhile.
     bool const savedCheck = Zel::enableSmartPtrLockCheck;

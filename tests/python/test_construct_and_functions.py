@@ -42,6 +42,9 @@ class Construction(unittest.TestCase):
         n = _Zel.nullGenericIf()
         self.assertIs(type(n), _Zel.GifPtr)
         self.assertEqual((str(n), repr(n)), ("<null>", "<null>"))
+        # Operations that need an object refuse a null handle.
+        for op in (n.typeName, n.isConst, n.hash, n.strRep, lambda: n.ptr):
+            self.assertRaises(IndexError, op)
 
 
 class FunctionCalls(unittest.TestCase):
