@@ -4,7 +4,12 @@
 #include <pthread.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
+#include <cstddef>
+#include <cstring>
 #include <fstream>
 
 #include "PyClientTestSupport.h"
@@ -204,6 +209,39 @@ TEST(PyClientTransport, InterruptedCallsAreRepeated) {
     writer.join();
     ::close(sv[0]);
     ::close(sv[1]);
+
+    // connect, blocked on a UNIX listener whose backlog is full until one
+    // queued connection is accepted. An abstract address leaves no file.
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    std::string const name = "zelpy-eintr-" + std::to_string(::getpid());
+    std::memcpy(addr.sun_path + 1, name.data(), name.size());
+    auto const len = static_cast<unsigned>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+    int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&addr), len), 0);
+    ASSERT_EQ(::listen(listener, 0), 0);
+    std::vector<int> queued;
+    for (;;) {   // fill the backlog without blocking
+        int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
+        if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), len) != 0) {
+            ::close(fd);
+            break;
+        }
+        queued.push_back(fd);
+    }
+    int client = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    std::atomic<bool> connected{false};
+    std::thread connector([&] {
+        socketConnect(client, reinterpret_cast<sockaddr*>(&addr), len);
+        connected = true;
+    });
+    interrupt(connector, 3);
+    EXPECT_FALSE(connected);
+    int accepted = ::accept(listener, nullptr, nullptr);   // frees a slot
+    connector.join();
+    EXPECT_TRUE(connected);
+    for (int fd : queued) ::close(fd);
+    for (int fd : {accepted, client, listener}) ::close(fd);
 }
 
 TEST(PyClientTransport, PeerCloseAndErrors) {
