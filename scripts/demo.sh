@@ -24,8 +24,23 @@ zelc() { echo "\$ zelc $*"; "$build/bin/zelc" "$@"; }
 cat > "$work/startup.py" <<'PY'
 # Runs inside the agent through a client built for the agent itself: the
 # agent file names this very process, so the command runs in-process.
-import _Zel
-print 'start-up file ran in process', __import__('os').getpid()
+import os, sys, Zel
+sw = Zel.root().entity["sw1"]
+eth1 = sw.intf.newMember("eth1")
+def report(name, value):
+    print "[agent] eth1.%s is now %r" % (name, value)
+    sys.stdout.flush()
+ticks = []
+def tick():
+    ticks.append(Zel.now())
+    print "[agent] clock wake-up %d" % len(ticks)
+    sys.stdout.flush()
+    if len(ticks) < 3:
+        timer.after(0.5)
+timer = Zel.timer(tick, at=Zel.now() + 0.5)
+# Kept beyond this command, which has its own namespace.
+Zel.demoKeep = (Zel.notifiee(eth1, report, attrs=["mtu", "description"]), timer)
+print "[agent] start-up ran in process %d (same-process mode)" % os.getpid()
 PY
 
 step "Start an agent for switch sw1 (agent files in $ZELC_AGENTS_DIR)"
@@ -41,6 +56,21 @@ zelc demo.sw1 "6 * 7"
 step "Look at a framework type from inside the agent, through _Zel"
 zelc demo.sw1 "[a.name for a in __import__('_Zel').typeNode('Demo::Switch').attributeQ]"
 zelc demo.sw1 "__import__('_Zel').typeNode('Demo::Interface').attr('mtu')"
+
+step "Clock wake-ups scheduled by the start-up file fire in the agent"
+sleep 1.8
+
+step "Change an interface from a Python script through the Zel package; the agent's notifiee reports it"
+cat > "$work/change.py" <<'PY'
+import Zel
+eth1 = Zel.root().entity["sw1"].intf["eth1"]
+eth1.mtu = 9000
+eth1.description = "uplink"
+eth1.adminUp = True          # not in the notifiee's filter: no report
+print "eth1: mtu", eth1.mtu, "description", repr(eth1.description)
+PY
+zelc -x demo.sw1 "$(cat "$work/change.py")"
+sleep 0.2
 
 step "Execute statements: the connection keeps one namespace"
 zelc -x demo.sw1 "import os; print 'agent pid', os.getpid()"
