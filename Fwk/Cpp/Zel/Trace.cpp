@@ -59,7 +59,7 @@ TraceHandle::TraceHandle(Name name) : Entity(std::move(name)) {
     Registry& r = registry();
     std::lock_guard<std::mutex> g(r.mutex);
     ensureLoaded(r);
-    mask_ = traceMaskFor(r.rules, this->name().value);
+    levelMaskIs(traceMaskFor(r.rules, this->name().value));
 }
 
 Ptr<TraceHandle> TraceHandle::traceHandle(String8 const& name) {

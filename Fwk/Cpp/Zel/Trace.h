@@ -4,6 +4,7 @@
 // cached in the handle.
 #pragma once
 
+#include <atomic>
 #include <sstream>
 
 #include "Zel/Entity.h"
@@ -20,16 +21,18 @@ public:
     explicit TraceHandle(Name name);
     ZelType const* fwkType() const override { return &_zelType; }
 
-    bool enabled(int level) const { return level >= 0 && level <= 9 && (mask_ >> level & 1); }
-    // Bit n set: level n is traced.
-    uint16_t levelMask() const { return mask_; }
-    void levelMaskIs(uint16_t mask) { mask_ = mask; }
+    bool enabled(int level) const { return level >= 0 && level <= 9 && (levelMask() >> level & 1); }
+    // Bit n set: level n is traced. Read by tracing threads with or
+    // without the activity lock while a reload may rewrite it: an atomic
+    // word, relaxed since only the bits themselves matter.
+    uint16_t levelMask() const { return mask_.load(std::memory_order_relaxed); }
+    void levelMaskIs(uint16_t mask) { mask_.store(mask, std::memory_order_relaxed); }
 
     static ZelType const _zelType;
     static ZelAttr const _zelAttrs[];
 
 private:
-    uint16_t mask_ = 0;
+    std::atomic<uint16_t> mask_{0};
 };
 
 // The handle whose settings apply to `object`: the object itself when it
