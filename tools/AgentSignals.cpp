@@ -23,7 +23,7 @@ AgentSignals::AgentSignals() {
 AgentSignals::~AgentSignals() {
     if (waiter_.joinable()) {
         // Wake the waiter when the agent ends for another reason.
-        if (!received_) pthread_kill(waiter_.native_handle(), SIGTERM);
+        if (!received_.load()) pthread_kill(waiter_.native_handle(), SIGTERM);
         waiter_.join();
     }
 }
@@ -34,7 +34,7 @@ void AgentSignals::onSignalIs(std::function<void(int)> onSignal) {
         int sig = 0;
         while (sigwait(&set, &sig) != 0) {
         }
-        received_ = sig;
+        received_.store(sig);
         onSignal(sig);
     });
 }

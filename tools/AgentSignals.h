@@ -2,6 +2,7 @@
 // thread, so the agent stops in an orderly way instead of in a handler.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <thread>
 
@@ -21,11 +22,13 @@ public:
     // `onSignal` (from that thread).
     void onSignalIs(std::function<void(int)> onSignal);
     // The signal received, 0 if none yet.
-    int received() const { return received_; }
+    int received() const { return received_.load(); }
 
 private:
     std::thread waiter_;
-    volatile int received_ = 0;
+    // Written by the waiting thread, read by the agent's: volatile would
+    // not order the two threads' accesses.
+    std::atomic<int> received_{0};
 };
 
 } // namespace Zel
