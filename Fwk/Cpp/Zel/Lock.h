@@ -23,8 +23,10 @@ public:
     bool lock();
     // Errors throw ErrnoException "Failed to release the lock".
     void unlock();
-    // Kernel thread id of the owner, 0 when unowned.
-    pid_t owner() const { return mutex_.__data.__owner; }
+    // Kernel thread id of the owner, 0 when unowned. Any thread may ask
+    // while the C library sets the field under its lock word, so it is
+    // read as an atomic word (relaxed: the answer is "me" or "not me").
+    pid_t owner() const { return __atomic_load_n(&mutex_.__data.__owner, __ATOMIC_RELAXED); }
     bool heldByMe() const;
 
     // Whether code running under the lock may release it for a callback.
