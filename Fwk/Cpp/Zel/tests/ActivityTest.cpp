@@ -21,7 +21,11 @@ TEST(ActivityLock, ErrorCheckingOwnerAndReleasableFlag) {
     l.releasableIs(true);
     l.unlock();
     EXPECT_EQ(l.owner(), 0);
+#ifndef __SANITIZE_THREAD__
+    // A deliberate misuse, which the thread sanitizer reports as an error
+    // of its own before the C library refuses it.
     EXPECT_THROW(l.unlock(), ErrnoException) << "unlocking an unowned error-checking mutex fails";
+#endif
 
     std::thread other([&] { EXPECT_TRUE(l.lock()); EXPECT_NE(l.owner(), 0); l.unlock(); });
     other.join();
