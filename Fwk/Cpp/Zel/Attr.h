@@ -79,7 +79,10 @@ public:
         return GenericIfTraits<T>::to((selfOf<C>(obj)->*Getter)());
     }
     void set(ZelAttr const& a, GenericIf const& obj, GenericIf const* index, GenericIf const* value) const override {
-        if constexpr (Setter == nullptr) {
+        // Decided by the parameter's type: comparing a member-function
+        // pointer value with nullptr is not a constant expression for
+        // every compiler configuration (GCC with -fsanitize=undefined).
+        if constexpr (std::is_null_pointer_v<decltype(Setter)>) {
             AttrHandler::set(a, obj, index, value);
         } else {
             (selfOf<C>(obj)->*Setter)(GenericIfTraits<T>::from(value));
