@@ -43,6 +43,11 @@ struct Area {
     char** argv = nullptr;
     char* begin = nullptr;
     char* end = nullptr;
+    // The environment's copy made when its strings were taken over. It is
+    // owned here for the life of the process: a later setenv() gives
+    // environ a fresh array of its own, and this one must stay reachable
+    // (it is never freed, as the C library never frees the original).
+    char** movedEnviron = nullptr;
 };
 
 Area& area() {
@@ -71,6 +76,7 @@ void computeArea(int argc, char** argv) {
                 moved[i] = strdup(environ[i]);
             }
             moved[n] = nullptr;
+            a.movedEnviron = moved;
             environ = moved;
         }
     }
