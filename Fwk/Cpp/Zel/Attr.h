@@ -37,6 +37,13 @@ public:
     virtual AttributeIterator iteratorKey(ZelAttr const& a, GenericIf const& obj, GenericIf const* key) const;
     virtual Ptr<GenericIf const> call(ZelAttr const& a, GenericIf const& obj, ArgVector const& args) const;
 
+    // Direct access to a singleton of a builtin member type: `out` / `in`
+    // point at a native value of that type (String8 for Zel::String), so
+    // no GenericIf is made for the value. False when the handler has no
+    // such path; the caller then goes through get / set.
+    virtual bool getNative(ZelAttr const& a, GenericIf const& obj, void* out) const;
+    virtual bool setNative(ZelAttr const& a, GenericIf const& obj, void const* in) const;
+
 protected:
     ~AttrHandler() = default;
     [[noreturn]] static void refuse(ZelAttr const& a, char const* operation);
@@ -88,6 +95,16 @@ public:
             (selfOf<C>(obj)->*Setter)(GenericIfTraits<T>::from(value));
         }
     }
+    bool getNative(ZelAttr const&, GenericIf const& obj, void* out) const override {
+        if constexpr (!IsBuiltin<T>::value) return false;
+        else *static_cast<T*>(out) = (selfOf<C>(obj)->*Getter)();
+        return true;
+    }
+    bool setNative(ZelAttr const&, GenericIf const& obj, void const* in) const override {
+        if constexpr (std::is_null_pointer_v<decltype(Setter)> || !IsBuiltin<T>::value) return false;
+        else (selfOf<C>(obj)->*Setter)(*static_cast<T const*>(in));
+        return true;
+    }
 };
 
 // A public data member of a value type, read and written directly.
@@ -103,6 +120,16 @@ public:
     }
     void set(ZelAttr const&, GenericIf const& obj, GenericIf const*, GenericIf const* value) const override {
         selfOf<C>(obj)->*Field = GenericIfTraits<T>::from(value);
+    }
+    bool getNative(ZelAttr const&, GenericIf const& obj, void* out) const override {
+        if constexpr (!IsBuiltin<T>::value) return false;
+        else *static_cast<T*>(out) = selfOf<C>(obj)->*Field;
+        return true;
+    }
+    bool setNative(ZelAttr const&, GenericIf const& obj, void const* in) const override {
+        if constexpr (!IsBuiltin<T>::value) return false;
+        else selfOf<C>(obj)->*Field = *static_cast<T const*>(in);
+        return true;
     }
 };
 
@@ -153,7 +180,7 @@ private:
     [[noreturn]] static void wrongCount(ZelAttr const& a, size_t want, size_t got);
 };
 
-ZEL_API [[noreturn]] void throwArgumentCount(ZelAttr const& a, size_t want, size_t got);
+[[noreturn]] ZEL_API void throwArgumentCount(ZelAttr const& a, size_t want, size_t got);
 
 template <auto Method>
 void MethodAttr<Method>::wrongCount(ZelAttr const& a, size_t want, size_t got) {

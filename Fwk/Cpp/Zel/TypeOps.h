@@ -27,8 +27,8 @@ ZEL_API String8 objectStrep(GenericIf const& g);
 ZEL_API uint32_t objectHash(GenericIf const& g);
 ZEL_API bool objectEqual(GenericIf const& a, GenericIf const& b);
 
-ZEL_API [[noreturn]] void throwConstructorCount(ZelType const* t, size_t want, size_t got);
-ZEL_API [[noreturn]] void throwNoConstructor(ZelType const* t);
+[[noreturn]] ZEL_API void throwConstructorCount(ZelType const* t, size_t want, size_t got);
+[[noreturn]] ZEL_API void throwNoConstructor(ZelType const* t);
 
 namespace detail {
 template <class T, class... A, size_t... I>
