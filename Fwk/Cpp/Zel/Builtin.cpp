@@ -56,8 +56,7 @@ constexpr uint16_t kBuiltinFlags = ZelType::isValue_ | ZelType::isBuiltinType_;
 #define ZEL_DEFINE_BUILTIN(T, NAME)                                                              \
     template <>                                                                                  \
     constinit ZelType const Builtin<T>::_zelType(NAME, sizeof(T), nullptr, kBuiltinFlags, nullptr, \
-                                                 0, nullptr, &builtinOps<T>);                    \
-    template struct Builtin<T>;
+                                                 0, nullptr, &builtinOps<T>);
 
 ZEL_DEFINE_BUILTIN(String8, "Zel::String")
 ZEL_DEFINE_BUILTIN(char, "char")

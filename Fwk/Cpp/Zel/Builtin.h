@@ -18,9 +18,12 @@ struct Builtin {
 };
 
 template <class T> struct IsBuiltin : std::false_type {};
+// Each type is declared here as an explicit specialization (defined in
+// Builtin.cpp), so that no translation unit instantiates the primary
+// template's undefined member.
 #define ZEL_BUILTIN(T) \
     template <> struct IsBuiltin<T> : std::true_type {}; \
-    extern template struct Builtin<T>;
+    template <> ZEL_API ZelType const Builtin<T>::_zelType;
 ZEL_BUILTIN(String8)
 ZEL_BUILTIN(char)
 ZEL_BUILTIN(signed char)
