@@ -1,22 +1,142 @@
-// _ZelBench: a Python extension module used by bench/py_attr_bench.py.
-// noop() is the cheapest METH_VARARGS call CPython can make into native
-// code; the harness divides every other timing by it to get ratios that
-// travel between machines.
+// _ZelBench: the floors that bench/run.py divides the module's hot paths
+// by, and a heap probe for the memory rows.
+//
+// F1 callFloor(attr): a METH_VARARGS function parsing one "O&" argument
+//   whose converter checks for a _Zel.ZelAttr exactly as the real entry
+//   points do, and returning None. No attribute read can cost less.
+// F2 lockedReadFloor(attr): F1 plus the lock protocol of an entry point
+//   (release the interpreter lock, take the activity lock, read one native
+//   int of a framework object, re-take the interpreter lock, build the int,
+//   unlock). No read that honours the protocol can cost less.
+// heapInUse(): bytes in use for objects of the C heap and of the
+//   interpreter's small-object allocator; only differences mean anything.
 #include <Python.h>
+
+#include <malloc.h>
+#include <unistd.h>
+
+#include <exception>
+#include <fstream>
+
+#include "Zel/Lock.h"
+#include "Zel/PtrInterface.h"
+#include "ZelPy/Types.h"
 
 namespace {
 
-PyObject* noop(PyObject* /*self*/, PyObject* /*args*/) {
+// The smallest counted framework object with a native int to read.
+class Probe : public Zel::PtrInterface {
+public:
+    int value = 42;
+};
+
+Zel::Ptr<Probe> probe;   // made once at import, never released
+
+int convertAttr(PyObject* obj, Zel::ZelAttr const** out) {
+    if (!PyObject_TypeCheck(obj, &PyZelAttr_Type)) {
+        PyErr_SetString(PyExc_TypeError, "Expected a _Zel.ZelAttr");
+        return 0;
+    }
+    *out = reinterpret_cast<PyZelAttr*>(obj)->attr;
+    return 1;
+}
+
+// Releases the interpreter lock for its scope; retake() ends that early.
+class GilRelease {
+public:
+    GilRelease() : saved_(PyEval_SaveThread()) {}
+    ~GilRelease() { retake(); }
+    GilRelease(GilRelease const&) = delete;
+    GilRelease& operator=(GilRelease const&) = delete;
+    void retake() {
+        if (saved_) PyEval_RestoreThread(saved_);
+        saved_ = nullptr;
+    }
+
+private:
+    PyThreadState* saved_;
+};
+
+// Holds the activity lock for its scope, unlocking only if it locked.
+class ActivityLockHold {
+public:
+    ActivityLockHold() : lock_(Zel::ActivityLockAnchor::lock()), taken_(lock_->lock()) {}
+    ~ActivityLockHold() {
+        if (taken_) lock_->unlock();
+    }
+    ActivityLockHold(ActivityLockHold const&) = delete;
+    ActivityLockHold& operator=(ActivityLockHold const&) = delete;
+
+private:
+    Zel::Lock* lock_;
+    bool taken_;
+};
+
+PyObject* callFloor(PyObject*, PyObject* args) {
+    Zel::ZelAttr const* attr = nullptr;
+    if (!PyArg_ParseTuple(args, "O&:callFloor", convertAttr, &attr)) return nullptr;
     Py_RETURN_NONE;
 }
 
+PyObject* lockedReadFloor(PyObject*, PyObject* args) {
+    Zel::ZelAttr const* attr = nullptr;
+    if (!PyArg_ParseTuple(args, "O&:lockedReadFloor", convertAttr, &attr)) return nullptr;
+    try {
+        GilRelease gil;            // declared first: destroyed after the unlock
+        ActivityLockHold hold;
+        // A volatile read: the value may change under the lock for all the
+        // compiler knows, so it is loaded on every call.
+        long const value = *static_cast<int volatile*>(&probe->value);
+        gil.retake();
+        return PyInt_FromLong(value);
+    } catch (std::exception const& e) {
+        // The scopes have ended here: the interpreter lock is held again.
+        PyErr_SetString(PyExc_RuntimeError, e.what());
+        return nullptr;
+    }
+}
+
+// Private writable memory of the process (its data size in /proc/self/statm),
+// in bytes; 0 when unreadable.
+size_t privateWritableBytes() {
+    std::ifstream statm("/proc/self/statm");
+    size_t size = 0, resident = 0, shared = 0, text = 0, lib = 0, data = 0;
+    if (!(statm >> size >> resident >> shared >> text >> lib >> data)) return 0;
+    return data * static_cast<size_t>(::sysconf(_SC_PAGESIZE));
+}
+
+// malloc's blocks in use (uordblks, hblkhd) plus the interpreter's arenas.
+// The interpreter maps its 256 KiB arenas itself, so malloc does not see
+// them; they are the private writable memory that is neither malloc's heap
+// (arena) nor its mapped blocks (hblkhd). The rest of that memory (library
+// data, the stack) does not move while a measure runs.
+PyObject* heapInUse(PyObject*, PyObject*) {
+    size_t const data = privateWritableBytes();
+    struct mallinfo2 const m = mallinfo2();
+    if (data == 0) {
+        PyErr_SetString(PyExc_OSError, "cannot read /proc/self/statm");
+        return nullptr;
+    }
+    size_t const interpreterArenas = data > m.arena + m.hblkhd ? data - m.arena - m.hblkhd : 0;
+    return PyLong_FromSize_t(m.uordblks + m.hblkhd + interpreterArenas);
+}
+
 PyMethodDef functions[] = {
-    {"noop", noop, METH_VARARGS, "return None, parsing nothing (the cost floor of a native call)"},
+    {"callFloor", callFloor, METH_VARARGS, "F1: parse one _Zel.ZelAttr and return None"},
+    {"lockedReadFloor", lockedReadFloor, METH_VARARGS,
+     "F2: F1, then read a native int under the activity lock with the interpreter lock released"},
+    {"heapInUse", heapInUse, METH_NOARGS, "bytes in use by malloc and the interpreter's arenas (compare two readings)"},
     {nullptr, nullptr, 0, nullptr},
 };
 
 } // namespace
 
 extern "C" __attribute__((visibility("default"))) void init_ZelBench() {
-    Py_InitModule3("_ZelBench", functions, "Native call floor for the module benchmarks");
+    try {
+        probe = Zel::zelNew<Probe>();
+    } catch (std::exception const& e) {
+        PyErr_SetString(PyExc_ImportError, e.what());
+        return;
+    }
+    Py_InitModule3("_ZelBench", functions, "Call floors and a heap probe for the benchmarks");
 }

@@ -1,0 +1,72 @@
+"""Running the Google Benchmark programs (<build>/bin/bench_*) for bench/run.py.
+
+Each program runs once with --benchmark_repetitions=N; its JSON report
+(written to a file, so that a program with its own console output still
+yields one) gives per repetition the real time of one iteration. Real
+time, not CPU time: a round trip spends most of its time waiting for the
+other process.
+"""
+import json
+import os
+import shutil
+import subprocess
+import tempfile
+import threading
+
+_UNITS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
+
+
+class Result(object):
+    """`samples`: {benchmark name: [ns per iteration, one per repetition]};
+    `error`: why the program gave nothing (None when it ran)."""
+
+    def __init__(self, samples, error=None):
+        self.samples = samples
+        self.error = error
+
+
+def parse(report):
+    """{name: [ns, ...]} from a Google Benchmark JSON report (a dict);
+    aggregates and failed runs are left out."""
+    samples = {}
+    for b in report.get("benchmarks", []):
+        if b.get("run_type", "iteration") != "iteration" or b.get("error_occurred"):
+            continue
+        name = b.get("run_name", b["name"])
+        samples.setdefault(name, []).append(float(b["real_time"]) * _UNITS[b.get("time_unit", "ns")])
+    return samples
+
+
+def run(program, repetitions, min_time, env=None, prefix=(), timeout=240):
+    """Runs one program; never raises for a missing or failing program."""
+    if not os.path.exists(program):
+        return Result({}, "%s not built" % os.path.basename(program))
+    tmp = tempfile.mkdtemp(prefix="zelbench")
+    out = os.path.join(tmp, "report.json")
+    cmd = list(prefix) + [program, "--benchmark_repetitions=%d" % repetitions, "--benchmark_format=json",
+                          "--benchmark_out=" + out, "--benchmark_out_format=json",
+                          "--benchmark_min_time=%g" % min_time]
+    try:
+        with open(os.devnull, "w") as devnull:
+            try:
+                proc = subprocess.Popen(cmd, stdout=devnull, stderr=subprocess.PIPE, env=env)
+            except OSError as e:
+                return Result({}, "%s: %s" % (cmd[0], e.strerror))
+            watchdog = threading.Timer(timeout, proc.kill)
+            watchdog.start()
+            try:
+                err = proc.communicate()[1]
+            finally:
+                watchdog.cancel()
+        try:
+            with open(out) as f:
+                samples = parse(json.load(f))
+        except (IOError, ValueError) as e:
+            samples, err = {}, (err or "") + str(e)
+        if proc.returncode != 0:
+            last = (err or "").strip().splitlines()[-1:] or [""]
+            return Result(samples, "%s exited with status %d %s" % (os.path.basename(program), proc.returncode,
+                                                                    last[0]))
+        return Result(samples)
+    finally:
+        shutil.rmtree(tmp, ignore_errors=True)

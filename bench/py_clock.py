@@ -1,0 +1,36 @@
+"""Clock firings into a Python handler, for bench/run.py: the handler
+re-arms its wake time at once and the activity loop fires it again on its
+next pass; a run of the loop divided by the firings counted is the cost of
+one firing."""
+import time
+
+import _Zel
+
+
+def firing_ns(seconds):
+    clock = _Zel.singleton("Zel::Clock")
+    ctype = _Zel.typeNode("Zel::PyClockNotifiee")
+    wake = ctype.attr("timeMinProxy")
+    fired = [0]
+    box = []
+
+    def on_time():
+        fired[0] += 1
+        if box:
+            box[0].attributeSingletonIs(wake, 0.0)
+
+    notifiee = _Zel.newGenericIf(ctype, (None, clock, _Zel.handle(on_time)))
+    box.append(notifiee)
+    notifiee.attributeSingletonIs(wake, 0.0)
+    fired[0] = 0
+    start = time.time()
+    _Zel.activityManagerExecTimeIs(seconds)
+    elapsed = time.time() - start
+    del box[:]   # the handler's reference to its own notifiee: a cycle otherwise
+    if not fired[0]:
+        raise RuntimeError("the clock never fired in %g s" % seconds)
+    return elapsed / fired[0] * 1e9
+
+
+def samples(repeats, seconds):
+    return [firing_ns(seconds) for _ in range(repeats)]

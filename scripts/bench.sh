@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Builds the benchmarks in a Release tree (build-release, or
+# $ZEL_BENCH_BUILD) and runs them all through bench/run.py, which prints one
+# table with PASS or MISS per target. Exit status: 0 when every target
+# passes, 1 otherwise. Arguments go to the runner:
+#   scripts/bench.sh                 full run (about 3 minutes after the build)
+#   scripts/bench.sh --quick         smoke run (well under a minute)
+#   scripts/bench.sh --markdown      the table as Markdown
+#   scripts/bench.sh --repeats 9     more repeats (at least 5)
+# See docs/benchmarks.md.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=${ZEL_BENCH_BUILD:-$root/build-release}
+
+cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DZEL_WERROR=ON >/dev/null
+# Only what the benchmarks run: the bench programs (which pull in the
+# libraries), the floors module, the demo types and the agent.
+ninja -C "$build" -j"${ZEL_JOBS:-2}" _ZelBench ZelDemo zelagent bench_activity bench_collections
+# bench_client changes often; when it does not build, its rows read MISSING
+# instead of the whole run failing (and no stale binary is measured).
+if ! ninja -C "$build" -j"${ZEL_JOBS:-2}" bench_client; then
+    echo "bench.sh: bench_client did not build; its rows will read MISSING" >&2
+    rm -f "$build/bin/bench_client"
+fi
+
+cd "$root"
+exec "$build/zelpython" bench/run.py --build-dir "$build" "$@"
