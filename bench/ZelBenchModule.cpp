@@ -30,7 +30,7 @@ public:
     int value = 42;
 };
 
-Zel::Ptr<Probe> probe;   // made once at import, never released
+Zel::Ptr<Probe> probe;   // made once at import, released at exit
 
 int convertAttr(PyObject* obj, Zel::ZelAttr const** out) {
     if (!PyObject_TypeCheck(obj, &PyZelAttr_Type)) {

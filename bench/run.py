@@ -52,7 +52,7 @@ def python_rows(s):
     handle = stats(py_memory.samples(s.repeats, s.handles), "B")
 
     f1 = floor_row("F1: METH_VARARGS call, one checked \"O&\" argument", ns["F1"], tag="F1")
-    f2 = floor_row("F2: F1 + lock protocol, native int read", ns["F2"], tag="F2")
+    f2 = floor_row("F2: F1 + lock protocol, native int read", ns["F2"], tag="F2", floor=f1)
     f3 = floor_row("F3: Python property setter -> callback(name, value)", ns["F3"], tag="F3")
     small = Row("attributeCollection, 1,000 entries", ns["collection small"], f2, 2.0, tag="1,000 entries")
     floors = [f1, f2, f3]
@@ -110,7 +110,8 @@ def client_rows(s, env):
 
 def program_rows(s, env, name):
     progress("bench_" + name)
-    result = native.run(os.path.join(s.build, "bin", "bench_" + name), s.repeats, s.min_time, env)
+    result = native.run(os.path.join(s.build, "bin", "bench_" + name), s.repeats, s.min_time, env,
+                        clock="cpu_time")
     if not result.samples:
         return [extra_row("bench_%s" % name, None, note=result.error or "no results")]
     return [extra_row("bench_%s %s" % (name, bm), stats(result.samples[bm]), note=result.error or "")

@@ -54,8 +54,9 @@ class Row(object):
         return PASS if measured <= self.limit else MISS
 
 
-def floor_row(label, value, note="", tag=None):
-    return Row(label, value, kind="floor", note=note, tag=tag)
+def floor_row(label, value, note="", tag=None, floor=None):
+    """A floor; given a lower floor, its ratio to that is shown too."""
+    return Row(label, value, floor=floor, kind="floor", note=note, tag=tag)
 
 
 def extra_row(label, value, floor=None, note=""):

@@ -52,14 +52,17 @@ class Verdicts(unittest.TestCase):
 class GoogleBenchmarkReports(unittest.TestCase):
     def test_repetitions_in_ns_without_aggregates_or_failures(self):
         report = {"benchmarks": [
-            {"name": "BM_A/unix", "run_name": "BM_A/unix", "run_type": "iteration", "real_time": 2.0, "time_unit": "us"},
-            {"name": "BM_A/unix", "run_name": "BM_A/unix", "run_type": "iteration", "real_time": 3.0, "time_unit": "us"},
+            {"name": "BM_A/unix", "run_name": "BM_A/unix", "run_type": "iteration", "real_time": 2.0,
+             "cpu_time": 1.0, "time_unit": "us"},
+            {"name": "BM_A/unix", "run_name": "BM_A/unix", "run_type": "iteration", "real_time": 3.0,
+             "cpu_time": 1.5, "time_unit": "us"},
             {"name": "BM_A/unix_median", "run_name": "BM_A/unix", "run_type": "aggregate", "real_time": 2.5,
              "time_unit": "us"},
             {"name": "BM_B", "run_name": "BM_B", "run_type": "iteration", "real_time": 1.0, "time_unit": "ms",
              "error_occurred": True},
         ]}
         self.assertEqual(native.parse(report), {"BM_A/unix": [2000.0, 3000.0]})
+        self.assertEqual(native.parse(report, "cpu_time"), {"BM_A/unix": [1000.0, 1500.0]})
 
     def test_a_program_that_is_not_built_is_an_error_not_an_exception(self):
         result = native.run("/nonexistent/bin/bench_client", 5, 0.01)
