@@ -10,9 +10,10 @@ directory, which it keeps flocked while it lives.
 PyServer._LocalServer runs the same commands in the calling process; the
 client uses it when the agent is the client's own process.
 
-One thread serves every connection with a select loop: each connection
-has its own namespace, input buffer and output buffer; commands run one
-at a time on that thread.
+One thread accepts connections; each connection then has a thread of its
+own, which serves it natively (_ZelServer.serve: the framing, the wait
+on the socket without the interpreter lock, compiled code kept per
+command text) and runs its commands in the connection's namespace.
 """
 
 import cStringIO
@@ -25,6 +26,8 @@ import struct
 import sys
 import threading
 import traceback
+
+import _ZelServer
 
 __all__ = ['PyServer', '_LocalServer', 'agentsDir']
 
@@ -66,7 +69,11 @@ def _evalIn(namespace, cmd):
 
 
 def _execIn(namespace, cmd):
-    code = compile(cmd, '<PyServer>', 'exec')
+    return _execCode(namespace, compile(cmd, '<PyServer>', 'exec'))
+
+
+def _execCode(namespace, code):
+    """Runs `code` in `namespace`; returns what it printed."""
     out = cStringIO.StringIO()
     with _stdoutLock:
         saved = sys.stdout
@@ -76,6 +83,14 @@ def _execIn(namespace, cmd):
         finally:
             sys.stdout = saved
     return out.getvalue()
+
+
+def _formatError(etype, value, tb):
+    """The traceback of a failed command, starting at the command rather
+    than in this module."""
+    while tb is not None and tb.tb_frame.f_code.co_filename == _execCode.__code__.co_filename:
+        tb = tb.tb_next
+    return ''.join(traceback.format_exception(etype, value, tb))
 
 
 class _LocalServer(object):
@@ -117,10 +132,7 @@ class _Connection(object):
         self.sock = sock
         self.namespace = namespace
         self.peerName = peerName
-        self.inbuf = ''
-        self.outbuf = ''
-        self.greeted = False
-        self.closing = False    # close once outbuf is sent
+        self.thread = None
 
 
 class PyServer(object):
@@ -146,7 +158,11 @@ class PyServer(object):
         self._agentFd = None
         self._wakeR = self._wakeW = None
         self._thread = None
+        # Connections by socket. The lock orders adding a connection,
+        # closing one, and stop() shutting them all down.
         self._conns = {}
+        self._connsLock = threading.Lock()
+        self._stopping = False
 
     # ---- life cycle -------------------------------------------------
     def start(self):
@@ -162,19 +178,34 @@ class PyServer(object):
         except Exception:
             self._closeListeners()
             raise
+        self._stopping = False
         self._wakeR, self._wakeW = os.pipe()
-        self._thread = threading.Thread(target=self._serve, name='PyServer ' + self.name)
+        self._thread = threading.Thread(target=self._acceptLoop, name='PyServer ' + self.name)
         self._thread.daemon = True
         self._thread.start()
         _trace('serving %s on %s, tcp port %d' % (self.name, self.socketPath, self.tcpPort))
         return self
 
     def stop(self):
+        """Stops accepting, ends every connection (a command running on one
+        finishes first) and withdraws the agent file."""
         if self._thread is None:
             return
         os.write(self._wakeW, 'x')
         self._thread.join()
         self._thread = None
+        with self._connsLock:
+            self._stopping = True
+            conns = list(self._conns.values())
+            for c in conns:
+                # Wakes the connection's thread wherever it waits on the
+                # socket; the thread closes it.
+                try:
+                    c.sock.shutdown(socket.SHUT_RDWR)
+                except socket.error:
+                    pass
+        for c in conns:
+            c.thread.join()
         for fd in (self._wakeR, self._wakeW):
             os.close(fd)
         self._wakeR = self._wakeW = None
@@ -192,21 +223,19 @@ class PyServer(object):
         finally:
             os.umask(old)
         os.chmod(self.socketPath, 0600)
-        s.listen(16)
+        s.listen(64)
         s.setblocking(False)
         self._unix = s
         if self.requestedTcpPort is not None:
             t = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
             t.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
             t.bind(('127.0.0.1', self.requestedTcpPort))
-            t.listen(16)
+            t.listen(64)
             t.setblocking(False)
             self._tcp = t
             self.tcpPort = t.getsockname()[1]
 
     def _closeListeners(self):
-        for c in list(self._conns.values()):
-            self._drop(c)
         if self._unix is not None:
             self._unix.close()
             self._unix = None
@@ -249,31 +278,20 @@ class PyServer(object):
         finally:
             os.close(dirFd)
 
-    # ---- the loop ---------------------------------------------------
-    def _serve(self):
+    # ---- accepting ---------------------------------------------------
+    def _acceptLoop(self):
+        listeners = [s for s in (self._unix, self._tcp) if s is not None]
         while True:
-            listeners = [s for s in (self._unix, self._tcp) if s is not None]
-            readers = [self._wakeR] + listeners + [c.sock for c in self._conns.values()]
-            writers = [c.sock for c in self._conns.values() if c.outbuf]
             try:
-                r, w, _ = select.select(readers, writers, [])
+                r, _, _ = select.select([self._wakeR] + listeners, [], [])
             except select.error as e:
                 if e.args[0] == errno.EINTR:
                     continue
                 raise
             if self._wakeR in r:
                 return
-            for s in w:
-                c = self._conns.get(s)
-                if c is not None:
-                    self._flush(c)
             for s in r:
-                if s in listeners:
-                    self._accept(s)
-                else:
-                    c = self._conns.get(s)
-                    if c is not None:
-                        self._receive(c)
+                self._accept(s)
 
     def _accept(self, listener):
         try:
@@ -292,91 +310,36 @@ class PyServer(object):
             _notice('refused connection from %s' % peerName)
             sock.close()
             return
-        sock.setblocking(False)
+        sock.setblocking(True)    # the connection's thread waits in recv
+        if listener is self._tcp:
+            # A reply goes in one send; never hold its last segment back
+            # waiting for the peer's acknowledgement.
+            sock.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         c = _Connection(sock, dict(self.seed), peerName)
-        self._conns[sock] = c
+        c.thread = threading.Thread(target=self._serveConnection, args=(c,),
+                                    name='PyServer %s %s' % (self.name, peerName))
+        c.thread.daemon = True
+        with self._connsLock:
+            if self._stopping:
+                sock.close()
+                return
+            self._conns[sock] = c
+        c.thread.start()
         _trace('accepted %s' % peerName)
 
-    def _drop(self, c):
-        self._conns.pop(c.sock, None)
+    # ---- a connection's thread ----------------------------------------
+    def _serveConnection(self, c):
         try:
-            c.sock.close()
-        except socket.error:
-            pass
-        _trace('closed %s' % c.peerName)
-
-    def _receive(self, c):
-        try:
-            data = c.sock.recv(65536)
-        except socket.error as e:
-            if e.args[0] in (errno.EAGAIN, errno.EINTR):
-                return
-            data = ''
-        if not data:
-            self._drop(c)     # the peer went, perhaps in mid-command
-            return
-        if c.closing:
-            return
-        c.inbuf += data
-        self._process(c)
-        self._flush(c)
-
-    def _process(self, c):
-        while True:
-            if not c.greeted:
-                if len(c.inbuf) < 2:
-                    return
-                c.inbuf = c.inbuf[2:]
-                c.greeted = True
-                c.outbuf += GREETING_REPLY
-                continue
-            if len(c.inbuf) < 6:
-                return
-            kind = c.inbuf[:2]
-            (n,) = struct.unpack('>I', c.inbuf[2:6])
-            if kind not in (KIND_EVAL, KIND_EXEC) or n > MAX_COMMAND:
-                _notice('bad request from %s (kind %r, length %d)' % (c.peerName, kind, n))
-                c.inbuf = ''
-                c.closing = True
-                return
-            if len(c.inbuf) < 6 + n:
-                return
-            cmd = c.inbuf[6:6 + n]
-            c.inbuf = c.inbuf[6 + n:]
-            c.outbuf += self._run(c, kind, cmd)
-
-    def _run(self, c, kind, cmd):
-        try:
-            if kind == KIND_EVAL:
-                result = _evalIn(c.namespace, cmd)
-            else:
-                result = _execIn(c.namespace, cmd)
-            status = 'OK'
-        except BaseException:
-            # Whatever the command does, the server goes on. The traceback
-            # starts at the command, not in the server.
-            etype, value, tb = sys.exc_info()
-            while tb is not None and tb.tb_frame.f_code.co_filename == _evalIn.__code__.co_filename:
-                tb = tb.tb_next
-            result = ''.join(traceback.format_exception(etype, value, tb))
-            del tb
-            status = 'EX'
-        if isinstance(result, unicode):
-            result = result.encode('utf-8', 'replace')
-        return struct.pack('>I', len(result) + 2) + status + result
-
-    def _flush(self, c):
-        while c.outbuf:
-            try:
-                sent = c.sock.send(c.outbuf)
-            except socket.error as e:
-                if e.args[0] in (errno.EAGAIN, errno.EINTR):
-                    return
-                self._drop(c)
-                return
-            c.outbuf = c.outbuf[sent:]
-        if c.closing:
-            self._drop(c)
+            bad = _ZelServer.serve(c.sock.fileno(), c.namespace, _execCode, _formatError)
+            if bad is not None:
+                _notice('bad request from %s (%s)' % (c.peerName, bad))
+        except Exception as e:
+            _notice('connection from %s failed: %r' % (c.peerName, e))
+        finally:
+            with self._connsLock:
+                self._conns.pop(c.sock, None)
+                c.sock.close()
+            _trace('closed %s' % c.peerName)
 
 
 def main(argv):

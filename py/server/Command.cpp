@@ -1,0 +1,85 @@
+// Running one command of a connection (see Command.h).
+#include "Command.h"
+
+#include <cstring>
+
+namespace ZelServer {
+
+namespace {
+
+// A new reference to `code`: the cache may drop its own while the command
+// runs.
+PyRef hold(PyObject* code) {
+    Py_XINCREF(code);
+    return PyRef(code);
+}
+
+// The result as a byte string: str as is, unicode as UTF-8 (undecodable
+// characters replaced), anything else through str(). Null with a Python
+// exception set when that fails.
+PyRef asBytes(PyRef value) {
+    if (!value || PyString_Check(value.get())) return value;
+    if (PyUnicode_Check(value.get())) return PyRef(PyUnicode_AsEncodedString(value.get(), "utf-8", "replace"));
+    PyRef text(PyObject_Str(value.get()));
+    if (!text || PyString_Check(text.get())) return text;
+    return asBytes(std::move(text));
+}
+
+// The pending exception as text from the server's formatter; clears it.
+// When the formatter itself fails, the exception's type name is all there
+// is to tell.
+PyRef describePending(PyObject* formatError) {
+    PyObject *t, *v, *tb;
+    PyErr_Fetch(&t, &v, &tb);
+    PyErr_NormalizeException(&t, &v, &tb);
+    PyRef type(t), value(v), trace(tb);
+    if (!type) return PyRef(PyString_FromString("the command failed without an exception\n"));
+    PyRef text = asBytes(PyRef(PyObject_CallFunctionObjArgs(formatError, type.get(), value ? value.get() : Py_None,
+                                                            trace ? trace.get() : Py_None, nullptr)));
+    if (text) return text;
+    PyErr_Clear();
+    char const* name = PyExceptionClass_Check(type.get()) ? PyExceptionClass_Name(type.get()) : "exception";
+    if (char const* dot = std::strrchr(name, '.')) name = dot + 1;   // "exceptions.KeyError" reads as KeyError
+    return PyRef(PyString_FromFormat("%s (its traceback could not be formatted)\n", name));
+}
+
+} // namespace
+
+Commands::Commands(Handlers const& h)
+    : h_(h), builtinsKey_(PyString_InternFromString("__builtins__")), evalCodes_(Py_eval_input),
+      execCodes_(Py_file_input) {}
+
+PyObject* Commands::evaluate(std::string_view command) {
+    PyRef code = hold(evalCodes_.code(command));
+    if (!code || !builtinsKey_) return nullptr;
+    // As eval() does: a namespace without builtins gets this
+    // interpreter's, or the command's frame would see next to none.
+    if (!PyDict_GetItem(h_.namespaceDict, builtinsKey_.get()) &&
+        PyDict_SetItem(h_.namespaceDict, builtinsKey_.get(), PyEval_GetBuiltins()) < 0) {
+        return nullptr;
+    }
+    PyRef value(PyEval_EvalCode(reinterpret_cast<PyCodeObject*>(code.get()), h_.namespaceDict, h_.namespaceDict));
+    if (!value) return nullptr;
+    return PyObject_Repr(value.get());
+}
+
+PyObject* Commands::execute(std::string_view command) {
+    PyRef code = hold(execCodes_.code(command));
+    if (!code) return nullptr;
+    return PyObject_CallFunctionObjArgs(h_.runExec, h_.namespaceDict, code.get(), nullptr);
+}
+
+void Commands::run(FrameKind kind, std::string_view command, Reply& reply) {
+    PyRef text = asBytes(PyRef(kind == FrameKind::Eval ? evaluate(command) : execute(command)));
+    bool ok = bool(text);
+    if (!ok) text = describePending(h_.formatError);
+    if (!text) {
+        PyErr_Clear();
+        reply.set("EX", "the command failed and its traceback could not be built\n");
+        return;
+    }
+    std::string_view payload(PyString_AS_STRING(text.get()), size_t(PyString_GET_SIZE(text.get())));
+    if (!reply.set(ok ? "OK" : "EX", payload)) reply.set("EX", "the result is too large for a reply\n");
+}
+
+} // namespace ZelServer

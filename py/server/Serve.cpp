@@ -1,0 +1,67 @@
+// One connection's loop: receive into the connection's buffer and send
+// the reply without the interpreter lock, take the lock only to run the
+// command.
+#include "Serve.h"
+
+#include <sys/socket.h>
+
+#include <cerrno>
+
+#include "FrameBuffer.h"
+#include "Gil.h"
+#include "Reply.h"
+
+namespace ZelServer {
+
+namespace {
+
+// Bytes received, or 0 when the peer has closed or the socket failed.
+size_t receive(int fd, char* buf, size_t room) {
+    for (;;) {
+        ssize_t n = ::recv(fd, buf, room, 0);
+        if (n >= 0) return size_t(n);
+        if (errno != EINTR) return 0;
+    }
+}
+
+bool sendAll(int fd, char const* p, size_t n) {
+    while (n > 0) {
+        // No SIGPIPE for a peer that went away: that ends the connection.
+        ssize_t sent = ::send(fd, p, n, MSG_NOSIGNAL);
+        if (sent < 0) {
+            if (errno == EINTR) continue;
+            return false;
+        }
+        p += sent;
+        n -= size_t(sent);
+    }
+    return true;
+}
+
+} // namespace
+
+void serveConnection(int fd, Commands& commands, std::string& bad) {
+    FrameBuffer in;
+    Reply reply;
+    ReleasedGil unlocked;
+    for (;;) {
+        Frame frame;
+        FrameBuffer::Parse parsed;
+        while ((parsed = in.parse(frame, bad)) == FrameBuffer::Parse::Incomplete) {
+            size_t n = in.room() ? receive(fd, in.space(), in.room()) : 0;
+            if (n == 0) return;   // the peer went, perhaps mid-frame, or stop() shut the socket down
+            in.added(n);
+        }
+        if (parsed == FrameBuffer::Parse::Bad) return;
+        if (frame.kind == FrameKind::Greeting) {
+            reply.setRaw("ZPS1");   // four bytes; clients do not interpret them
+        } else {
+            HeldGil locked(unlocked);
+            commands.run(frame.kind, frame.command, reply);
+        }
+        in.consume();
+        if (!sendAll(fd, reply.data(), reply.size())) return;
+    }
+}
+
+} // namespace ZelServer
