@@ -1,17 +1,27 @@
-// Eval round trips per second through Zel::PyClient against the project's
-// own server (zelagent), over UNIX and TCP, beside a raw socket ping-pong
-// of the same frame sizes; the ratio is printed as a counter.
+// Eval round trips of "1+1" through Zel::PyClient against the project's
+// own server (zelagent), over UNIX and TCP, beside the floor F4: a raw
+// ping-pong of the same message sizes (a 9-byte request, a 7-byte
+// response) between this process and a forked echo process, over the
+// same kind of socket. The agent and the echo process are forked from
+// this one, so they inherit its CPU affinity (run the program under
+// `taskset -c 0` to measure both ends on one CPU).
+//
+// Each BM_ClientEval run also reports x_F4, its time per round trip over
+// that of the BM_PingPong run of the same transport (when that ran first,
+// as it does in registration order).
 #include <benchmark/benchmark.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <string>
-#include <thread>
 
 #include "ZelPy/PyClient.h"
 
@@ -59,62 +69,99 @@ Agent& agent() {
 }
 
 char const kCmd[] = "1+1";   // answer "2": a 9-byte request, a 7-byte response
+char const kRequest[9] = {'?', '1', 0, 0, 0, 3, '1', '+', '1'};
+char const kResponse[7] = {0, 0, 0, 3, 'O', 'K', '2'};
 
-void clientRoundTrips(benchmark::State& state, bool tcp) {
+// Nanoseconds per round trip of the last BM_PingPong run, by transport.
+double floorNs[2];
+
+// Times the benchmark's loop as Google Benchmark does (wall clock), to
+// relate one run to another.
+class LoopClock {
+public:
+    LoopClock() : start_(std::chrono::steady_clock::now()) {}
+    double nsPer(benchmark::IterationCount n) const {
+        std::chrono::duration<double, std::nano> d = std::chrono::steady_clock::now() - start_;
+        return n ? d.count() / double(n) : 0;
+    }
+
+private:
+    std::chrono::steady_clock::time_point start_;
+};
+
+bool recvAll(int fd, char* buf, size_t n) {
+    for (size_t got = 0; got < n;) {
+        ssize_t r = ::recv(fd, buf + got, n - got, 0);
+        if (r <= 0) return false;
+        got += size_t(r);
+    }
+    return true;
+}
+
+// Two connected stream sockets: a UNIX-domain pair, or both ends of a TCP
+// connection over 127.0.0.1 with Nagle off on the answering end, as the
+// server has it.
+bool connectedPair(bool tcp, int fds[2]) {
+    if (!tcp) return ::socketpair(AF_UNIX, SOCK_STREAM, 0, fds) == 0;
+    int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof addr;
+    bool ok = listener >= 0 && ::bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 &&
+              ::listen(listener, 1) == 0 && ::getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &len) == 0;
+    fds[0] = ok ? ::socket(AF_INET, SOCK_STREAM, 0) : -1;
+    ok = ok && fds[0] >= 0 && ::connect(fds[0], reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
+    fds[1] = ok ? ::accept(listener, nullptr, nullptr) : -1;
+    int one = 1;
+    ok = ok && fds[1] >= 0 && ::setsockopt(fds[1], IPPROTO_TCP, TCP_NODELAY, &one, sizeof one) == 0;
+    if (listener >= 0) ::close(listener);
+    return ok;
+}
+
+void BM_PingPong(benchmark::State& state, bool tcp) {
+    int fds[2];
+    if (!connectedPair(tcp, fds)) {
+        state.SkipWithError("cannot make a connected socket pair");
+        return;
+    }
+    pid_t echo = ::fork();
+    if (echo == 0) {
+        ::close(fds[0]);
+        char req[sizeof kRequest];
+        while (recvAll(fds[1], req, sizeof req) && ::send(fds[1], kResponse, sizeof kResponse, 0) == sizeof kResponse) {
+        }
+        std::_Exit(0);
+    }
+    ::close(fds[1]);
+    char resp[sizeof kResponse];
+    LoopClock clock;
+    for (auto _ : state) {
+        ::send(fds[0], kRequest, sizeof kRequest, 0);
+        recvAll(fds[0], resp, sizeof resp);
+    }
+    floorNs[tcp] = clock.nsPer(state.iterations());
+    ::close(fds[0]);   // the echo process sees the end and exits
+    ::waitpid(echo, nullptr, 0);
+}
+
+void BM_ClientEval(benchmark::State& state, bool tcp) {
     ::signal(SIGPIPE, SIG_IGN);
     Agent& a = agent();
     Zel::PyClient client = tcp ? Zel::PyClient(a.port, 'B', nullptr) : Zel::PyClient(Zel::String8(a.socketPath), 'B', nullptr);
     client.connect();
     char buf[64];
+    LoopClock clock;
     for (auto _ : state) benchmark::DoNotOptimize(client.eval(kCmd, buf, sizeof buf));
-    state.counters["round trips/s"] = benchmark::Counter(double(state.iterations()), benchmark::Counter::kIsRate);
+    double ns = clock.nsPer(state.iterations());
+    if (floorNs[tcp] > 0) state.counters["x_F4"] = ns / floorNs[tcp];
 }
 
-// The floor: the same byte counts bounced between two threads.
-void rawPingPong(benchmark::State& state) {
-    int sv[2];
-    ::socketpair(AF_UNIX, SOCK_STREAM, 0, sv);
-    std::thread echo([fd = sv[1]] {
-        char req[9];
-        char const resp[7] = {0, 0, 0, 3, 'O', 'K', '2'};
-        while (::recv(fd, req, sizeof req, MSG_WAITALL) == sizeof req) ::send(fd, resp, sizeof resp, 0);
-    });
-    char const req[9] = {'?', '1', 0, 0, 0, 3, '1', '+', '1'};
-    char resp[7];
-    for (auto _ : state) {
-        ::send(sv[0], req, sizeof req, 0);
-        ::recv(sv[0], resp, sizeof resp, MSG_WAITALL);
-    }
-    ::shutdown(sv[0], SHUT_RDWR);
-    echo.join();
-    ::close(sv[0]);
-    ::close(sv[1]);
-    state.counters["round trips/s"] = benchmark::Counter(double(state.iterations()), benchmark::Counter::kIsRate);
-}
-
-void BM_ClientEvalUnix(benchmark::State& state) { clientRoundTrips(state, false); }
-void BM_ClientEvalTcp(benchmark::State& state) { clientRoundTrips(state, true); }
-void BM_RawPingPong(benchmark::State& state) { rawPingPong(state); }
-
-BENCHMARK(BM_RawPingPong);
-BENCHMARK(BM_ClientEvalUnix);
-BENCHMARK(BM_ClientEvalTcp);
+BENCHMARK_CAPTURE(BM_PingPong, unix, false);
+BENCHMARK_CAPTURE(BM_PingPong, tcp, true);
+BENCHMARK_CAPTURE(BM_ClientEval, unix, false);
+BENCHMARK_CAPTURE(BM_ClientEval, tcp, true);
 
 } // namespace
 
-int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    struct Rates : benchmark::ConsoleReporter {
-        double raw = 0;
-        void ReportRuns(std::vector<Run> const& runs) override {
-            ConsoleReporter::ReportRuns(runs);
-            for (Run const& r : runs) {
-                double rate = r.GetAdjustedRealTime() > 0 ? 1.0 / r.GetAdjustedRealTime() : 0;
-                if (r.benchmark_name() == "BM_RawPingPong") raw = rate;
-                else if (raw > 0) std::printf("%s: %.1fx slower than the raw ping-pong\n", r.benchmark_name().c_str(), raw / rate);
-            }
-        }
-    } reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    return 0;
-}
+BENCHMARK_MAIN();
