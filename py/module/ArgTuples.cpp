@@ -3,7 +3,27 @@
 #include "Convert.h"
 #include "Zel/Format.h"
 
+#include <unordered_map>
+#include <vector>
+
 using namespace Zel;
+
+namespace {
+
+// Parameter types by attribute, resolved by name on first use; descriptors
+// and types live as long as the process. Guarded by the interpreter lock.
+std::unordered_map<ZelAttr const*, std::vector<ZelType const*>>& parameterTypes() {
+    static auto* types = new std::unordered_map<ZelAttr const*, std::vector<ZelType const*>>;
+    return *types;
+}
+
+} // namespace
+
+std::vector<ZelType const*> const* cachedParameterTypes(ZelAttr const* attr) {
+    auto& types = parameterTypes();
+    auto it = types.find(attr);
+    return it == types.end() ? nullptr : &it->second;
+}
 
 Ptr<GenericIf const> PyTupleToGenericIfVector_helper(ZelType const* type, PyObject* tuple, unsigned position,
                                                      bool isConstructor) {
@@ -37,17 +57,32 @@ ArgVector PyTupleToGenericIfVector(PyObject* args, ZelAttr const* attr, bool ski
     ArgVector out;
     ArgDesc const* params = attr->instantiatingArgs();
     if (!params) return out;
+    std::vector<ZelType const*> const* cached = cachedParameterTypes(attr);
+    std::vector<ZelType const*> resolved;
+    bool complete = true;   // every type resolved: worth keeping
+    out.reserve(expected);
     unsigned k = 0;
     for (int i = 0; params[i].typeName; ++i) {
-        if (i == skip) continue;
-        ZelType const* type;
-        try {
-            type = typeNode(String8(params[i].typeName));
-        } catch (NoTypeNodeException const& e) {
-            throw InternalException(format("unknown type while processing parameter %u: %s", k, e.message().c_str()));
+        ZelType const* type = nullptr;
+        if (cached) {
+            type = (*cached)[i];
+        } else {
+            try {
+                type = typeNode(String8(params[i].typeName));
+            } catch (NoTypeNodeException const& e) {
+                // The skipped parameter's type is not needed here.
+                if (i != skip) {
+                    throw InternalException(
+                        format("unknown type while processing parameter %u: %s", k, e.message().c_str()));
+                }
+                complete = false;
+            }
+            resolved.push_back(type);
         }
+        if (i == skip) continue;
         out.push_back(PyTupleToGenericIfVector_helper(type, args, k, false));
         ++k;
     }
+    if (!cached && complete) parameterTypes().emplace(attr, std::move(resolved));
     return out;
 }

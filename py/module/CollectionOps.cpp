@@ -1,6 +1,7 @@
 // Collection attribute methods of _Zel.GifPtr: keyed look-ups, existence,
 // set, delete, add, remove and count.
 #include "Convert.h"
+#include "NativeValue.h"
 
 using Zel::GenericIf;
 using Zel::Ptr;
@@ -30,11 +31,52 @@ PyObject* raiseKeyError(PyLockAnchor& anchor, PyObject* key) {
     return nullptr;
 }
 
+// A look-up of a builtin member by a builtin key, without a GenericIf for
+// either: the key is read while the interpreter lock is still held (the
+// accepted Python types are immutable), the member converted straight from
+// the collection before the activity lock is let go. False, with nothing
+// left behind, when the key does not convert or the attribute has no
+// direct path; the general path then does (and refuses) it all.
+bool lookupBuiltin(PyObject* self, ZelAttr const* attr, PyObject* key, bool valueLookup, PyObject*& result) {
+    Zel::ZelType const* memberType = attr->memberType();
+    if (!memberType || !memberType->isBuiltinType()) return false;
+    // A direct value look-up refuses a missing key its own way: leave
+    // that to the general path.
+    bool const keyErrorWhenMissing = !(valueLookup && attr->directLookup());
+    return Zel::native::visitBuiltin(attr->indexType(), [&](auto tag) {
+        typename decltype(tag)::type k{};
+        if (!Zel::native::fromPython(key, k)) {
+            PyErr_Clear();
+            return false;
+        }
+        bool direct = true;
+        result = attributeOperation(attr, [&](PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
+            prefix = keyErrorWhenMissing ? "iterkey : " : "error in accessor : ";
+            void const* member = nullptr;
+            if (!attr->genericIfLookupNative(gifOf(self), &k, member) || (!member && !keyErrorWhenMissing)) {
+                direct = false;
+                return nullptr;
+            }
+            if (!member) return raiseKeyError(anchor, key);
+            anchor.gilHeldIs(true);
+            PyObject* out = nullptr;
+            Zel::native::visitBuiltin(memberType, [&](auto vtag) {
+                out = Zel::native::toPython(*static_cast<typename decltype(vtag)::type const*>(member));
+                return true;
+            });
+            return out;
+        });
+        return direct;
+    });
+}
+
 PyObject* lookup(PyObject* self, PyObject* args, bool useDefault, bool valueLookup) {
     ZelAttr const* attr = nullptr;
     PyObject* key = nullptr;
     // All four look-ups share this name in their argument errors.
-    if (!PyArg_ParseTuple(args, "O&O:attributeCollection", Convert_To_ZelAttr, &attr, &key)) return nullptr;
+    if (!Zel::parseAttrArgs(args, "O&O:attributeCollection", attr, key)) return nullptr;
+    PyObject* result = nullptr;
+    if (lookupBuiltin(self, attr, key, valueLookup, result)) return result;
     return attributeOperation(attr, [&](PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
         bool ok = false;
         Ptr<GenericIf const> const k = convertKey(anchor, prefix, attr, key, ok);
@@ -81,7 +123,7 @@ PyObject* FwkPyGenericIf_attributeCollectionVal(PyObject* self, PyObject* args) 
 PyObject* FwkPyGenericIf_attributeCollectionExist(PyObject* self, PyObject* args) {
     ZelAttr const* attr = nullptr;
     PyObject* key = nullptr;
-    if (!PyArg_ParseTuple(args, "O&O:attributeCollection", Convert_To_ZelAttr, &attr, &key)) return nullptr;
+    if (!Zel::parseAttrArgs(args, "O&O:attributeCollection", attr, key)) return nullptr;
     return attributeOperation(attr, [&](PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
         bool ok = false;
         Ptr<GenericIf const> const k = convertKey(anchor, prefix, attr, key, ok);

@@ -1,6 +1,7 @@
 // Constructing framework objects from Python (newGenericIf,
 // nullGenericIf) and calling function attributes (attributeFunction).
 #include "Convert.h"
+#include "NativeValue.h"
 #include "Zel/Format.h"
 
 PyObject* PyZel_nullGenericIf(PyObject*, PyObject*) { return MakeFwkPyGenericIf(Zel::Ptr<Zel::GenericIf const>()); }
@@ -76,10 +77,57 @@ PyObject* PyZel_newGenericIf(PyObject*, PyObject* args) {
     return nullptr;
 }
 
+namespace {
+
+// Most functions take a handful of parameters; longer lists go the
+// general way.
+constexpr Py_ssize_t kMaxNativeArguments = 6;
+
+// A call of a function whose parameters and result are all builtins, with
+// native arguments read while the interpreter lock is still held (the
+// accepted Python types are immutable) and the result converted straight
+// back. False, with nothing left behind, when anything does not fit (types
+// not resolved yet, a value that does not convert, no direct path); the
+// general path then does (and refuses) it all.
+bool callBuiltin(PyObject* self, Zel::ZelAttr const* attr, PyObject* parameters, PyObject*& result) {
+    if (!PyTuple_CheckExact(parameters)) return false;
+    std::vector<Zel::ZelType const*> const* types = cachedParameterTypes(attr);
+    Py_ssize_t const n = PyTuple_GET_SIZE(parameters);
+    if (!types || static_cast<Py_ssize_t>(types->size()) != n || n > kMaxNativeArguments) return false;
+    Zel::ZelType const* resultType = attr->memberType();   // null: returns nothing
+    Zel::native::Slot out;
+    if (resultType && !out.emplace(resultType)) return false;
+    Zel::native::Slot slots[kMaxNativeArguments];
+    void const* arguments[kMaxNativeArguments];
+    for (Py_ssize_t i = 0; i < n; ++i) {
+        if (!slots[i].assign((*types)[i], PyTuple_GET_ITEM(parameters, i))) {
+            PyErr_Clear();
+            return false;
+        }
+        arguments[i] = slots[i].ptr();
+    }
+    bool direct = true;
+    result = Zel::attributeOperation(attr, [&](Zel::PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
+        prefix = "error in function call : ";
+        if (!attr->genericIfCallNative(Zel::gifOf(self), arguments, static_cast<size_t>(n), out.ptr())) {
+            direct = false;
+            return nullptr;
+        }
+        anchor.gilHeldIs(true);
+        if (!resultType) Py_RETURN_NONE;
+        return out.toPython(resultType);
+    });
+    return direct;
+}
+
+} // namespace
+
 PyObject* FwkPyGenericIf_attributeFunction(PyObject* self, PyObject* args) {
     Zel::ZelAttr const* attr = nullptr;
     PyObject* parameters = nullptr;
-    if (!PyArg_ParseTuple(args, "O&O:attributeFunction", Convert_To_ZelAttr, &attr, &parameters)) return nullptr;
+    if (!Zel::parseAttrArgs(args, "O&O:attributeFunction", attr, parameters)) return nullptr;
+    PyObject* result = nullptr;
+    if (callBuiltin(self, attr, parameters, result)) return result;
     return Zel::attributeOperation(attr, [&](Zel::PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
         prefix = "function args : ";
         Zel::ArgVector const arguments = PyTupleToGenericIfVector(parameters, attr, false);

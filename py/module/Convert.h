@@ -2,6 +2,8 @@
 // tuples. Implemented in ToFramework.cpp, ArgTuples.cpp and ToPython.cpp.
 #pragma once
 
+#include <vector>
+
 #include "Module.h"
 
 // Python value -> framework value of `type`. The unsafe form needs the
@@ -21,6 +23,10 @@ ZEL_API PyObject* FwkPy_String_FromString(Zel::String8 const& s);
 // Python tuple -> argument vector for the attribute's instantiating or call
 // parameters; takes the interpreter lock itself.
 ZEL_API Zel::ArgVector PyTupleToGenericIfVector(PyObject* args, Zel::ZelAttr const* attr, bool skipOne);
+// The attribute's parameter types (all of them, in order) once a call
+// through PyTupleToGenericIfVector has resolved them; null before.
+// Interpreter lock held.
+std::vector<Zel::ZelType const*> const* cachedParameterTypes(Zel::ZelAttr const* attr);
 // One parameter; needs the interpreter lock.
 ZEL_API Zel::Ptr<Zel::GenericIf const> PyTupleToGenericIfVector_helper(Zel::ZelType const* type, PyObject* tuple,
                                                                        unsigned position, bool isConstructor);

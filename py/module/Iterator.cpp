@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Convert.h"
+#include "NativeValue.h"
 #include "Zel/AttributeIterator.h"
 
 namespace {
@@ -13,10 +14,61 @@ enum Mode : unsigned { keys = 0, values = 1, items = 2 };
 struct FwkPyGenericIfIterator {
     PyObject_HEAD
     Zel::AttributeIterator it;
+    Zel::ZelAttr const* attr;   // the collection's: its key and member types
     int mode;
 };
 
 FwkPyGenericIfIterator* iter_(PyObject* o) { return reinterpret_cast<FwkPyGenericIfIterator*>(o); }
+
+// A builtin key or member, converted in place; null (no Python error) when
+// `p` is null or `type` not a builtin.
+PyObject* builtinToPython(Zel::ZelType const* type, void const* p) {
+    PyObject* out = nullptr;
+    if (!p || !type) return nullptr;
+    Zel::native::visitBuiltin(type, [&](auto tag) {
+        out = Zel::native::toPython(*static_cast<typename decltype(tag)::type const*>(p));
+        return true;
+    });
+    return out;
+}
+
+// One step over a collection of builtins, converting the current element
+// where it lies (the activity lock keeps it there) before moving on. False
+// with nothing done when the element is not reachable that way.
+bool nextBuiltin(Zel::PyLockAnchor& anchor, FwkPyGenericIfIterator* self, PyObject*& result) {
+    Zel::AttrIteratorImpl const* impl = self->it.impl();
+    Zel::ZelType const* keyType = self->attr->indexType();
+    Zel::ZelType const* memberType = self->attr->memberType();
+    bool const wantKey = self->mode != values, wantValue = self->mode != keys;
+    if ((wantKey && !(keyType && keyType->isBuiltinType())) ||
+        (wantValue && !(memberType && memberType->isBuiltinType()))) {
+        return false;
+    }
+    void const* key = wantKey ? impl->keyNative() : nullptr;
+    void const* value = wantValue ? impl->valueNative() : nullptr;
+    if ((wantKey && !key) || (wantValue && !value)) return false;
+    anchor.gilHeldIs(true);
+    Zel::PyRef k(builtinToPython(keyType, key));
+    Zel::PyRef v(builtinToPython(memberType, value));
+    if ((wantKey && !k) || (wantValue && !v)) {
+        result = nullptr;   // the conversion's Python error is pending
+        return true;
+    }
+    // Moving on while holding the interpreter lock is safe: the activity
+    // lock is already ours, so nothing here waits for it.
+    self->it.advance();
+    switch (self->mode) {
+    case keys:
+        result = k.release();
+        break;
+    case values:
+        result = v.release();
+        break;
+    default:
+        result = PyTuple_Pack(2, k.get(), v.get());
+    }
+    return true;
+}
 
 PyObject* FwkPyGenericIfIterator_iternext(PyObject* obj) {
     Zel::AttributeIterator& it = iter_(obj)->it;
@@ -29,6 +81,8 @@ PyObject* FwkPyGenericIfIterator_iternext(PyObject* obj) {
             PyErr_SetNone(PyExc_StopIteration);
             return nullptr;
         }
+        PyObject* result = nullptr;
+        if (nextBuiltin(anchor, iter_(obj), result)) return result;
         Zel::Ptr<Zel::GenericIf const> key, value;
         if (mode != values) {
             it.checkValid();
@@ -108,6 +162,7 @@ PyObject* FwkPyGenericIf_attributeIter(PyObject* self, PyObject* args) {
         auto* result = reinterpret_cast<FwkPyGenericIfIterator*>(_PyObject_New(&FwkPyGenericIfIterator_Type));
         if (!result) return nullptr;   // `it` goes while the activity lock is still held
         new (&result->it) Zel::AttributeIterator(std::move(it));
+        result->attr = attr;
         result->mode = mode;
         return reinterpret_cast<PyObject*>(result);
     });

@@ -135,6 +135,27 @@ inline bool conversionSucceeded(PyLockAnchor& anchor, Ptr<GenericIf const> const
 
 inline GenericIf const* gifOf(PyObject* self) { return reinterpret_cast<FwkPyGenericIf*>(self)->gif.ptr(); }
 
+// Argument parsing of the hot entry points: a tuple of exactly the
+// expected size whose first item is a _Zel.ZelAttr is unpacked in place;
+// anything else goes through PyArg_ParseTuple with the full `format`
+// ("O&..." with Convert_To_ZelAttr first), which raises its exact error.
+inline bool attrArgFits(PyObject* args, Py_ssize_t size) {
+    return PyTuple_GET_SIZE(args) == size && PyObject_TypeCheck(PyTuple_GET_ITEM(args, 0), &PyZelAttr_Type);
+}
+
+inline bool parseAttrArgs(PyObject* args, char const* format, ZelAttr const*& attr) {
+    if (!attrArgFits(args, 1)) return PyArg_ParseTuple(args, format, Convert_To_ZelAttr, &attr);
+    attr = reinterpret_cast<PyZelAttr*>(PyTuple_GET_ITEM(args, 0))->attr;
+    return true;
+}
+
+inline bool parseAttrArgs(PyObject* args, char const* format, ZelAttr const*& attr, PyObject*& second) {
+    if (!attrArgFits(args, 2)) return PyArg_ParseTuple(args, format, Convert_To_ZelAttr, &attr, &second);
+    attr = reinterpret_cast<PyZelAttr*>(PyTuple_GET_ITEM(args, 0))->attr;
+    second = PyTuple_GET_ITEM(args, 1);
+    return true;
+}
+
 } // namespace Zel
 
 // --- remaining module functions --------------------------------------------

@@ -2,13 +2,13 @@
 // number types, explicit range checks (Python ints are 64-bit here, but the
 // Python-visible ranges are those of 32-bit int and long), never a guess.
 #include <algorithm>
-#include <climits>
 #include <cstdint>
 #include <sstream>
 #include <vector>
 
 #include "Convert.h"
 #include "Mapping.h"
+#include "NativeValue.h"
 #include "Zel/Builtin.h"
 #include "Zel/Values.h"
 
@@ -21,94 +21,17 @@ namespace {
 
 [[noreturn]] void refuse(PyObject* obj, ZelType const* type) { GenericIf_TypeExceptionThrow(obj, type); }
 
-bool exactInt(PyObject* o) { return Py_TYPE(o) == &PyInt_Type; }
-bool exactLong(PyObject* o) { return Py_TYPE(o) == &PyLong_Type; }
-bool exactFloat(PyObject* o) { return Py_TYPE(o) == &PyFloat_Type; }
-bool errorPending() { return PyErr_Occurred() != nullptr; }
-
-template <class T>
-Ptr<GenericIf const> builtin(T v) {
-    return Ptr<GenericIf const>(Builtin<T>::_zelType.genericIf(&v, false));
-}
-
-// An integer read with PyInt_AsLong (which accepts both int and long) that
-// must lie in [lo, hi].
-template <class T>
-Ptr<GenericIf const> rangedInt(PyObject* obj, ZelType const* type, long lo, long hi) {
-    if (!exactInt(obj) && !exactLong(obj)) refuse(obj, type);
-    long v = PyInt_AsLong(obj);
-    if (errorPending() || v < lo || v > hi) refuse(obj, type);
-    return builtin<T>(static_cast<T>(v));
-}
-
 Ptr<GenericIf const> toBuiltin(PyObject* obj, ZelType const* type) {
-    if (type == &Builtin<String8>::_zelType) {
-        if (!PyString_Check(obj)) refuse(obj, type);
-        char* p = nullptr;
-        Py_ssize_t n = 0;
-        if (PyString_AsStringAndSize(obj, &p, &n) < 0 || errorPending()) refuse(obj, type);
-        return builtin<String8>(String8(p, static_cast<size_t>(n)));
-    }
-    if (type == &Builtin<unsigned char>::_zelType) return rangedInt<unsigned char>(obj, type, 0, UCHAR_MAX);
-    if (type == &Builtin<signed char>::_zelType) return rangedInt<signed char>(obj, type, SCHAR_MIN, SCHAR_MAX);
-    if (type == &Builtin<unsigned short>::_zelType) return rangedInt<unsigned short>(obj, type, 0, USHRT_MAX);
-    if (type == &Builtin<short>::_zelType) return rangedInt<short>(obj, type, SHRT_MIN, SHRT_MAX);
-    if (type == &Builtin<int>::_zelType) return rangedInt<int>(obj, type, INT32_MIN, INT32_MAX);
-    if (type == &Builtin<long>::_zelType) return rangedInt<long>(obj, type, INT32_MIN, INT32_MAX);
-    if (type == &Builtin<unsigned int>::_zelType) {
-        if (exactInt(obj)) {
-            long v = PyInt_AsLong(obj);
-            if (errorPending() || v < 0 || v > long(UINT32_MAX)) refuse(obj, type);
-            return builtin<unsigned int>(static_cast<unsigned int>(v));
-        }
-        if (exactLong(obj)) {
-            unsigned long long v = PyLong_AsUnsignedLongLong(obj);
-            if (errorPending() || (v >> 32) != 0) refuse(obj, type);
-            return builtin<unsigned int>(static_cast<unsigned int>(v));
-        }
-        refuse(obj, type);
-    }
-    if (type == &Builtin<unsigned long long>::_zelType) {
-        if (exactInt(obj)) {
-            long v = PyInt_AsLong(obj);
-            if (errorPending() || v < 0) refuse(obj, type);
-            return builtin<unsigned long long>(static_cast<unsigned long long>(v));
-        }
-        if (exactLong(obj)) {
-            unsigned long long v = PyLong_AsUnsignedLongLong(obj);
-            if (errorPending()) refuse(obj, type);
-            return builtin<unsigned long long>(v);
-        }
-        refuse(obj, type);
-    }
-    if (type == &Builtin<long long>::_zelType) {
-        // A Python int always fits: nothing can go wrong reading it.
-        if (exactInt(obj)) return builtin<long long>(static_cast<long long>(PyInt_AsLong(obj)));
-        if (exactLong(obj)) {
-            long long v = PyLong_AsLongLong(obj);
-            if (errorPending()) refuse(obj, type);
-            return builtin<long long>(v);
-        }
-        refuse(obj, type);
-    }
-    if (type == &Builtin<float>::_zelType || type == &Builtin<double>::_zelType) {
-        if (!exactInt(obj) && !exactFloat(obj) && !exactLong(obj)) refuse(obj, type);
-        double v = PyFloat_AsDouble(obj);
-        if (errorPending()) refuse(obj, type);
-        if (type == &Builtin<double>::_zelType) return builtin<double>(v);
-        return builtin<float>(static_cast<float>(v));
-    }
-    if (type == &Builtin<bool>::_zelType) {
-        if (Py_TYPE(obj) != &PyBool_Type) refuse(obj, type);
-        long v = PyInt_AsLong(obj);
-        if (errorPending()) refuse(obj, type);
-        return builtin<bool>(v != 0);
-    }
-    if (type == &Builtin<char>::_zelType) {
-        if (!PyString_Check(obj) || PyString_GET_SIZE(obj) != 1) refuse(obj, type);
-        return builtin<char>(PyString_AS_STRING(obj)[0]);
-    }
-    refuse(obj, type);
+    Ptr<GenericIf const> result;
+    bool const builtin = native::visitBuiltin(type, [&](auto tag) {
+        using T = typename decltype(tag)::type;
+        T v{};
+        if (!native::fromPython(obj, v)) refuse(obj, type);
+        result = Ptr<GenericIf const>(type->genericIf(&v, false));
+        return true;
+    });
+    if (!builtin) refuse(obj, type);
+    return result;
 }
 
 char const* stringOrRefuse(PyObject* obj, ZelType const* type) {
@@ -133,7 +56,7 @@ Ptr<GenericIf const> toEnum(PyObject* obj, ZelType const* type) {
         }
     } else if (PyInt_Check(obj)) {
         long v = PyInt_AsLong(obj);
-        if (!errorPending() && v >= INT32_MIN && v <= INT32_MAX &&
+        if (!PyErr_Occurred() && v >= INT32_MIN && v <= INT32_MAX &&
             FwkPyGenericIfMapping::global()->attributeData(TypeAttributeIdKey(type, static_cast<AttributeId>(v)))) {
             return enumeratorValue(type, static_cast<int32_t>(v));
         }

@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "Mapping.h"
+#include "NativeValue.h"
 #include "Zel/Builtin.h"
 #include "Zel/Values.h"
 
@@ -18,32 +19,15 @@ using Zel::PyGenericIf::TypeAttributeIdKey;
 
 namespace {
 
-PyObject* intOrLong(long long v) {
-    if (v >= INT32_MIN && v <= INT32_MAX) return PyInt_FromLong(static_cast<long>(v));
-    return PyLong_FromLongLong(v);
-}
-
-PyObject* fromUnsigned(unsigned long long v) {
-    if (v < (1ull << 31)) return PyInt_FromLong(static_cast<long>(v));
-    return PyLong_FromUnsignedLongLong(v);
-}
-
 PyObject* fromBuiltin(GenericIf const& g) {
-    ZelType const* t = g.type();
-    if (t == &Builtin<String8>::_zelType) return FwkPy_String_FromString(*g.attrValPtr<String8>());
-    if (t == &Builtin<unsigned char>::_zelType) return PyInt_FromLong(*g.attrValPtr<unsigned char>());
-    if (t == &Builtin<signed char>::_zelType) return PyInt_FromLong(*g.attrValPtr<signed char>());
-    if (t == &Builtin<short>::_zelType) return PyInt_FromLong(*g.attrValPtr<short>());
-    if (t == &Builtin<unsigned short>::_zelType) return PyInt_FromLong(*g.attrValPtr<unsigned short>());
-    if (t == &Builtin<int>::_zelType) return PyInt_FromLong(*g.attrValPtr<int>());
-    if (t == &Builtin<long>::_zelType) return intOrLong(*g.attrValPtr<long>());
-    if (t == &Builtin<unsigned int>::_zelType) return fromUnsigned(*g.attrValPtr<unsigned int>());
-    if (t == &Builtin<unsigned long long>::_zelType) return fromUnsigned(*g.attrValPtr<unsigned long long>());
-    if (t == &Builtin<long long>::_zelType) return intOrLong(*g.attrValPtr<long long>());
-    if (t == &Builtin<char>::_zelType) return PyString_FromStringAndSize(g.attrValPtr<char>(), 1);
-    if (t == &Builtin<bool>::_zelType) return PyBool_FromLong(*g.attrValPtr<bool>());
-    if (t == &Builtin<float>::_zelType) return PyFloat_FromDouble(*g.attrValPtr<float>());
-    if (t == &Builtin<double>::_zelType) return PyFloat_FromDouble(*g.attrValPtr<double>());
+    PyObject* result = nullptr;
+    if (native::visitBuiltin(g.type(), [&](auto tag) {
+            using T = typename decltype(tag)::type;
+            result = native::toPython(*static_cast<T const*>(g.valuePtr()));
+            return true;
+        })) {
+        return result;
+    }
     PyErr_SetString(PyExc_TypeError, "Returning an unimplemented builtin type");
     return nullptr;
 }

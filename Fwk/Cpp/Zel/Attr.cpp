@@ -33,6 +33,12 @@ AttributeIterator AttrHandler::iteratorKey(ZelAttr const& a, GenericIf const&, G
 Ptr<GenericIf const> AttrHandler::call(ZelAttr const& a, GenericIf const&, ArgVector const&) const {
     refuse(a, "call");
 }
+void const* AttrHandler::getNative(ZelAttr const&, GenericIf const&, void*) const { return nullptr; }
+bool AttrHandler::setNative(ZelAttr const&, GenericIf const&, void const*) const { return false; }
+bool AttrHandler::lookupNative(ZelAttr const&, GenericIf const&, void const*, void const*&) const { return false; }
+bool AttrHandler::callNative(ZelAttr const&, GenericIf const&, void const* const*, size_t, void*) const {
+    return false;
+}
 
 Ptr<GenericIf const> ConstStringAttr::get(ZelAttr const&, GenericIf const&, GenericIf const*) const {
     return GenericIfTraits<String8>::to(String8(text_), true);

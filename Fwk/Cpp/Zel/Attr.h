@@ -37,12 +37,28 @@ public:
     virtual AttributeIterator iteratorKey(ZelAttr const& a, GenericIf const& obj, GenericIf const* key) const;
     virtual Ptr<GenericIf const> call(ZelAttr const& a, GenericIf const& obj, ArgVector const& args) const;
 
-    // Direct access to a singleton of a builtin member type: `out` / `in`
-    // point at a native value of that type (String8 for Zel::String), so
-    // no GenericIf is made for the value. False when the handler has no
-    // such path; the caller then goes through get / set.
-    virtual bool getNative(ZelAttr const& a, GenericIf const& obj, void* out) const;
+    // Direct access to a singleton of a builtin member type, with no
+    // GenericIf made for the value. getNative returns where the native
+    // value is: the member itself (valid while the activity lock is held
+    // and nothing changes it) or `scratch`, a value of that type (String8
+    // for Zel::String) the handler filled; null when it has no such path.
+    // setNative takes a native value of that type; false when it has no
+    // such path. Callers fall back to get / set.
+    virtual void const* getNative(ZelAttr const& a, GenericIf const& obj, void* scratch) const;
     virtual bool setNative(ZelAttr const& a, GenericIf const& obj, void const* in) const;
+    // Keyed look-up in a collection whose index and member types are
+    // builtins, with a native key: `member` points at the stored member
+    // (valid while the activity lock stays held and the collection does
+    // not change) or is null when the key is absent. False when there is
+    // no such path (use get / an iterator).
+    virtual bool lookupNative(ZelAttr const& a, GenericIf const& obj, void const* key, void const*& member) const;
+    // A call of a function whose parameters and result are builtins (or
+    // that returns nothing), with native arguments (`args[i]` points at a
+    // value of parameter i's type) and the result written to `result` (a
+    // value of the result type; unused without a result). False when the
+    // handler has no such path (use call).
+    virtual bool callNative(ZelAttr const& a, GenericIf const& obj, void const* const* args, size_t count,
+                            void* result) const;
 
 protected:
     ~AttrHandler() = default;
@@ -95,10 +111,10 @@ public:
             (selfOf<C>(obj)->*Setter)(GenericIfTraits<T>::from(value));
         }
     }
-    bool getNative(ZelAttr const&, GenericIf const& obj, void* out) const override {
-        if constexpr (!IsBuiltin<T>::value) return false;
-        else *static_cast<T*>(out) = (selfOf<C>(obj)->*Getter)();
-        return true;
+    void const* getNative(ZelAttr const&, GenericIf const& obj, void* scratch) const override {
+        if constexpr (!IsBuiltin<T>::value) return nullptr;
+        else *static_cast<T*>(scratch) = (selfOf<C>(obj)->*Getter)();
+        return scratch;
     }
     bool setNative(ZelAttr const&, GenericIf const& obj, void const* in) const override {
         if constexpr (std::is_null_pointer_v<decltype(Setter)> || !IsBuiltin<T>::value) return false;
@@ -121,10 +137,9 @@ public:
     void set(ZelAttr const&, GenericIf const& obj, GenericIf const*, GenericIf const* value) const override {
         selfOf<C>(obj)->*Field = GenericIfTraits<T>::from(value);
     }
-    bool getNative(ZelAttr const&, GenericIf const& obj, void* out) const override {
-        if constexpr (!IsBuiltin<T>::value) return false;
-        else *static_cast<T*>(out) = selfOf<C>(obj)->*Field;
-        return true;
+    void const* getNative(ZelAttr const&, GenericIf const& obj, void*) const override {
+        if constexpr (!IsBuiltin<T>::value) return nullptr;
+        else return &(selfOf<C>(obj)->*Field);
     }
     bool setNative(ZelAttr const&, GenericIf const& obj, void const* in) const override {
         if constexpr (!IsBuiltin<T>::value) return false;
@@ -166,7 +181,31 @@ public:
         if (args.size() != n) wrongCount(a, n, args.size());
         return invoke(selfOf<C>(obj), args, std::make_index_sequence<n>());
     }
+    bool callNative(ZelAttr const& a, GenericIf const& obj, void const* const* args, size_t count,
+                    void* result) const override {
+        if constexpr (!nativeCallable(std::make_index_sequence<std::tuple_size_v<Args>>())) {
+            return false;
+        } else {
+            constexpr size_t n = std::tuple_size_v<Args>;
+            if (count != n) wrongCount(a, n, count);
+            invokeNative(selfOf<C>(obj), args, result, std::make_index_sequence<n>());
+            return true;
+        }
+    }
+
 private:
+    template <size_t... I>
+    static constexpr bool nativeCallable(std::index_sequence<I...>) {
+        return (std::is_void_v<R> || IsBuiltin<R>::value) && (IsBuiltin<std::tuple_element_t<I, Args>>::value && ...);
+    }
+    template <size_t... I>
+    static void invokeNative(C* self, void const* const* args, void* result, std::index_sequence<I...>) {
+        if constexpr (std::is_void_v<R>) {
+            (self->*Method)(*static_cast<std::tuple_element_t<I, Args> const*>(args[I])...);
+        } else {
+            *static_cast<R*>(result) = (self->*Method)(*static_cast<std::tuple_element_t<I, Args> const*>(args[I])...);
+        }
+    }
     template <size_t... I>
     static Ptr<GenericIf const> invoke(C* self, ArgVector const& args, std::index_sequence<I...>) {
         if constexpr (std::is_void_v<R>) {

@@ -21,6 +21,12 @@ public:
     virtual Ptr<GenericIf const> value() const = 0;
     // Removes the current element and moves to the next one.
     virtual void deleteCurrent();
+    // The current key / member in place, for a collection whose key /
+    // member type is a builtin: valid until the collection changes or the
+    // iterator moves. Null when there is no current element or no such
+    // access (use key() / value()).
+    virtual void const* keyNative() const;
+    virtual void const* valueNative() const;
 };
 
 class ZEL_API AttributeIterator {

@@ -58,6 +58,14 @@ public:
     void del(ZelAttr const& a, GenericIf const& obj, GenericIf const* index) const override {
         erase(selfOf<C>(obj), a, collectionKey<K>(a, index));
     }
+    bool lookupNative(ZelAttr const&, GenericIf const& obj, void const* key, void const*& member) const override {
+        if constexpr (!IsBuiltin<K>::value || !IsBuiltin<V>::value) {
+            return false;
+        } else {
+            member = store(obj).find(*static_cast<K const*>(key));
+            return true;
+        }
+    }
     bool exist(ZelAttr const& a, GenericIf const& obj, GenericIf const* key) const override {
         return store(obj).find(collectionKey<K>(a, key)) != nullptr;
     }

@@ -46,6 +46,14 @@ public:
         else return Ptr<GenericIf const>();
     }
     Ptr<GenericIf const> value() const override { return GenericIfTraits<V>::to(current()->second); }
+    void const* keyNative() const override {
+        if constexpr (ExposeKey && IsBuiltin<K>::value) return valid() ? &it_->first : nullptr;
+        else return nullptr;
+    }
+    void const* valueNative() const override {
+        if constexpr (IsBuiltin<V>::value) return valid() ? &it_->second : nullptr;
+        else return nullptr;
+    }
 
 private:
     It current() const {

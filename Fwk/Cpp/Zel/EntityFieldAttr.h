@@ -28,6 +28,15 @@ public:
     void del(ZelAttr const& a, GenericIf const& obj, GenericIf const*) const override {
         assign(a, selfOf<C>(obj), T());
     }
+    void const* getNative(ZelAttr const&, GenericIf const& obj, void*) const override {
+        if constexpr (!IsBuiltin<T>::value) return nullptr;
+        else return &(selfOf<C>(obj)->*Field);
+    }
+    bool setNative(ZelAttr const& a, GenericIf const& obj, void const* in) const override {
+        if constexpr (!IsBuiltin<T>::value) return false;
+        else assign(a, selfOf<C>(obj), *static_cast<T const*>(in));
+        return true;
+    }
 
     // For the entity's own setters: the same change and notification.
     static void assign(ZelAttr const& a, C* self, T v) {

@@ -14,7 +14,9 @@ namespace Zel {
 
 namespace {
 
-thread_local Exception::IdBitArray tlExpected;
+// Every entry point opens an Expect scope: the initial-exec model reads
+// the word without a call into the dynamic linker.
+thread_local Exception::IdBitArray tlExpected __attribute__((tls_model("initial-exec")));
 
 void defaultDebugHook(Exception const& e) {
     std::fprintf(stderr, "Zel: unexpected exception %s(\"%s\") ids=0x%llx\n", e.name(),

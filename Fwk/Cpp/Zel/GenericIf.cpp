@@ -32,6 +32,9 @@ void AttrIteratorImpl::deleteCurrent() {
     throw OpNotSupportedException("this iterator cannot delete");
 }
 
+void const* AttrIteratorImpl::keyNative() const { return nullptr; }
+void const* AttrIteratorImpl::valueNative() const { return nullptr; }
+
 AttributeIterator::AttributeIterator() = default;
 AttributeIterator::AttributeIterator(Ptr<GenericIf const> object, std::unique_ptr<AttrIteratorImpl> impl)
     : object_(std::move(object)), impl_(std::move(impl)) {}

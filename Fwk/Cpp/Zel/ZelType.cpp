@@ -139,6 +139,21 @@ Ptr<GenericIf const> ZelAttr::genericIfGet(GenericIf const* object, GenericIf co
     return handler_->get(*this, *object, index);
 }
 
+void const* ZelAttr::genericIfGetNative(GenericIf const* object, void* scratch) const {
+    checkReadable(*this, object);
+    return handler_->getNative(*this, *object, scratch);
+}
+
+bool ZelAttr::genericIfLookupNative(GenericIf const* object, void const* key, void const*& member) const {
+    checkReadable(*this, object);
+    return handler_->lookupNative(*this, *object, key, member);
+}
+
+bool ZelAttr::genericIfSetNative(GenericIf const* object, void const* in) const {
+    checkWritable(*this, object);
+    return handler_->setNative(*this, *object, in);
+}
+
 void ZelAttr::genericIfSet(GenericIf const* object, GenericIf const* index, GenericIf const* value) const {
     checkWritable(*this, object);
     handler_->set(*this, *object, index, value);
@@ -201,6 +216,13 @@ Ptr<GenericIf const> ZelAttr::genericIfCall(GenericIf const* object, ArgVector c
     checkObject(*this, object);
     if (!isFunction()) throw OpNotSupportedException(String8("attribute ") + name_ + " is not a function");
     return handler_->call(*this, *object, args);
+}
+
+bool ZelAttr::genericIfCallNative(GenericIf const* object, void const* const* args, size_t count,
+                                  void* result) const {
+    checkObject(*this, object);
+    if (!isFunction()) throw OpNotSupportedException(String8("attribute ") + name_ + " is not a function");
+    return handler_->callNative(*this, *object, args, count, result);
 }
 
 } // namespace Zel

@@ -205,6 +205,18 @@ public:
     AttributeIterator genericIfIterator(GenericIf const* object) const;
     AttributeIterator genericIfIteratorKey(GenericIf const* object, GenericIf const* key) const;
     Ptr<GenericIf const> genericIfCall(GenericIf const* object, ArgVector const& args) const;
+    // The allocation-free forms of genericIfGet / genericIfSet (null index)
+    // for a singleton of a builtin member type (see AttrHandler::getNative
+    // and setNative): same checks and refusals; null / false when the
+    // attribute has no direct path (use the GenericIf forms then).
+    void const* genericIfGetNative(GenericIf const* object, void* scratch) const;
+    bool genericIfSetNative(GenericIf const* object, void const* in) const;
+    // The same for a keyed look-up with a native key of indexType(): see
+    // AttrHandler::lookupNative.
+    bool genericIfLookupNative(GenericIf const* object, void const* key, void const*& member) const;
+    // genericIfCall with native arguments and result: see
+    // AttrHandler::callNative.
+    bool genericIfCallNative(GenericIf const* object, void const* const* args, size_t count, void* result) const;
 
 private:
     char const* name_;
