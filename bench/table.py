@@ -77,6 +77,16 @@ def _num(x):
     return "%.0f" % x if abs(x) >= 1000 else "%.1f" % x
 
 
+def _ratio_text(ratio, limit):
+    """Two decimals, more when two would show the limit itself for a ratio
+    that is not (a MISS must not read as a ratio equal to the limit)."""
+    for digits in range(2, 7):
+        shown = "%.*f" % (digits, ratio)
+        if limit is None or ratio == limit or float(shown) != limit:
+            return shown
+    return shown
+
+
 def _shown(v):
     """(scale, unit) for display: long times read in ms."""
     if v is not None and v.unit == "ns" and v.median >= 1e6:
@@ -100,7 +110,7 @@ def cells(row):
             _num(v.high * scale) if v else "-",
             unit,
             floor,
-            "%.2f" % ratio if ratio is not None else ("-" if row.floor is not None else ""),
+            _ratio_text(ratio, row.limit) if ratio is not None else ("-" if row.floor is not None else ""),
             limit.strip(),
             row.verdict() or ("floor" if row.kind == "floor" else ""))
 

@@ -48,6 +48,12 @@ class Verdicts(unittest.TestCase):
         self.assertEqual(len(lines), 4)
         self.assertEqual(lines[3].rstrip(" |").split(" | ")[5:9], ["F2", "2.00", "<= 2.5 x", "PASS"])
 
+    def test_a_ratio_just_above_the_limit_does_not_print_as_the_limit(self):
+        floor = floor_row("F", stats([1000.0]))
+        just_above = Row("r", stats([1500.4]), floor, 1.5)
+        self.assertEqual(table.cells(just_above)[6:], ("1.5004", "<= 1.5 x", table.MISS))
+        self.assertEqual(table.cells(Row("r", stats([1500.0]), floor, 1.5))[6], "1.50")
+
 
 class GoogleBenchmarkReports(unittest.TestCase):
     def test_repetitions_in_ns_without_aggregates_or_failures(self):
