@@ -13,9 +13,12 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 build=${ZEL_BENCH_BUILD:-$root/build-release}
 
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DZEL_WERROR=ON >/dev/null
-# Only what the benchmarks run: the bench programs (which pull in the
-# libraries), the floors module, the demo types and the agent.
-ninja -C "$build" -j"${ZEL_JOBS:-2}" _ZelBench ZelDemo zelagent bench_activity bench_collections
+# Only what the benchmarks run: every library and Python module under lib/
+# (the Zel package may import any of them; _ZelBench holds the floors), the
+# agent and the bench programs. The tests are not built.
+libs=$(ninja -C "$build" -t targets all | sed -n 's|^\(lib/[^:]*\.so[.0-9]*\): .*|\1|p')
+# shellcheck disable=SC2086  # one target per word
+ninja -C "$build" -j"${ZEL_JOBS:-2}" $libs zelagent bench_activity bench_collections
 # bench_client changes often; when it does not build, its rows read MISSING
 # instead of the whole run failing (and no stale binary is measured).
 if ! ninja -C "$build" -j"${ZEL_JOBS:-2}" bench_client; then
