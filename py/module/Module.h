@@ -135,6 +135,13 @@ inline bool conversionSucceeded(PyLockAnchor& anchor, Ptr<GenericIf const> const
 
 inline GenericIf const* gifOf(PyObject* self) { return reinterpret_cast<FwkPyGenericIf*>(self)->gif.ptr(); }
 
+// attributeSingleton / rawAttributeSingleton (useDefault false),
+// attributeSingletonIs and attributeSingletonDel of the GifPtr `self`,
+// with their arguments already parsed.
+ZEL_API PyObject* singletonGet(PyObject* self, ZelAttr const* attr, bool useDefault);
+ZEL_API PyObject* singletonSet(PyObject* self, ZelAttr const* attr, PyObject* value);
+ZEL_API PyObject* singletonDel(PyObject* self, ZelAttr const* attr);
+
 // Argument parsing of the hot entry points: a tuple of exactly the
 // expected size whose first item is a _Zel.ZelAttr is unpacked in place;
 // anything else goes through PyArg_ParseTuple with the full `format`

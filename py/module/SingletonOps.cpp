@@ -39,6 +39,12 @@ PyObject* get(PyObject* self, PyObject* args, bool useDefault) {
     Zel::ZelAttr const* attr = nullptr;
     // Both getters report argument errors under one name.
     if (!Zel::parseAttrArgs(args, "O&:attributeSingleton", attr)) return nullptr;
+    return Zel::singletonGet(self, attr, useDefault);
+}
+
+} // namespace
+
+PyObject* Zel::singletonGet(PyObject* self, ZelAttr const* attr, bool useDefault) {
     return attributeOperation(attr, [&](PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
         prefix = "error in accessor : ";
         // A builtin is read straight into a C++ value: no GenericIf.
@@ -60,8 +66,6 @@ PyObject* get(PyObject* self, PyObject* args, bool useDefault) {
     });
 }
 
-} // namespace
-
 PyObject* FwkPyGenericIf_attributeSingleton(PyObject* self, PyObject* args) { return get(self, args, true); }
 
 PyObject* FwkPyGenericIf_rawAttributeSingleton(PyObject* self, PyObject* args) { return get(self, args, false); }
@@ -70,6 +74,10 @@ PyObject* FwkPyGenericIf_attributeSingletonIs(PyObject* self, PyObject* args) {
     Zel::ZelAttr const* attr = nullptr;
     PyObject* value = nullptr;
     if (!Zel::parseAttrArgs(args, "O&O:attributeSingletonIs", attr, value)) return nullptr;
+    return Zel::singletonSet(self, attr, value);
+}
+
+PyObject* Zel::singletonSet(PyObject* self, ZelAttr const* attr, PyObject* value) {
     PyObject* result = nullptr;
     if (!attr->instantiating() && setBuiltin(self, attr, value, result)) return result;
     return attributeOperation(attr, [&](PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
@@ -91,6 +99,10 @@ PyObject* FwkPyGenericIf_attributeSingletonIs(PyObject* self, PyObject* args) {
 PyObject* FwkPyGenericIf_attributeSingletonDel(PyObject* self, PyObject* args) {
     Zel::ZelAttr const* attr = nullptr;
     if (!PyArg_ParseTuple(args, "O&:attributeSingletonDel", Convert_To_ZelAttr, &attr)) return nullptr;
+    return Zel::singletonDel(self, attr);
+}
+
+PyObject* Zel::singletonDel(PyObject* self, ZelAttr const* attr) {
     return attributeOperation(attr, [&](PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
         prefix = "error in del : ";
         attr->genericIfDel(gifOf(self), nullptr);

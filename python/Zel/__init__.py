@@ -12,6 +12,7 @@ class PermissionError(Exception):
 
 
 import _Zel  # noqa: E402  (after PermissionError: _Zel looks it up in this package)
+import _ZelProxy  # noqa: E402
 
 _GifPtr = _Zel.GifPtr
 _KEYS, _VALUES, _ITEMS = _Zel.IteratorModeKeys, _Zel.IteratorModeValues, _Zel.IteratorModeItems
@@ -182,16 +183,10 @@ class Queue(object):
 
 
 def _singletonProperty(a):
-    def get(self):
-        r = self.ptr_.attributeSingleton(a)
-        return r if type(r) is not _GifPtr else _wrap(r)
-
-    def set_(self, value):
-        self.ptr_.attributeSingletonIs(a, value)
-
-    def del_(self):
-        self.ptr_.attributeSingletonDel(a)
-    return property(get, set_, del_)
+    # Native: reads, writes and deletes go from the proxy's ptr_ straight to
+    # attributeSingleton / attributeSingletonIs / attributeSingletonDel,
+    # with GifPtr results wrapped by _wrap.
+    return _ZelProxy.SingletonAttr(a, Object, _wrap)
 
 
 def _collectionProperty(a, view):

@@ -179,4 +179,34 @@ TEST_F(ReflectionRefusals, FlagsAndMissingOperations) {
     EXPECT_EQ(gadget->label(), "r");
 }
 
+// The direct (GenericIf-free) paths make the same checks as the general
+// ones and see the same state.
+TEST_F(ReflectionRefusals, DirectPathsCheckLikeTheGeneralOnes) {
+    String8 scratch;
+    // Accessors copy into the scratch value; fields are read in place.
+    EXPECT_EQ(attr("label")->genericIfGetNative(g.ptr(), &scratch), &scratch);
+    EXPECT_EQ(scratch, "r");
+    Ptr<GenericIf> v = defaultValue();
+    int ignored = 0;
+    EXPECT_EQ(AllBuiltins::_zelType.attr("i")->genericIfGetNative(v.ptr(), &ignored),
+              &static_cast<AllBuiltins*>(v->valuePtr())->i);
+    int const seven = 7;
+    EXPECT_TRUE(attr("level")->genericIfSetNative(g.ptr(), &seven));
+    EXPECT_EQ(gadget->level(), 7);
+    // Refusals come before any handler runs.
+    EXPECT_THROW(attr("label")->genericIfSetNative(g.ptr(), &scratch), Zel::NonwritableAttrException);
+    Ptr<GenericIf> c = Zel::genericIfOf(gadget.ptr(), true);
+    EXPECT_THROW(attr("level")->genericIfSetNative(c.ptr(), &seven), Zel::ConstException);
+    EXPECT_THROW(AllBuiltins::_zelType.attr("i")->genericIfGetNative(g.ptr(), &ignored), Zel::UnknownAttrException);
+    EXPECT_THROW(attr("level")->genericIfGetNative(nullptr, &ignored), Zel::RangeException);
+    // A writable attribute without a setter has no direct path either.
+    double const ratio = 1.0;
+    EXPECT_FALSE(attr("ratio")->genericIfSetNative(g.ptr(), &ratio));
+    void const* member = nullptr;
+    EXPECT_FALSE(attr("level")->genericIfLookupNative(g.ptr(), &seven, member));
+    EXPECT_THROW(attr("level")->genericIfCallNative(g.ptr(), nullptr, 0, nullptr), Zel::OpNotSupportedException);
+    EXPECT_EQ(gadget->level(), 7);
+    EXPECT_EQ(gadget->ratio(), 0.5);
+}
+
 } // namespace
