@@ -18,18 +18,40 @@ inline void requireActivityLockHeld() {
     if (!lock->heldByMe()) throw InternalException("Lock Protocol exception -- unlocking an unreleasable lock");
 }
 
-// The interpreter lock for one callback, on any thread. A native thread
-// that Python does not know yet gets a thread state that lives as long as
-// the thread, instead of one made and destroyed for every callback.
+// This thread's Python thread state, found (or made, on a native thread
+// Python has never seen) at the thread's first callback and kept until the
+// thread ends or the interpreter is finalised. The thread holds one
+// PyGILState reference on it meanwhile, so nested PyGILState_Ensure /
+// PyGILState_Release pairs on the thread neither make nor destroy one.
+// Call without the interpreter lock or with it held by this thread.
+ZEL_API PyThreadState* callbackThreadState();
+
+// Changes at the end of every finalisation of the interpreter (once a
+// callback has run): Python objects cached before it are gone.
+ZEL_API unsigned interpreterLife();
+
+// The interpreter lock for one callback, on any thread. One lock
+// transition each way, with no PyGILState bookkeeping (its thread-local
+// lookups take a mutex each in this interpreter); nothing at all when this
+// thread already holds the lock.
 class CallbackGil {
 public:
-    CallbackGil();
-    ~CallbackGil() { PyGILState_Release(state_); }
+    CallbackGil() {
+        PyThreadState* ts = callbackThreadState();
+        // Only this thread can make its own state current, so the relaxed
+        // read answers "mine or not" exactly, as PyGILState_Ensure's does.
+        if (__atomic_load_n(&_PyThreadState_Current, __ATOMIC_RELAXED) == ts) return;
+        PyEval_RestoreThread(ts);
+        taken_ = true;
+    }
+    ~CallbackGil() {
+        if (taken_) PyEval_SaveThread();
+    }
     CallbackGil(CallbackGil const&) = delete;
     CallbackGil& operator=(CallbackGil const&) = delete;
 
 private:
-    PyGILState_STATE state_;
+    bool taken_ = false;
 };
 
 } // namespace Zel

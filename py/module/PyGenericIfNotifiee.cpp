@@ -6,26 +6,28 @@
 #include "Callback.h"
 #include "Convert.h"
 #include "Module.h"
+#include "PyGenericIfNotifieeNames.h"
 #include "ZelPy/Locks.h"
 
 namespace Zel {
 
 void PyGenericIfNotifiee::onAttribute(ZelAttr const* attr, Ptr<GenericIf const> const& value) {
-    char const* name = attr->name();
-    if (!forwards(name)) return;
+    if (!forwards(attr)) return;
     // Callers pass a real handle; only an empty one is tolerated.
     if (!handlerPtr()->pyObject()) return;
     Ptr<PyObjHandle> handler = this->handler();   // outlives the re-lock
     requireActivityLockHeld();
     UnlockAnchor unlocked;
     CallbackGil gil;
-    PyRef pyValue(GenericIfToPyObject(value));
-    PyRef args(Py_BuildValue("(s,O)", name, pyValue.get()));
+    PyObject* name = notifieeAttrName(attr);
+    PyRef pyValue(name ? GenericIfToPyObject(value) : nullptr);
+    PyRef args(pyValue ? PyTuple_Pack(2, name, pyValue.get()) : nullptr);
     if (!args) {
+        // The Python error goes with this process-level failure.
         PyErr_Clear();
         throw MemoryException("No memory for argument list in PyGenericIfNotifiee::onAttribute");
     }
-    PyRef result(PyObject_CallObject(handler->pyObject(), args.get()));
+    PyRef result(PyObject_Call(handler->pyObject(), args.get(), nullptr));
     if (!result) {
         // A raising handler is a programming error with no way back.
         std::fputs("PyGenericIfNotifiee::onAttribute handler raised an exception\n", stderr);

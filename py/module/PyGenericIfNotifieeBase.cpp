@@ -23,6 +23,7 @@ bool PyGenericIfNotifieeBase::filterAttr(String8 const& name) const {
 }
 
 void PyGenericIfNotifieeBase::filterAttrIs(String8 const& name, bool value) {
+    ++filterChanges_;
     if (ZelFilterAttr* e = filterAttr_.find(name)) {
         e->value() = value;
     } else {
@@ -32,11 +33,13 @@ void PyGenericIfNotifieeBase::filterAttrIs(String8 const& name, bool value) {
 }
 
 PyGenericIfNotifieeBase::ZelFilterAttr* PyGenericIfNotifieeBase::newFilterAttr(String8 const& name, bool value) {
+    ++filterChanges_;
     return filterAttr_.insert(name, value);
 }
 
 bool PyGenericIfNotifieeBase::filterAttrDel(String8 const& name) {
     if (!filterAttr_.erase(name)) return false;
+    ++filterChanges_;
     filterAttrNotify(name);
     return true;
 }
@@ -44,15 +47,20 @@ bool PyGenericIfNotifieeBase::filterAttrDel(String8 const& name) {
 PyGenericIfNotifieeBase::FilterAttrMap::iterator PyGenericIfNotifieeBase::filterAttrDel(FilterAttrMap::iterator it) {
     String8 name = it->key();
     auto next = filterAttr_.erase(it);
+    ++filterChanges_;
     filterAttrNotify(name);
     return next;
 }
 
-void PyGenericIfNotifieeBase::filterAttrDelAll() { filterAttr_.clear(); }
+void PyGenericIfNotifieeBase::filterAttrDelAll() {
+    filterAttr_.clear();
+    ++filterChanges_;
+}
 
-bool PyGenericIfNotifieeBase::forwards(char const* name) const {
-    if (!filtered_) return true;
-    return filterAttr(String8(name));
+void PyGenericIfNotifieeBase::rememberForwards(ZelAttr const* attr) const {
+    lastForwards_ = filterAttr(String8(attr->name()));
+    lastAttr_ = attr;
+    lastChanges_ = filterChanges_;
 }
 
 Ptr<PyGenericIfNotifieeBase> pyGenericIfNotifieeBaseFactory(Ptr<GenericIf const> gifNotifier,

@@ -8,6 +8,7 @@
 // written through reflection, both with the activity lock held.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 
 #include "Zel/HashMapGeneric.h"
@@ -36,7 +37,10 @@ public:
     PyObjHandle* handlerPtr() const { return handler_.ptr(); }
 
     bool filtered() const { return filtered_; }
-    void filteredIs(bool f) { filtered_ = f; }
+    void filteredIs(bool f) {
+        filtered_ = f;
+        ++filterChanges_;
+    }
 
     // The entry's value; false when there is none.
     bool filterAttr(String8 const& name) const;
@@ -50,17 +54,31 @@ public:
     void filterAttrNotify(String8 const&) const {}
     FilterAttrMap const& filterAttrMap() const { return filterAttr_; }
 
-    // Whether a notification of attribute `name` goes on to the handler: all
-    // do unless filtered; then only names with an entry that is true.
-    bool forwards(char const* name) const;
+    // Whether a notification of `attr` goes on to the handler: all do
+    // unless filtered; then only names with an entry that is true. The
+    // last answer is remembered until the filter changes: notifications
+    // mostly repeat one attribute, and the lookup builds and hashes its name.
+    bool forwards(ZelAttr const* attr) const {
+        if (!filtered_) return true;
+        if (attr != lastAttr_ || filterChanges_ != lastChanges_) rememberForwards(attr);
+        return lastForwards_;
+    }
 
     static ZelType const _zelType;
     static ZelAttr const _zelAttrs[];
 
 private:
+    void rememberForwards(ZelAttr const* attr) const;
+
     Ptr<PyObjHandle> handler_;
     bool filtered_ = false;
     FilterAttrMap filterAttr_;
+    // Every change of the filter counts here (entry values change in place,
+    // which the map's own version does not see).
+    uint64_t filterChanges_ = 1;
+    mutable uint64_t lastChanges_ = 0;
+    mutable ZelAttr const* lastAttr_ = nullptr;
+    mutable bool lastForwards_ = false;
 };
 
 ZEL_API Ptr<PyGenericIfNotifieeBase> pyGenericIfNotifieeBaseFactory(Ptr<GenericIf const> gifNotifier,
