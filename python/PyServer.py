@@ -27,8 +27,6 @@ import sys
 import threading
 import traceback
 
-import _ZelServer
-
 __all__ = ['PyServer', '_LocalServer', 'agentsDir']
 
 KIND_EVAL = '?1'
@@ -163,9 +161,13 @@ class PyServer(object):
         self._conns = {}
         self._connsLock = threading.Lock()
         self._stopping = False
+        self._nativeServe = None
 
     # ---- life cycle -------------------------------------------------
     def start(self):
+        # Imported here: _LocalServer's users need not have it built.
+        import _ZelServer
+        self._nativeServe = _ZelServer.serve
         if not os.path.isdir(self.directory):
             try:
                 os.makedirs(self.directory, 0755)
@@ -330,7 +332,7 @@ class PyServer(object):
     # ---- a connection's thread ----------------------------------------
     def _serveConnection(self, c):
         try:
-            bad = _ZelServer.serve(c.sock.fileno(), c.namespace, _execCode, _formatError)
+            bad = self._nativeServe(c.sock.fileno(), c.namespace, _execCode, _formatError)
             if bad is not None:
                 _notice('bad request from %s (%s)' % (c.peerName, bad))
         except Exception as e:

@@ -7,6 +7,7 @@ import os
 import shutil
 import socket
 import struct
+import sys
 import tempfile
 import threading
 import time
@@ -221,17 +222,22 @@ class NativeServeTest(unittest.TestCase):
 
         def brokenFormatter(*exc):
             raise RuntimeError('formatter broken')
+        ns = {}
+        before = [sys.getrefcount(o) for o in (ns, brokenFormatter, PyServer._execCode)]
         t = threading.Thread(target=_ZelServer.serve,
-                             args=(theirs.fileno(), {}, PyServer._execCode, brokenFormatter))
+                             args=(theirs.fileno(), ns, PyServer._execCode, brokenFormatter))
         t.start()
         ours.sendall('CR')
         recvExactly(ours, 4)
         self.assertEqual(request(ours, '?1', '1/0'),
                          ('EX', 'ZeroDivisionError (its traceback could not be formatted)\n'))
         self.assertEqual(request(ours, '?1', '2'), ('OK', '2'))
+        self.assertEqual(request(ours, '?2', 'print 3'), ('OK', '3\n'))
         ours.close()
         t.join()
         theirs.close()
+        del t   # its target arguments
+        self.assertEqual([sys.getrefcount(o) for o in (ns, brokenFormatter, PyServer._execCode)], before)
 
 
 class LocalServerTest(unittest.TestCase):
