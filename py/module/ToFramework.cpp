@@ -26,7 +26,12 @@ Ptr<GenericIf const> toBuiltin(PyObject* obj, ZelType const* type) {
     bool const builtin = native::visitBuiltin(type, [&](auto tag) {
         using T = typename decltype(tag)::type;
         T v{};
-        if (!native::fromPython(obj, v)) refuse(obj, type);
+        if (!native::fromPython(obj, v)) {
+            // A long out of the C range leaves OverflowError set; the
+            // refusal is the error, and none may stay pending under it.
+            PyErr_Clear();
+            refuse(obj, type);
+        }
         result = Ptr<GenericIf const>(type->genericIf(&v, false));
         return true;
     });

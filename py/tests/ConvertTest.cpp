@@ -167,6 +167,8 @@ TEST_F(ConvertTest, BuiltinsRefuseOtherTypesAndRanges) {
         {"unsigned int", "4294967296", "int"}, {"unsigned int", "4294967296L", "long"},
         {"unsigned int", "-1", "int"},     {"unsigned long long", "-1", "int"},
         {"unsigned long long", "-1L", "long"}, {"long long", "2**64", "long"}, {"long long", "1.5", "float"},
+        {"signed char", "2**70", "long"},  {"int", "-2**70", "long"},   {"unsigned int", "2**70", "long"},
+        {"unsigned long long", "2**70", "long"}, {"double", "2**1100", "long"},
         {"float", "True", "bool"},         {"double", "'1'", "str"},       {"bool", "1", "int"},
         {"char", "''", "str"},             {"char", "'ab'", "str"},        {"Zel::String", "u'a'", "unicode"},
         {"Zel::String", "None", "NoneType"},
@@ -178,6 +180,8 @@ TEST_F(ConvertTest, BuiltinsRefuseOtherTypesAndRanges) {
                            PyString_AsString(repr.get());
         Py_ssize_t before = Py_REFCNT(o.get());
         EXPECT_EQ(thrown<TypeException>([&] { PyObjectToGenericIf(o.get(), T(c.type)); }), want);
+        // The refusal is the only error: nothing stays pending behind it.
+        EXPECT_FALSE(PyErr_Occurred()) << c.type << " " << c.expr;
         PyErr_Clear();
         EXPECT_EQ(Py_REFCNT(o.get()), before) << c.type << " " << c.expr;
     }
