@@ -160,7 +160,6 @@ class PyServer(object):
         # closing one, and stop() shutting them all down.
         self._conns = {}
         self._connsLock = threading.Lock()
-        self._stopping = False
         self._nativeServe = None
 
     # ---- life cycle -------------------------------------------------
@@ -180,7 +179,6 @@ class PyServer(object):
         except Exception:
             self._closeListeners()
             raise
-        self._stopping = False
         self._wakeR, self._wakeW = os.pipe()
         self._thread = threading.Thread(target=self._acceptLoop, name='PyServer ' + self.name)
         self._thread.daemon = True
@@ -194,10 +192,9 @@ class PyServer(object):
         if self._thread is None:
             return
         os.write(self._wakeW, 'x')
-        self._thread.join()
+        self._thread.join()    # no connection is added after this
         self._thread = None
         with self._connsLock:
-            self._stopping = True
             conns = list(self._conns.values())
             for c in conns:
                 # Wakes the connection's thread wherever it waits on the
@@ -322,9 +319,6 @@ class PyServer(object):
                                     name='PyServer %s %s' % (self.name, peerName))
         c.thread.daemon = True
         with self._connsLock:
-            if self._stopping:
-                sock.close()
-                return
             self._conns[sock] = c
         c.thread.start()
         _trace('accepted %s' % peerName)
