@@ -169,7 +169,10 @@ private:
             }
             break;
         case 15:
-            if (!stack_.empty()) Py_DECREF(pop());
+            if (!stack_.empty()) {
+                PyObject* o = pop();   // not inside Py_DECREF: the macro names its argument twice
+                Py_DECREF(o);
+            }
             break;
         }
     }
