@@ -72,6 +72,7 @@ def python_rows(s):
     extras = [
         extra_row("attributeSingletonIs Zel::String, 16 B", ns["set s8"], f2),
         extra_row("attributeCollection, 1,000,000 entries, one key", ns["collection big one key"], f2),
+        extra_row("attributeCollection, 1,000,000 entries, 100,000 keys", ns["collection big wide"], f2),
         extra_row("newGenericIf Demo::Point", ns["newGenericIf"], f2),
         extra_row("attribute set, no notifiee", ns["set i32 plain"], f3),
         extra_row("attribute set -> handler, filtered", ns["set i32 notify filtered"], f3),
