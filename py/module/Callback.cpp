@@ -65,6 +65,15 @@ thread_local KeptThreadState kept;
 
 } // namespace
 
+Lock* CallbackLocks::unlockActivityLock() {
+    Lock* lock = ActivityLockAnchor::lock();
+    if (!lock->heldByMe() || !lock->releasable()) {
+        throw InternalException("Lock Protocol exception -- unlocking an unreleasable lock");
+    }
+    lock->unlock();
+    return lock;
+}
+
 unsigned interpreterLife() { return lifeCounter.load(std::memory_order_relaxed); }
 
 PyThreadState* callbackThreadState() {

@@ -1,22 +1,16 @@
 // The lock swap of framework callbacks into Python. A callback arrives on
-// an activity thread holding the activity lock; it releases that lock
-// (UnlockAnchor), then takes the interpreter lock (CallbackGil), and undoes
-// both in reverse order, so the interpreter lock is never held while
-// waiting for the activity lock.
+// an activity thread holding the activity lock; it releases that lock,
+// then takes the interpreter lock, and undoes both in reverse order, so the
+// interpreter lock is never held while waiting for the activity lock
+// (CallbackLocks).
 #pragma once
 
 #include <Python.h>
 
-#include "Zel/Activity.h"
+#include "Zel/Lock.h"
 #include "Zel/Exception.h"
 
 namespace Zel {
-
-// A callback may only let go of an activity lock this thread holds.
-inline void requireActivityLockHeld() {
-    Lock* lock = ActivityImplFacility::activityManagerSm()->activityLock();
-    if (!lock->heldByMe()) throw InternalException("Lock Protocol exception -- unlocking an unreleasable lock");
-}
 
 // This thread's Python thread state, found (or made, on a native thread
 // Python has never seen) at the thread's first callback and kept until the
@@ -30,28 +24,43 @@ ZEL_API PyThreadState* callbackThreadState();
 // callback has run): Python objects cached before it are gone.
 ZEL_API unsigned interpreterLife();
 
-// The interpreter lock for one callback, on any thread. One lock
-// transition each way, with no PyGILState bookkeeping (its thread-local
-// lookups take a mutex each in this interpreter); nothing at all when this
-// thread already holds the lock.
-class CallbackGil {
+// The lock swap of one callback: refuses unless this thread holds the
+// activity lock and may release it, releases it, takes the interpreter
+// lock; at the end gives the interpreter lock back before it waits for the
+// activity lock. That is one transition of each lock each way, with no
+// PyGILState bookkeeping (its thread-local lookups take a mutex each in
+// this interpreter). A thread that came in holding the interpreter lock
+// (an anchor that re-took it) keeps it for the call and lets go of it only
+// while it waits for the activity lock.
+class CallbackLocks {
 public:
-    CallbackGil() {
-        PyThreadState* ts = callbackThreadState();
+    CallbackLocks() : lock_(unlockActivityLock()), ts_(callbackThreadState()) {
         // Only this thread can make its own state current, so the relaxed
         // read answers "mine or not" exactly, as PyGILState_Ensure's does.
-        if (__atomic_load_n(&_PyThreadState_Current, __ATOMIC_RELAXED) == ts) return;
-        PyEval_RestoreThread(ts);
-        taken_ = true;
+        gilHeldBefore_ = __atomic_load_n(&_PyThreadState_Current, __ATOMIC_RELAXED) == ts_;
+        if (!gilHeldBefore_) PyEval_RestoreThread(ts_);
     }
-    ~CallbackGil() {
-        if (taken_) PyEval_SaveThread();
+    ~CallbackLocks() noexcept(false) {
+        PyEval_SaveThread();
+        bool relocked;
+        try {
+            relocked = lock_->lock();
+        } catch (...) {
+            if (gilHeldBefore_) PyEval_RestoreThread(ts_);
+            throw;
+        }
+        if (gilHeldBefore_) PyEval_RestoreThread(ts_);
+        if (!relocked) throw InternalException("Lock was already grabbed in UnlockAnchor destructor!");
     }
-    CallbackGil(CallbackGil const&) = delete;
-    CallbackGil& operator=(CallbackGil const&) = delete;
+    CallbackLocks(CallbackLocks const&) = delete;
+    CallbackLocks& operator=(CallbackLocks const&) = delete;
 
 private:
-    bool taken_ = false;
+    static Lock* unlockActivityLock();
+
+    Lock* lock_;
+    PyThreadState* ts_;
+    bool gilHeldBefore_;
 };
 
 } // namespace Zel

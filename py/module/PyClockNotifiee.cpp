@@ -6,7 +6,6 @@
 #include "Callback.h"
 #include "Zel/Attr.h"
 #include "Zel/TypeOps.h"
-#include "ZelPy/Locks.h"
 
 namespace Zel {
 
@@ -65,9 +64,7 @@ void PyClockNotifiee::zelDoZombieReactors(bool zombie) {
 void PyClockNotifiee::handleTime() {
     if (!handler_->pyObject()) return;
     Ptr<PyObjHandle> handler = handler_;   // outlives the re-lock
-    requireActivityLockHeld();
-    UnlockAnchor unlocked;
-    CallbackGil gil;
+    CallbackLocks locks;
     PyObject* result = PyObject_CallObject(handler->pyObject(), nullptr);
     if (!result) {
         // A raising handler is a programming error with no way back.

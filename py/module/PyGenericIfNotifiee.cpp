@@ -7,19 +7,28 @@
 #include "Convert.h"
 #include "Module.h"
 #include "PyGenericIfNotifieeNames.h"
+#include "Zel/Activity.h"
 #include "ZelPy/Locks.h"
 
 namespace Zel {
+
+PyObject* PyGenericIfNotifiee::name(ZelAttr const* attr) {
+    unsigned const life = interpreterLife();
+    if (attr != nameAttr_ || life != nameLife_) {
+        name_ = notifieeAttrName(attr);
+        nameAttr_ = name_ ? attr : nullptr;
+        nameLife_ = life;
+    }
+    return name_;
+}
 
 void PyGenericIfNotifiee::onAttribute(ZelAttr const* attr, Ptr<GenericIf const> const& value) {
     if (!forwards(attr)) return;
     // Callers pass a real handle; only an empty one is tolerated.
     if (!handlerPtr()->pyObject()) return;
     Ptr<PyObjHandle> handler = this->handler();   // outlives the re-lock
-    requireActivityLockHeld();
-    UnlockAnchor unlocked;
-    CallbackGil gil;
-    PyObject* name = notifieeAttrName(attr);
+    CallbackLocks locks;
+    PyObject* name = this->name(attr);
     PyRef pyValue(name ? GenericIfToPyObject(value) : nullptr);
     PyRef args(pyValue ? PyTuple_Pack(2, name, pyValue.get()) : nullptr);
     if (!args) {

@@ -16,6 +16,16 @@ public:
     // Runs with the activity lock held; releases it around the Python call.
     // A handler that raises ends the process.
     void onAttribute(ZelAttr const* attr, Ptr<GenericIf const> const& value) override;
+
+private:
+    // The handler's name argument for the attribute notified last (a
+    // borrowed reference of notifieeAttrName's cache), used with the
+    // interpreter lock held; notifications mostly repeat one attribute.
+    PyObject* name(ZelAttr const* attr);
+
+    ZelAttr const* nameAttr_ = nullptr;
+    PyObject* name_ = nullptr;
+    unsigned nameLife_ = 0;
 };
 
 } // namespace Zel

@@ -8,6 +8,8 @@
 
 #include "../module/Module.h"
 #include "../module/PyClockNotifiee.h"
+#include "../module/PyGenericIfNotifiee.h"
+#include "Zel/Entity.h"
 
 namespace Zel {
 namespace {
@@ -27,19 +29,52 @@ protected:
         }
         GilEnsure gil;
         PyObject* d = PyModule_GetDict(PyImport_AddModule("__main__"));
-        PyRef r(PyRun_String("notify_calls = []\ndef notify_tick():\n    notify_calls.append(1)\n", Py_file_input, d, d));
+        PyRef r(PyRun_String("notify_calls = []\ndef notify_tick():\n    notify_calls.append(1)\n"
+                             "def notify_pair(name, value):\n    notify_calls.append((name, value))\n",
+                             Py_file_input, d, d));
         ASSERT_TRUE(r);
         handle_ = pyObjHandleFactory(PyDict_GetItemString(d, "notify_tick"), false);
+        pairHandle_ = pyObjHandleFactory(PyDict_GetItemString(d, "notify_pair"), false);
     }
     void TearDown() override {
         GilEnsure gil;
         handle_ = nullptr;
+        pairHandle_ = nullptr;
+    }
+    // Runs `body` on a new native thread holding the activity lock; checks
+    // the thread states while the thread waits after `body`, and after it
+    // ended. Call with the interpreter lock held.
+    template <class Body>
+    void onNativeThread(Body body, Py_ssize_t expectedCalls) {
+        int const before = threadStates();
+        Py_ssize_t const callsBefore = calls();
+        std::promise<void> called, finish;
+        std::future<void> finishing = finish.get_future();
+        PyThreadState* saved = PyEval_SaveThread();
+        std::thread native([&] {
+            Lock* lock = ActivityLockAnchor::lock();
+            lock->lock();
+            body();
+            lock->unlock();
+            called.set_value();
+            finishing.wait();
+        });
+        called.get_future().wait();
+        PyEval_RestoreThread(saved);
+        EXPECT_EQ(threadStates(), before + 1);
+        EXPECT_EQ(calls(), callsBefore + expectedCalls);
+        saved = PyEval_SaveThread();
+        finish.set_value();
+        native.join();
+        PyEval_RestoreThread(saved);
+        EXPECT_EQ(threadStates(), before);
     }
     static Py_ssize_t calls() {
         GilEnsure gil;
         return PyList_Size(PyDict_GetItemString(PyModule_GetDict(PyImport_AddModule("__main__")), "notify_calls"));
     }
     Ptr<PyObjHandle> handle_;
+    Ptr<PyObjHandle> pairHandle_;
 };
 
 TEST_F(NotifyThread, NativeThreadKeepsOneThreadStateUntilItEnds) {
@@ -70,6 +105,43 @@ TEST_F(NotifyThread, NativeThreadKeepsOneThreadStateUntilItEnds) {
     native.join();
     PyEval_RestoreThread(saved);
     EXPECT_EQ(threadStates(), before);
+}
+
+TEST_F(NotifyThread, NativeThreadDeliveringManyAttributeNotificationsKeepsOneThreadState) {
+    GilEnsure gil;
+    onNativeThread(
+        [&] {
+            Ptr<PyGenericIfNotifiee> n = zelNew<PyGenericIfNotifiee>(nullptr, pairHandle_);
+            for (int32_t i = 0; i < 1000; ++i) n->onAttribute(&Entity::_zelAttrs[0], GenericIfTraits<int32_t>::to(i));
+        },
+        1000);
+    PyObject* list = PyDict_GetItemString(PyModule_GetDict(PyImport_AddModule("__main__")), "notify_calls");
+    PyObject* last = PyList_GetItem(list, PyList_Size(list) - 1);
+    EXPECT_STREQ(PyString_AsString(PyTuple_GetItem(last, 0)), "name");
+    EXPECT_EQ(PyInt_AsLong(PyTuple_GetItem(last, 1)), 999);
+}
+
+// A native thread whose state an enclosing PyGILState_Ensure made keeps it
+// past the matching release, and a callback entered with the interpreter
+// lock held returns with both locks held.
+TEST_F(NotifyThread, ThreadStateOutlivesTheEnsureThatMadeIt) {
+    GilEnsure gil;
+    onNativeThread(
+        [&] {
+            Ptr<PyClockNotifiee> n = pyClockNotifieeFactory(nullptr, nullptr, handle_);
+            PyThreadState* made;
+            {
+                GilEnsure outer;
+                made = PyGILState_GetThisThreadState();
+                n->handleTime();
+                EXPECT_TRUE(ActivityLockAnchor::lock()->heldByMe());
+                EXPECT_EQ(_PyThreadState_Current, made);
+            }
+            EXPECT_EQ(PyGILState_GetThisThreadState(), made);
+            n->handleTime();
+            n = nullptr;
+        },
+        2);
 }
 
 TEST_F(NotifyThread, HandlerRunsOnlyWhenTheActivityLockCanBeReleased) {

@@ -75,6 +75,36 @@ class Filter(unittest.TestCase):
         self.n.attributeSingletonIs(FILTERED, False)
         self.assertEqual(self.touch(), ["i32", "s8"])
 
+    def test_filter_changes_apply_to_the_next_call_for_the_same_attribute(self):
+        i32 = ALL.attr("i32")
+
+        def set_i32():
+            self.value += 1
+            del self.w.calls[:]
+            self.obj.attributeSingletonIs(i32, self.value)
+            return len(self.w.calls)
+        self.n.attributeCollectionIs(FILTER, "i32", True)
+        self.assertEqual(set_i32(), 1)
+        self.n.attributeSingletonIs(FILTERED, True)
+        steps = [(lambda: None, 1),
+                 (lambda: self.n.attributeCollectionIs(FILTER, "i32", False), 0),   # an entry changed in place
+                 (lambda: self.n.attributeCollectionIs(FILTER, "i32", True), 1),
+                 (lambda: self.n.attributeCollectionDel(FILTER, "i32"), 0),
+                 (lambda: self.n.attributeCollectionIs(FILTER, "i32", True), 1),
+                 (lambda: self.n.attributeSingletonIs(FILTERED, False), 1)]
+        for change, calls in steps:
+            change()
+            self.assertEqual((set_i32(), set_i32()), (calls, calls))
+
+    def test_handler_names_are_the_interned_attribute_names(self):
+        self.touch()
+        first = [name for name, _ in self.w.calls]
+        self.touch()
+        for a, b in zip(first, [name for name, _ in self.w.calls]):
+            self.assertIs(a, b)
+            self.assertIs(a, intern(a))
+        self.assertEqual(first, ["i32", "s8"])
+
     def test_entries_read_iterate_and_delete(self):
         self.assertIs(self.n.attributeCollectionVal(FILTER, "absent"), False)
         self.assertRaises(KeyError, self.n.attributeCollection, FILTER, "absent")
