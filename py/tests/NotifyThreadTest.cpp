@@ -3,6 +3,7 @@
 // gives it back when it ends. And the lock checks before any Python runs.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <future>
 #include <thread>
 
@@ -142,6 +143,44 @@ TEST_F(NotifyThread, ThreadStateOutlivesTheEnsureThatMadeIt) {
             n = nullptr;
         },
         2);
+}
+
+// A thread state kept across a finalisation is not used again: the
+// thread's next callback, in the new interpreter, gets a new one, which
+// goes when the thread ends. In a child process of its own (it restarts
+// Python).
+TEST_F(NotifyThread, KeptThreadStateEndsWithTheInterpreter) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    auto restart = [&] {
+        Ptr<PyObjHandle> handle = handle_;
+        std::promise<void> firstDone, secondGo;
+        std::future<void> second = secondGo.get_future();
+        auto callOnce = [&] {
+            Lock* lock = ActivityLockAnchor::lock();
+            lock->lock();
+            pyClockNotifieeFactory(nullptr, nullptr, handle)->handleTime();
+            lock->unlock();
+        };
+        PyThreadState* saved = PyEval_SaveThread();
+        std::thread native([&] {
+            callOnce();
+            firstDone.set_value();
+            second.wait();
+            callOnce();
+        });
+        firstDone.get_future().wait();
+        PyEval_RestoreThread(saved);
+        handle = handle_ = pairHandle_ = nullptr;
+        Py_Finalize();
+        SetUp();
+        handle = handle_;
+        saved = PyEval_SaveThread();
+        secondGo.set_value();
+        native.join();
+        PyEval_RestoreThread(saved);
+        std::_Exit(calls() == 1 && threadStates() == 1 ? 0 : 1);
+    };
+    EXPECT_EXIT(restart(), ::testing::ExitedWithCode(0), "");
 }
 
 TEST_F(NotifyThread, HandlerRunsOnlyWhenTheActivityLockCanBeReleased) {
