@@ -12,6 +12,42 @@
 
 namespace Zel {
 
+namespace {
+
+[[noreturn]] void throwNoArguments() {
+    // The Python error goes with this process-level failure.
+    PyErr_Clear();
+    throw MemoryException("No memory for argument list in PyGenericIfNotifiee::onAttribute");
+}
+
+// handler(name, value), as PyObject_Call would with the tuple (name,
+// value); a Python function or bound method gets its arguments straight
+// from an array, as a call written in Python does, with no tuple to make
+// and free. A new reference, or null with the Python error set.
+PyObject* callHandler(PyObject* handler, PyObject* name, PyObject* value) {
+    PyObject* args[3];
+    int n = 0;
+    PyObject* f = handler;
+    if (PyMethod_Check(f) && PyMethod_GET_SELF(f)) {
+        args[n++] = PyMethod_GET_SELF(f);
+        f = PyMethod_GET_FUNCTION(f);
+    }
+    if (!PyFunction_Check(f)) {
+        PyRef tuple(PyTuple_Pack(2, name, value));
+        if (!tuple) throwNoArguments();
+        return PyObject_Call(handler, tuple.get(), nullptr);
+    }
+    args[n++] = name;
+    args[n++] = value;
+    // What the interpreter's own call of a function does with its tuple.
+    PyObject* defaults = PyFunction_GET_DEFAULTS(f);
+    return PyEval_EvalCodeEx(reinterpret_cast<PyCodeObject*>(PyFunction_GET_CODE(f)), PyFunction_GET_GLOBALS(f),
+                             nullptr, args, n, nullptr, 0, defaults ? &PyTuple_GET_ITEM(defaults, 0) : nullptr,
+                             defaults ? static_cast<int>(PyTuple_GET_SIZE(defaults)) : 0, PyFunction_GET_CLOSURE(f));
+}
+
+} // namespace
+
 PyObject* PyGenericIfNotifiee::name(ZelAttr const* attr) {
     unsigned const life = interpreterLife();
     if (attr != nameAttr_ || life != nameLife_) {
@@ -30,13 +66,8 @@ void PyGenericIfNotifiee::onAttribute(ZelAttr const* attr, Ptr<GenericIf const> 
     CallbackLocks locks;
     PyObject* name = this->name(attr);
     PyRef pyValue(name ? GenericIfToPyObject(value) : nullptr);
-    PyRef args(pyValue ? PyTuple_Pack(2, name, pyValue.get()) : nullptr);
-    if (!args) {
-        // The Python error goes with this process-level failure.
-        PyErr_Clear();
-        throw MemoryException("No memory for argument list in PyGenericIfNotifiee::onAttribute");
-    }
-    PyRef result(PyObject_Call(handler->pyObject(), args.get(), nullptr));
+    if (!pyValue) throwNoArguments();
+    PyRef result(callHandler(handler->pyObject(), name, pyValue.get()));
     if (!result) {
         // A raising handler is a programming error with no way back.
         std::fputs("PyGenericIfNotifiee::onAttribute handler raised an exception\n", stderr);

@@ -1,6 +1,7 @@
 """Attribute notifiees made by GifPtr.newNotifiee: the filter reached through
 the ordinary attribute methods, the (name, value) calls, delivery deferred to
 an activity, the end of calls when the notifiee goes, and the fatal path."""
+import functools
 import unittest
 
 import Zel  # noqa: F401
@@ -165,6 +166,37 @@ class Delivery(unittest.TestCase):
         obj.attributeSingletonIs(ALL.attr("i32"), 2)
         run_until_quiet()
         self.assertEqual((now_calls, queued_calls), ([("i32", 1)], []))
+
+    def test_every_kind_of_callable_gets_name_and_value(self):
+        got = []
+
+        class Receiver(object):
+            def method(self, name, value):
+                got.append((name, value))
+
+            def __call__(self, name, value):
+                got.append((name, value))
+
+        def with_default(name, value, tag="d"):
+            got.append((name, value, tag))
+
+        def collecting(*args):
+            got.append(args)
+
+        def closing(name, value):
+            got.append((name, value, len(got)))
+        obj = _Zel.newGenericIf(ALL, ("kinds",))
+        # Bound methods, defaults, *args and closures go without a tuple; the
+        # rest through PyObject_Call.
+        cases = [(Receiver().method, ("i32", 1)), (Receiver(), ("i32", 2)), (with_default, ("i32", 3, "d")),
+                 (collecting, ("i32", 4)), (closing, ("i32", 5, 0)),
+                 (functools.partial(collecting, "p"), ("p", "i32", 6))]
+        for value, (handler, expected) in enumerate(cases, 1):
+            del got[:]
+            notifiee = obj.newNotifiee(_Zel.handle(handler), None)  # noqa: F841 (kept for the set)
+            obj.attributeSingletonIs(ALL.attr("i32"), value)
+            self.assertEqual(got, [expected], handler)
+            del notifiee
 
     def test_argument_checks(self):
         obj = _Zel.newGenericIf(ALL, ("args",))
