@@ -7,8 +7,8 @@
 
 #include <Python.h>
 
-#include "Zel/Lock.h"
 #include "Zel/Exception.h"
+#include "Zel/Lock.h"
 
 namespace Zel {
 
