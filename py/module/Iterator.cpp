@@ -32,40 +32,36 @@ PyObject* builtinToPython(Zel::ZelType const* type, void const* p) {
     return out;
 }
 
-// One step over a collection of builtins, converting the current element
-// where it lies (the activity lock keeps it there) before moving on. False
-// with nothing done when the element is not reachable that way.
+// One step over a collection of builtins: the element is converted where
+// it lies (the activity lock keeps it there) after the iterator has moved
+// past it. False with nothing done when the collection's iterator has no
+// such step; at the end, StopIteration.
 bool nextBuiltin(Zel::PyLockAnchor& anchor, FwkPyGenericIfIterator* self, PyObject*& result) {
-    Zel::AttrIteratorImpl const* impl = self->it.impl();
     Zel::ZelType const* keyType = self->attr->indexType();
     Zel::ZelType const* memberType = self->attr->memberType();
-    bool const wantKey = self->mode != values, wantValue = self->mode != keys;
-    if ((wantKey && !(keyType && keyType->isBuiltinType())) ||
-        (wantValue && !(memberType && memberType->isBuiltinType()))) {
-        return false;
-    }
-    void const* key = wantKey ? impl->keyNative() : nullptr;
-    void const* value = wantValue ? impl->valueNative() : nullptr;
-    if ((wantKey && !key) || (wantValue && !value)) return false;
+    if (!keyType || !keyType->isBuiltinType() || !memberType || !memberType->isBuiltinType()) return false;
+    void const* key = nullptr;
+    void const* value = nullptr;
+    int const stepped = self->it.impl()->nextNative(key, value);
+    if (stepped < 0) return false;
     anchor.gilHeldIs(true);
-    Zel::PyRef k(builtinToPython(keyType, key));
-    Zel::PyRef v(builtinToPython(memberType, value));
-    if ((wantKey && !k) || (wantValue && !v)) {
-        result = nullptr;   // the conversion's Python error is pending
+    if (stepped == 0) {
+        PyErr_SetNone(PyExc_StopIteration);
+        result = nullptr;
         return true;
     }
-    // Moving on while holding the interpreter lock is safe: the activity
-    // lock is already ours, so nothing here waits for it.
-    self->it.advance();
     switch (self->mode) {
     case keys:
-        result = k.release();
+        result = builtinToPython(keyType, key);
         break;
     case values:
-        result = v.release();
+        result = builtinToPython(memberType, value);
         break;
-    default:
-        result = PyTuple_Pack(2, k.get(), v.get());
+    default: {
+        Zel::PyRef k(builtinToPython(keyType, key));
+        Zel::PyRef v(builtinToPython(memberType, value));
+        result = k && v ? PyTuple_Pack(2, k.get(), v.get()) : nullptr;
+    }
     }
     return true;
 }
@@ -76,13 +72,13 @@ PyObject* FwkPyGenericIfIterator_iternext(PyObject* obj) {
     try {
         Zel::PyLockAnchor anchor(0);
         Zel::Expect expect(Zel::Exception::idExpectAll);
+        PyObject* result = nullptr;
+        if (it.impl() && nextBuiltin(anchor, iter_(obj), result)) return result;
         if (!it.impl() || !it.valid()) {
             anchor.gilHeldIs(true);
             PyErr_SetNone(PyExc_StopIteration);
             return nullptr;
         }
-        PyObject* result = nullptr;
-        if (nextBuiltin(anchor, iter_(obj), result)) return result;
         Zel::Ptr<Zel::GenericIf const> key, value;
         if (mode != values) {
             it.checkValid();

@@ -21,12 +21,12 @@ public:
     virtual Ptr<GenericIf const> value() const = 0;
     // Removes the current element and moves to the next one.
     virtual void deleteCurrent();
-    // The current key / member in place, for a collection whose key /
-    // member type is a builtin: valid until the collection changes or the
-    // iterator moves. Null when there is no current element or no such
-    // access (use key() / value()).
-    virtual void const* keyNative() const;
-    virtual void const* valueNative() const;
+    // One step over a collection whose key and member types are builtins:
+    // points `key` and `member` at the current element where it lies
+    // (valid while the activity lock stays held and the collection does
+    // not change) and moves past it. 1 stepped, 0 at the end, -1 no such
+    // access (nothing done: use valid / key / value / advance).
+    virtual int nextNative(void const*& key, void const*& member);
 };
 
 class ZEL_API AttributeIterator {

@@ -46,13 +46,16 @@ public:
         else return Ptr<GenericIf const>();
     }
     Ptr<GenericIf const> value() const override { return GenericIfTraits<V>::to(current()->second); }
-    void const* keyNative() const override {
-        if constexpr (ExposeKey && IsBuiltin<K>::value) return valid() ? &it_->first : nullptr;
-        else return nullptr;
-    }
-    void const* valueNative() const override {
-        if constexpr (IsBuiltin<V>::value) return valid() ? &it_->second : nullptr;
-        else return nullptr;
+    int nextNative(void const*& key, void const*& member) override {
+        if constexpr (!ExposeKey || !IsBuiltin<K>::value || !IsBuiltin<V>::value) {
+            return -1;
+        } else {
+            if (!valid()) return 0;
+            key = &it_->first;
+            member = &it_->second;
+            advance();   // the node stays where it is
+            return 1;
+        }
     }
 
 private:

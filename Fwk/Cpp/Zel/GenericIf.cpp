@@ -32,8 +32,7 @@ void AttrIteratorImpl::deleteCurrent() {
     throw OpNotSupportedException("this iterator cannot delete");
 }
 
-void const* AttrIteratorImpl::keyNative() const { return nullptr; }
-void const* AttrIteratorImpl::valueNative() const { return nullptr; }
+int AttrIteratorImpl::nextNative(void const*&, void const*&) { return -1; }
 
 AttributeIterator::AttributeIterator() = default;
 AttributeIterator::AttributeIterator(Ptr<GenericIf const> object, std::unique_ptr<AttrIteratorImpl> impl)
