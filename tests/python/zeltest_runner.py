@@ -1,0 +1,170 @@
+"""Runs one Python test module, then checks that it freed every framework
+object it made.
+
+    build/zelpython zeltest_runner.py MODULE [MODULE.Class[.test] ...]
+
+The tests run as `python -m unittest -v` runs them. Then the runner drops
+what still refers to the module (the module itself, the test cases and
+their results, the last exception), collects Python's garbage and compares
+the allocation tracker's live count of each framework type with the count
+taken before the module was imported. A type with more live objects than
+before fails the module, named with its counts, unless it is one of the
+process-wide objects below, of which one per process is expected.
+"""
+import gc
+import os
+import sys
+import threading
+import time
+import unittest
+
+import _Zel
+
+# Objects the framework makes once per process, on first use, and keeps
+# until exit: a module that is the first to ask for one is not leaking it.
+# One each is allowed; a second one is a leak like any other.
+PROCESS_WIDE = {
+    "Zel::AllocTracker": "the allocation tracker, made when libzel is loaded; these counts are read from it",
+    "Zel::Clock": "the activity manager's clock, which every clock notifiee and timer hangs on",
+    "Zel::ActivityManagerConfig": "the activity loop's settings (stopOnQuiesce), read by every loop run",
+    "Zel::Dir": "the global directory behind _Zel.globalDir(), made on first use",
+    "Zel::ConnectionDir": "NboAttrLog's connection directory, made on first use",
+    "Zel::NboAttrLog::DemuxerManager": "NboAttrLog's demuxer manager, made on first use",
+    "Zel::PyGenericIf::FwkPyGenericIfMapping": "_Zel's conversion cache, made at the first conversion",
+}
+
+# Entries of process-wide registries keyed by something finite and fixed
+# while the process runs (type descriptions, trace handle names): they are
+# made on first use and kept, so any number may appear.
+REGISTRY_ENTRIES = {
+    "Zel::TraceHandle": "one per trace handle name, kept by the trace registry so that "
+                        "ZELTRACE settings apply by name",
+    "Zel::PyGenericIf::FwkPyGenericIfMapping::ZelDefaultAttributeData":
+        "the conversion cache's rule for one value type",
+    "Zel::PyGenericIf::FwkPyGenericIfMapping::ZelAttributeData":
+        "the conversion cache's interned name of one enumerator, held in a Zel::PyObjHandle",
+}
+
+
+def allowed_extra(before, after):
+    """{type: objects the module may leave} for types other than the above:
+    what the process-wide objects themselves hold."""
+    def grown(name):
+        return max(0, after.get(name, 0) - before.get(name, 0))
+    extra = {
+        # Each cached enumerator name is one handle.
+        "Zel::PyObjHandle": grown("Zel::PyGenericIf::FwkPyGenericIfMapping::ZelAttributeData"),
+    }
+    # The Zel package keeps the clock's handle (and the "now" attribute,
+    # not a counted object) once any timer or Zel.now() needed them.
+    zel = sys.modules.get("Zel")
+    clock = getattr(zel, "_clock", None) if zel is not None else None
+    if clock:
+        extra["Zel::PtrGenericIf"] = sum(1 for x in clock if type(x) is _Zel.GifPtr)
+    return extra
+
+
+# How long threads the module started get to finish before the count: a
+# server's accepting thread or a loop thread lets go of its objects as it
+# ends, shortly after the test that stopped it returned.
+THREAD_GRACE_SECONDS = 10.0
+
+_TRACKER = _Zel.singleton("Zel::AllocTracker")
+_LIVE = _Zel.typeNode("Zel::AllocTracker").attr("liveCount")
+
+
+def live_counts():
+    """{type name: live objects}, every tracked type."""
+    it = _TRACKER.attributeIter(_LIVE, _Zel.IteratorModeItems)
+    counts = {}
+    while True:
+        try:
+            name, n = next(it)
+        except StopIteration:
+            return counts
+        counts[name] = n
+
+
+def collect():
+    # Finalisers may drop the last reference to more objects, hence repeat
+    # until nothing more is found.
+    for _ in range(10):
+        if not gc.collect():
+            break
+
+
+def leftovers(before, after):
+    """[(type, before, after)] for every type the module left objects of."""
+    extra = allowed_extra(before, after)
+    out = []
+    for name in sorted(after):
+        was, now = before.get(name, 0), after[name]
+        if now <= was or name in REGISTRY_ENTRIES:
+            continue
+        if name in PROCESS_WIDE and now <= 1:
+            continue
+        if now - was <= extra.get(name, 0):
+            continue
+        out.append((name, was, now))
+    return out
+
+
+def wait_for_threads(existing):
+    deadline = time.time() + THREAD_GRACE_SECONDS
+    for t in threading.enumerate():
+        if t in existing or t is threading.current_thread():
+            continue
+        t.join(max(0.0, deadline - time.time()))
+
+
+def run(names):
+    module_name = names[0].split(".")[0]
+    # As under `python -m unittest`: modules are found in the current directory.
+    if os.getcwd() not in sys.path:
+        sys.path.insert(0, os.getcwd())
+    threads_before = set(threading.enumerate())
+    collect()
+    # The first reading makes the tracker's own slots (the key and count
+    # values it hands out); from the second on, every reading sees the
+    # same objects of its own alive.
+    live_counts()
+    before = live_counts()
+
+    module = __import__(module_name)
+    loader = unittest.TestLoader()
+    if names == [module_name]:
+        suite = loader.loadTestsFromModule(module)
+    else:
+        suite = loader.loadTestsFromNames(names)
+    result = unittest.TextTestRunner(verbosity=2).run(suite)
+    ok = result.wasSuccessful()
+
+    # Everything that can still refer to the module's objects: the cases
+    # (with whatever setUp stored on them), the results holding the cases,
+    # the module and its globals, the last exception of this thread.
+    del suite, result, module
+    del sys.modules[module_name]
+    sys.exc_clear()
+    for attr in ("last_type", "last_value", "last_traceback"):
+        if hasattr(sys, attr):
+            delattr(sys, attr)
+    wait_for_threads(threads_before)
+    collect()
+    left = leftovers(before, live_counts())
+    if left:
+        sys.stderr.write("\n%s left framework objects alive (type: before -> after):\n" % module_name)
+        for name, was, now in left:
+            sys.stderr.write("  %s: %d -> %d (+%d)\n" % (name, was, now, now - was))
+        return False
+    return ok
+
+
+def main(argv):
+    if len(argv) < 2:
+        sys.stderr.write("usage: %s MODULE [MODULE.Class[.test] ...]\n" % argv[0])
+        return 2
+    return 0 if run(argv[1:]) else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv))
