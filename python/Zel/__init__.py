@@ -11,6 +11,8 @@ class PermissionError(Exception):
     """A framework permission refusal (raised by _Zel)."""
 
 
+import weakref  # noqa: E402
+
 import _Zel  # noqa: E402  (after PermissionError: _Zel looks it up in this package)
 import _ZelProxy  # noqa: E402
 
@@ -306,31 +308,42 @@ def now():
 class Notifiee(object):
     """Calls handler(name, value) on changes of obj's attributes while open.
 
-    The handler is reached through a closure that does not refer to this
-    object, so a handler may keep its Notifiee without a native-held cycle
-    keeping both alive once the caller lets go.
+    The native notifiee holds only a closure that reaches this object
+    through a weak reference; this object holds the handler. So a handler
+    may keep its Notifiee (itself, or through the globals it runs in) and
+    the two still go, with the native notifiee, once nobody else holds them.
     """
 
     def __init__(self, obj, handler, attrs=None, activity=None):
-        live = [handler]
+        self._handler = handler
+        me = weakref.ref(self)
 
         def cb(name, value):
-            h = live[0]
+            n = me()
+            h = n._handler if n is not None else None
             if h is not None:
                 h(name, value if type(value) is not _GifPtr else _wrap(value))
-        self._live = live
         self._handle = _Zel.handle(cb)
-        n = _ptrOf(obj).newNotifiee(self._handle, _ptrOf(activity))
-        if attrs is not None:
-            base = Type("Zel::PyGenericIfNotifieeBase")
-            n.attributeSingletonIs(base.attr("filtered"), True)
-            for name in attrs:
-                n.attributeCollectionIs(base.attr("filterAttr"), name, True)
+        # With a filter, the notifiee is made and filtered under the activity
+        # lock: a change made by another thread in between would otherwise
+        # reach the handler whatever its attribute.
+        took = attrs is not None and _Zel.acquireActivityLock()
+        try:
+            n = _ptrOf(obj).newNotifiee(self._handle, _ptrOf(activity))
+            if attrs is not None:
+                base = Type("Zel::PyGenericIfNotifieeBase")
+                n.attributeSingletonIs(base.attr("filtered"), True)
+                for name in attrs:
+                    n.attributeCollectionIs(base.attr("filterAttr"), name, True)
+        finally:
+            if took:
+                _Zel.releaseActivityLock()
         self.notifiee = _wrap(n)
 
     def close(self):
-        # The flag stops calls even if someone else still holds the notifiee.
-        self._live[0] = None
+        # Clearing the handler stops calls even if someone else still holds
+        # the notifiee.
+        self._handler = None
         self.notifiee = None
         self._handle = None
 
@@ -340,21 +353,28 @@ def notifiee(obj, handler, attrs=None, activity=None):
 
 
 class Timer(object):
-    """Calls handler() whenever the clock reaches the time set by at()/after()."""
+    """Calls handler() whenever the clock reaches the time set by at()/after().
+
+    Held as a Notifiee is: the handler may keep its Timer to re-arm it.
+    """
 
     def __init__(self, handler, at=None, activity=None):
+        self._handler = handler
         # The clock notifiee calls once at creation; that call is only
         # wanted when no time is given.
-        live = [handler, at is not None]
+        self._quiet = at is not None
+        me = weakref.ref(self)
 
         def cb():
-            if live[1]:
-                live[1] = False
+            t = me()
+            if t is None:
                 return
-            h = live[0]
+            if t._quiet:
+                t._quiet = False
+                return
+            h = t._handler
             if h is not None:
                 h()
-        self._live = live
         self._handle = _Zel.handle(cb)
         n = _Zel.newGenericIf(Type("Zel::PyClockNotifiee").node,
                               (_ptrOf(activity), _clockPtr(), self._handle))
@@ -371,7 +391,7 @@ class Timer(object):
         self.at(now() + seconds)
 
     def close(self):
-        self._live[0] = None
+        self._handler = None
         self.notifiee = None
         self._handle = None
 

@@ -1,9 +1,23 @@
 """Zel package reactions: attribute notifiees with proxied values and
-filters, timers without their creation call, and close()."""
+filters, timers without their creation call, and close(); handlers that
+keep their own notifiee or timer; filters under concurrent changes."""
+import gc
+import threading
+import time
 import unittest
 
 import Zel
 import ZelDemo  # noqa: F401
+import _Zel
+
+TRACKER = _Zel.singleton("Zel::AllocTracker")
+LIVE = _Zel.typeNode("Zel::AllocTracker").attr("liveCount")
+
+
+def live():
+    names = ("Zel::PyGenericIfNotifiee", "Zel::PyClockNotifiee", "Zel::PyObjHandle", "Demo::AllTypes")
+    return [TRACKER.attributeCollection(LIVE, n) if TRACKER.attributeCollectionExist(LIVE, n) else 0
+            for n in names]
 
 
 class Reactions(unittest.TestCase):
@@ -42,3 +56,57 @@ class Reactions(unittest.TestCase):
         self.assertRaises(ValueError, t.after, 0)
         Zel.run(0.2)
         self.assertEqual(len(fired), 3)
+
+    def test_handlers_that_keep_their_notifiee_or_timer_go_with_them(self):
+        gc.collect()
+        before = live()
+        calls = []
+
+        def make():
+            a = Zel.new("Demo::AllTypes", "kept")
+            box = []
+            box.append(Zel.notifiee(a, lambda name, v: calls.append(len(box))))
+            ns = {"Zel": Zel, "a": a}   # a remote user's watch, in the namespace its handler runs in
+            exec "seen = []\nwatch = Zel.notifiee(a, lambda name, v: seen.append(v), attrs=['i32'])" in ns
+            timer = []
+            timer.append(Zel.timer(lambda: (calls.append(0), timer[0].after(0.01)), at=Zel.now()))
+            Zel.run(0.05)
+            a.i32 = 1
+            self.assertEqual(ns["seen"], [1])
+            return a, box[0].notifiee
+        a, held = make()
+        fired = len(calls)
+        self.assertGreater(fired, 2)
+        gc.collect()
+        # Dropped by their makers: no more calls, even with the notifiee
+        # itself still held, and nothing left once that goes too.
+        Zel.run(0.05)
+        a.i32 = 2
+        self.assertEqual(len(calls), fired)
+        del a, held
+        gc.collect()
+        self.assertEqual(live(), before)
+
+    def test_a_filter_is_in_place_before_any_change_reaches_the_handler(self):
+        a = Zel.new("Demo::AllTypes", "busy")
+        stop = threading.Event()
+
+        def change():
+            i = 0
+            while not stop.is_set():
+                i += 1
+                a.i32 = i
+        writers = [threading.Thread(target=change) for _ in range(2)]
+        for w in writers:
+            w.start()
+        stray = []
+        try:
+            end = time.time() + 1.0
+            while time.time() < end and not stray:
+                n = Zel.notifiee(a, lambda name, v: stray.append(name), attrs=["i64"])
+                n.close()
+        finally:
+            stop.set()
+            for w in writers:
+                w.join()
+        self.assertEqual(stray, [])
