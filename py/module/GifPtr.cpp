@@ -109,19 +109,16 @@ PyObject* FwkPyGenericIf_ptr(PyObject* obj, void*) {
         PyErr_SetString(PyExc_IndexError, "null _Zel.GifPtr");
         return nullptr;
     }
-    // Only the address is read, without the activity lock, so the
-    // reference-count lock check is silenced meanwhile.
-    bool const savedCheck = Zel::enableSmartPtrLockCheck;
-    Zel::enableSmartPtrLockCheck = false;
-    try {
-        Zel::Expect expect(Zel::Exception::idType);
-        Zel::PtrInterface* object = g->ptrInterface();
-        void* address = object ? dynamic_cast<void*>(object) : nullptr;
-        Zel::enableSmartPtrLockCheck = savedCheck;
-        return PyLong_FromVoidPtr(address);
-    } catch (Zel::TypeException const&) {
+    // Only the address is read, without the activity lock: no reference
+    // count changes. A value is refused before the framework would throw
+    // for it, as building that exception makes counted objects.
+    if (!g->type()->hasOwnPtrInterface()) {
         PyErr_SetString(PyExc_TypeError, "Cannot access the ptr for this type");
         return nullptr;
+    }
+    try {
+        Zel::PtrInterface* object = g->ptrInterface();
+        return PyLong_FromVoidPtr(object ? dynamic_cast<void*>(object) : nullptr);
     } catch (...) {
         Zel::translateCppExceptionToPython();
         return nullptr;
