@@ -65,12 +65,11 @@ thread_local KeptThreadState kept;
 
 } // namespace
 
-Lock* CallbackLocks::unlockActivityLock() {
+Lock* CallbackLocks::checkActivityLock() {
     Lock* lock = ActivityLockAnchor::lock();
     if (!lock->heldByMe() || !lock->releasable()) {
         throw InternalException("Lock Protocol exception -- unlocking an unreleasable lock");
     }
-    lock->unlock();
     return lock;
 }
 

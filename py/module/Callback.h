@@ -1,8 +1,9 @@
 // The lock swap of framework callbacks into Python. A callback arrives on
-// an activity thread holding the activity lock; it releases that lock,
-// then takes the interpreter lock, and undoes both in reverse order, so the
-// interpreter lock is never held while waiting for the activity lock
-// (CallbackLocks).
+// an activity thread holding the activity lock; it takes the interpreter
+// lock, converts what it passes to Python, releases the activity lock for
+// the call, and at the end gives the interpreter lock back before it waits
+// for the activity lock, so the interpreter lock is never held while
+// waiting for the activity lock (CallbackLocks).
 #pragma once
 
 #include <Python.h>
@@ -25,20 +26,39 @@ ZEL_API PyThreadState* callbackThreadState();
 ZEL_API unsigned interpreterLife();
 
 // The lock swap of one callback: refuses unless this thread holds the
-// activity lock and may release it, releases it, takes the interpreter
+// activity lock and may release it, takes the interpreter lock, runs
+// `withBoth` (if given) while it holds both, then releases the activity
 // lock; at the end gives the interpreter lock back before it waits for the
 // activity lock. That is one transition of each lock each way, with no
 // PyGILState bookkeeping (its thread-local lookups take a mutex each in
 // this interpreter). A thread that came in holding the interpreter lock
 // (an anchor that re-took it) keeps it for the call and lets go of it only
 // while it waits for the activity lock.
+//
+// Taking the interpreter lock before letting the activity lock go is the
+// order every entry point uses once it holds the activity lock; what keeps
+// the two from deadlocking is that no thread ever waits for the activity
+// lock while it holds the interpreter lock. `withBoth` is where a callback
+// turns framework values into Python objects: that copies framework
+// references and reads framework state, which only the activity lock's
+// holder may do, as the counts are not atomic.
 class CallbackLocks {
 public:
-    CallbackLocks() : lock_(unlockActivityLock()), ts_(callbackThreadState()) {
+    CallbackLocks() : CallbackLocks([] {}) {}
+    template <class WithBoth>
+    explicit CallbackLocks(WithBoth&& withBoth) : lock_(checkActivityLock()), ts_(callbackThreadState()) {
         // Only this thread can make its own state current, so the relaxed
         // read answers "mine or not" exactly, as PyGILState_Ensure's does.
         gilHeldBefore_ = __atomic_load_n(&_PyThreadState_Current, __ATOMIC_RELAXED) == ts_;
         if (!gilHeldBefore_) PyEval_RestoreThread(ts_);
+        try {
+            withBoth();
+        } catch (...) {
+            // The caller still holds the activity lock, as it came in.
+            if (!gilHeldBefore_) PyEval_SaveThread();
+            throw;
+        }
+        lock_->unlock();
     }
     ~CallbackLocks() noexcept(false) {
         PyEval_SaveThread();
@@ -56,7 +76,8 @@ public:
     CallbackLocks& operator=(CallbackLocks const&) = delete;
 
 private:
-    static Lock* unlockActivityLock();
+    // The activity lock, when this thread holds it and may release it.
+    static Lock* checkActivityLock();
 
     Lock* lock_;
     PyThreadState* ts_;

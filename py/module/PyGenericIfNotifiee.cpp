@@ -63,9 +63,13 @@ void PyGenericIfNotifiee::onAttribute(ZelAttr const* attr, Ptr<GenericIf const> 
     // Callers pass a real handle; only an empty one is tolerated.
     if (!handlerPtr()->pyObject()) return;
     Ptr<PyObjHandle> handler = this->handler();   // outlives the re-lock
-    CallbackLocks locks;
-    PyObject* name = this->name(attr);
-    PyRef pyValue(name ? GenericIfToPyObject(value) : nullptr);
+    PyObject* name = nullptr;
+    PyObject* converted = nullptr;
+    CallbackLocks locks([&] {
+        name = this->name(attr);
+        if (name) converted = GenericIfToPyObject(value);
+    });
+    PyRef pyValue(converted);
     if (!pyValue) throwNoArguments();
     PyRef result(callHandler(handler->pyObject(), name, pyValue.get()));
     if (!result) {

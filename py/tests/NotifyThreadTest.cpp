@@ -10,6 +10,7 @@
 #include "../module/Module.h"
 #include "../module/PyClockNotifiee.h"
 #include "../module/PyGenericIfNotifiee.h"
+#include "Zel/Activity.h"
 #include "Zel/Entity.h"
 
 namespace Zel {
@@ -120,6 +121,32 @@ TEST_F(NotifyThread, NativeThreadDeliveringManyAttributeNotificationsKeepsOneThr
     PyObject* last = PyList_GetItem(list, PyList_Size(list) - 1);
     EXPECT_STREQ(PyString_AsString(PyTuple_GetItem(last, 0)), "name");
     EXPECT_EQ(PyInt_AsLong(PyTuple_GetItem(last, 1)), 999);
+}
+
+// The value reaches Python as a builtin or as a handle to an entity: both
+// conversions copy framework references, which must happen while the
+// activity lock is still held, or they race with the activity thread's own
+// count changes on the same objects.
+TEST_F(NotifyThread, ValueIsConvertedWhileTheActivityLockIsHeld) {
+    GilEnsure gil;
+    struct Checking {
+        Checking() { enableSmartPtrLockCheck = true; }
+        ~Checking() { enableSmartPtrLockCheck = false; }
+    };
+    uint64_t const failuresBefore = smartPtrLockCheckFailures();
+    {
+        Checking checking;
+        onNativeThread(
+            [&] {
+                Ptr<PyGenericIfNotifiee> n = zelNew<PyGenericIfNotifiee>(nullptr, pairHandle_);
+                n->onAttribute(&Entity::_zelAttrs[0], GenericIfTraits<int32_t>::to(7));
+                Ptr<ActivityConfig> entity = zelNew<ActivityConfig>(Name("converted"));
+                Ptr<GenericIf const> g(entity->fwkType()->genericIf(entity.ptr(), true));
+                n->onAttribute(&Entity::_zelAttrs[0], g);
+            },
+            2);
+    }
+    EXPECT_EQ(smartPtrLockCheckFailures(), failuresBefore);
 }
 
 // A native thread whose state an enclosing PyGILState_Ensure made keeps it

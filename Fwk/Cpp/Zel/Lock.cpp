@@ -3,6 +3,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +15,12 @@
 namespace Zel {
 
 bool enableSmartPtrLockCheck = false;
+
+namespace {
+std::atomic<uint64_t> lockCheckFailures{0};
+} // namespace
+
+uint64_t smartPtrLockCheckFailures() { return lockCheckFailures.load(std::memory_order_relaxed); }
 
 pid_t currentTid() {
     static thread_local pid_t tid = static_cast<pid_t>(syscall(SYS_gettid));
@@ -52,6 +59,7 @@ Lock* ActivityLockAnchor::lock() {
 void smartPtrLockCheckFailed(void const* object) {
     if (VFPtrInterface::enableThreadSafePointers) return;
     if (ActivityLockAnchor::lock()->heldByMe()) return;
+    lockCheckFailures.fetch_add(1, std::memory_order_relaxed);
     // Reporting makes counted objects of its own: do not report those.
     static thread_local bool reporting = false;
     if (reporting) return;

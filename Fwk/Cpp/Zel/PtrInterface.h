@@ -31,6 +31,8 @@ struct ZEL_API VFPtrInterface {
 // that does not hold the activity lock is reported. Off by default.
 ZEL_API extern bool enableSmartPtrLockCheck;
 ZEL_API void smartPtrLockCheckFailed(void const* object);
+// How many count changes the check has found without the activity lock.
+ZEL_API uint64_t smartPtrLockCheckFailures();
 
 // Per-type allocation tracking: one slot per C++ type, holding the type's
 // demangled name and the number of live objects of it.
