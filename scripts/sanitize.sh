@@ -2,8 +2,8 @@
 # Builds the project with AddressSanitizer and UndefinedBehaviorSanitizer
 # in its own tree (build-asan, or $ZEL_ASAN_BUILD) and runs every test:
 # the native tests first, then the Python tests through the launcher.
-# Not part of run-tests.sh or CI: run it by hand. Extra arguments go to
-# both ctest runs (e.g. -R name).
+# The asan stage of ./run-tests.sh; by hand, extra arguments go to both
+# ctest runs (e.g. -R name).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${ZEL_ASAN_BUILD:-$root/build-asan}

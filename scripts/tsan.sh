@@ -20,7 +20,7 @@ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug \
 # Every library and Python module under lib/ too, for the Python run below.
 libs=$(ninja -C "$build" -t targets all | sed -n 's|^\(lib/[^:]*\.so[.0-9]*\): .*|\1|p')
 # shellcheck disable=SC2086  # one target per word
-ninja -C "$build" -j"$jobs" zel_runtime_tests zelpy_tests zeldemo_tests zelagent_tests $libs || exit 1
+ninja -C "$build" -j"$jobs" zel_runtime_tests zelpy_tests zeldemo_tests zelagent_tests zelc zelagent $libs || exit 1
 
 # halt_on_error=0: report every race of a run, not only the first.
 # second_deadlock_stack=1: lock-order reports show where both locks were taken.
@@ -50,9 +50,11 @@ run "$build/bin/zeldemo_tests"
 run "$build/bin/zelagent_tests"
 
 # The Python tests where threads meet both locks: writers, readers, the
-# activity loop, notifications and clock firings into Python at once, and
-# the lock functions and anchors. The interpreter is not instrumented, so
-# the runtime is preloaded before it loads the instrumented modules; it is
+# activity loop, notifications and clock firings into Python at once, the
+# lock functions and anchors, and the soak (all of that with remote
+# commands and handle churn besides; 10 s unless ZEL_SOAK_SECONDS says).
+# The interpreter is not instrumented, so the runtime is preloaded before
+# it loads the instrumented modules; it is
 # started directly rather than through build-tsan/zelpython, as /bin/sh
 # does not survive the preload. A report makes the run exit with 66; the
 # log is searched as well, in case the interpreter's own exit status hides it.
@@ -60,11 +62,11 @@ pylog=$build/tsan-python.log
 # The launcher knows the interpreter and its library path; ask it.
 { read -r python; read -r pylibs; } < <("$build/zelpython" -c \
   'import os, sys; print sys.executable; print os.environ["LD_LIBRARY_PATH"]')
-echo "== python: ${ZEL_TSAN_PY_TESTS:=test_notify_stress test_module_locks}"
+echo "== python: ${ZEL_TSAN_PY_TESTS:=test_notify_stress test_module_locks test_soak}"
 # shellcheck disable=SC2086  # one module per word
 (cd "$root/tests/python" &&
   LD_LIBRARY_PATH="$pylibs" \
-  PYTHONPATH="$build/lib:$root/python" ZEL_BUILD_DIR="$build" \
+  PYTHONPATH="$build/lib:$root/python" ZEL_BUILD_DIR="$build" ZEL_SOAK_SECONDS="${ZEL_SOAK_SECONDS:-10}" \
   LD_PRELOAD="$(gcc -print-file-name=libtsan.so)" \
   "$python" -m unittest $ZEL_TSAN_PY_TESTS) >"$pylog" 2>&1 || status=1
 if grep -q 'WARNING: ThreadSanitizer' "$pylog"; then status=1; fi
