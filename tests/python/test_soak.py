@@ -470,10 +470,24 @@ class Soak(object):
 
     def selfArmingTimer(self, activity, wait):
         """A timer as it is usually written: its handler keeps it, to re-arm
-        it; dropped by its maker, at times after it fired and re-armed."""
-        box = []
-        box.append(Zel.timer(self.guard('churn timer', lambda: box[0].after(REARM)),
-                             at=Zel.now() + REARM, activity=activity))
+        it; dropped by its maker, at times after it fired and re-armed.
+
+        Dropped, it lives on in that cycle until the collector runs, which
+        the loop's own work does not make it do. So it re-arms only until
+        the actors stop: dozens of them re-arming for ever kept the loop
+        from going quiet once one round of their firings took longer than
+        REARM, so that one was always due (under valgrind, on a loaded
+        machine). The firing that finds the actors
+        stopped sets no new wake time, so it must be the last."""
+        box, done = [], []
+
+        def fired():
+            assert not done, 'fired again with no wake time set'
+            if self.stop.is_set():
+                done.append(True)
+            else:
+                box[0].after(REARM)
+        box.append(Zel.timer(self.guard('churn timer', fired), at=Zel.now() + REARM, activity=activity))
         if wait:
             time.sleep(3 * REARM)
 
