@@ -38,8 +38,11 @@ def parse(report, clock="real_time"):
     return samples
 
 
-def run(program, repetitions, min_time, env=None, prefix=(), clock="real_time", timeout=240):
-    """Runs one program; never raises for a missing or failing program."""
+def run(program, repetitions, min_time, env=None, prefix=(), clock="real_time", timeout=240, interleave=False):
+    """Runs one program; never raises for a missing or failing program.
+    With `interleave`, the repetitions of all its cases run in a random
+    order instead of case after case, so a change of load during the run
+    reaches every case alike."""
     if not os.path.exists(program):
         return Result({}, "%s not built" % os.path.basename(program))
     tmp = tempfile.mkdtemp(prefix="zelbench")
@@ -47,6 +50,8 @@ def run(program, repetitions, min_time, env=None, prefix=(), clock="real_time", 
     cmd = list(prefix) + [program, "--benchmark_repetitions=%d" % repetitions, "--benchmark_format=json",
                           "--benchmark_out=" + out, "--benchmark_out_format=json",
                           "--benchmark_min_time=%g" % min_time]
+    if interleave:
+        cmd.append("--benchmark_enable_random_interleaving=true")
     try:
         with open(os.devnull, "w") as devnull:
             try:

@@ -97,7 +97,10 @@ def client_rows(s, env):
     floors, targets = [], []
     for placement, prefix in PLACEMENTS:
         progress("bench_client, %s placement" % placement)
-        result = native.run(os.path.join(s.build, "bin", "bench_client"), s.repeats, s.min_time, env, prefix)
+        # The floor and the round trips it is divided by share the run's
+        # moments of load: their repetitions are interleaved.
+        result = native.run(os.path.join(s.build, "bin", "bench_client"), s.repeats, s.min_time, env, prefix,
+                            interleave=True)
         for key, shown in TRANSPORTS:
             value, note = _sample(result, "BM_PingPong/" + key)
             f4 = floor_row("F4: raw ping-pong %s, %s" % (shown, placement), value, tag="F4 %s %s" % (key, placement),
