@@ -10,7 +10,7 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${ZEL_FUZZ_BUILD:-$root/build-fuzz}
 seconds=${1:-30}
-targets=(fuzz_client_response fuzz_agent_file fuzz_strep_parsers fuzz_py_conversion)
+targets=(fuzz_client_response fuzz_agent_file fuzz_strep_parsers fuzz_py_conversion fuzz_server_frames)
 
 for tool in clang-14 clang++-14; do
   command -v "$tool" >/dev/null || { echo "fuzz: $tool not found (Debian packages clang-14, libclang-rt-14-dev)" >&2; exit 2; }
