@@ -14,6 +14,12 @@
 ZEL_API Zel::Ptr<Zel::GenericIf const> PyObjectToGenericIf_unsafe(PyObject* obj, Zel::ZelType const* type);
 ZEL_API Zel::Ptr<Zel::GenericIf const> PyObjectToGenericIf(PyObject* obj, Zel::ZelType const* type);
 
+// Whether repr() of `obj` stays within `items` items of builtin containers
+// (lists, tuples, dicts, sets), counted as repr() meets them (an item held
+// twice counts twice), nested at most `depth` containers deep. Interpreter
+// lock held.
+bool reprWithin(PyObject* obj, size_t items, size_t depth);
+
 // Framework value -> new Python reference (null with a Python error set).
 // Needs the interpreter lock.
 ZEL_API PyObject* GenericIfToPyObjectInternal(Zel::Ptr<Zel::GenericIf const> const& g, bool useDefault);

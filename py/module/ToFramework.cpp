@@ -19,6 +19,11 @@ using Zel::PyGenericIf::TypeAttributeIdKey;
 
 namespace {
 
+// The most a value kept as its repr() may hold: items of builtin containers
+// as repr() meets them, and nesting (repr() itself stops near 1000).
+constexpr size_t kLiteralItems = 1000000;
+constexpr size_t kLiteralDepth = 1000;
+
 [[noreturn]] void refuse(PyObject* obj, ZelType const* type) { GenericIf_TypeExceptionThrow(obj, type); }
 
 Ptr<GenericIf const> toBuiltin(PyObject* obj, ZelType const* type) {
@@ -164,6 +169,13 @@ Ptr<GenericIf const> PyObjectToGenericIf_unsafe(PyObject* obj, ZelType const* ty
         Expect expect(Exception::idType);
         try {
             if (d.usePythonRepr) {
+                // The value is kept as its repr(); one that would never be
+                // finished (lists holding one another over and over) is
+                // refused rather than attempted.
+                if (!reprWithin(obj, kLiteralItems, kLiteralDepth)) {
+                    PyErr_SetString(PyExc_TypeError, "too large for a Python literal: its repr() would pass 1000000 items or 1000 levels");
+                    return Ptr<GenericIf const>();
+                }
                 PyRef repr(PyObject_Repr(obj));
                 if (!repr) {
                     PyErr_SetString(PyExc_TypeError, "repr failed");

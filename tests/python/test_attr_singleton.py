@@ -27,6 +27,21 @@ class SingletonValues(unittest.TestCase):
             self.assertEqual((name, got), (name, value))
             self.assertEqual(self.obj.rawAttributeSingleton(A(name)), value)
 
+    def test_literal_holds_large_values_but_not_endless_ones(self):
+        big = [range(1000), {"k": (1, 2)}] * 50
+        self.obj.attributeSingletonIs(A("literal"), big)
+        self.assertEqual(self.obj.attributeSingleton(A("literal")), big)
+        # Past a million items as repr() meets them; then one list three
+        # times, 40 deep, whose repr() would hold 3**40 items.
+        shared = []
+        for _ in range(40):
+            shared = [shared] * 3
+        for value in ([range(1000)] * 1001, shared):
+            with self.assertRaises(TypeError) as cm:
+                self.obj.attributeSingletonIs(A("literal"), value)
+            self.assertIn("too large for a Python literal", str(cm.exception))
+            self.assertEqual(self.obj.attributeSingleton(A("literal")), big)
+
     def test_refused_values_name_the_attribute_and_change_nothing(self):
         cases = [("i32", "7", "expected int, got str: '7'"),
                  ("i32", True, "expected int, got bool: True"),

@@ -97,6 +97,30 @@ class MessageHelpers(unittest.TestCase):
         e = raised_by(helper.typeMismatch, BadRepr(), "int")
         self.assertEqual(e.args, ("expected int, got BadRepr: [error getting repr]",))
 
+    def test_type_mismatch_shows_only_a_small_repr(self):
+        # Small values, a cycle and a dict show in full; past 10000 items
+        # counted as repr() meets them, or 200 levels, only the type.
+        loop = [1]
+        loop.append(loop)
+        for value, shown in (([1, (2,), set([3])], "[1, (2,), set([3])]"), (loop, "[1, [...]]"),
+                             ({1: [2]}, "{1: [2]}"), (range(9999), repr(range(9999))),
+                             (range(10000), "[too large to show]"), ({1: range(9998)}, "[too large to show]")):
+            e = raised_by(helper.typeMismatch, value, "int")
+            self.assertEqual(e.args, ("expected int, got %s: %s" % (type(value).__name__, shown),))
+        deep = []
+        for _ in range(199):
+            deep = [deep]
+        self.assertEqual(raised_by(helper.typeMismatch, deep, "int").args[0][-4:], "]]]]")
+        self.assertEqual(raised_by(helper.typeMismatch, [deep], "int").args,
+                         ("expected int, got list: [too large to show]",))
+        # Lists holding one list three times, 40 deep: a repr of 3**40 items
+        # that would never be finished.
+        shared = []
+        for _ in range(40):
+            shared = [shared] * 3
+        e = raised_by(helper.typeMismatch, shared, "int")
+        self.assertEqual(e.args, ("expected int, got list: [too large to show]",))
+
     def test_error_strings_drain_the_pending_error(self):
         t, v, tb = helper.errStrings(KeyError("k"))
         self.assertEqual((t, v, tb), ("<type 'exceptions.KeyError'>", "'k'", "unset"))
