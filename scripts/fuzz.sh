@@ -51,7 +51,7 @@ for t in "${targets[@]}"; do
       echo "fuzz: input that caused it: $f (reproduce: $build/bin/$t $f)" >&2
     done
   else
-    grep -E '^stat::number_of_executed_runs' "$run/$t.log" || true
+    grep -E '^stat::number_of_executed_(runs|units)' "$run/$t.log" || true
   fi
 done
 
