@@ -15,31 +15,7 @@ import unittest
 
 import PyServer
 import _ZelServer
-
-
-def frame(kind, cmd):
-    return kind + struct.pack('>I', len(cmd)) + cmd
-
-
-def recvExactly(s, n):
-    data = ''
-    while len(data) < n:
-        more = s.recv(n - len(data))
-        if not more:
-            raise EOFError('connection closed after %d of %d bytes' % (len(data), n))
-        data += more
-    return data
-
-
-def response(s):
-    head = recvExactly(s, 6)
-    (n,) = struct.unpack('>I', head[:4])
-    return head[4:], recvExactly(s, n - 2)
-
-
-def request(s, kind, cmd):
-    s.sendall(frame(kind, cmd))
-    return response(s)
+from wire import frame, recvExactly, request, response
 
 
 class ServerTest(unittest.TestCase):

@@ -14,7 +14,6 @@ import gc
 import os
 import shutil
 import socket
-import struct
 import subprocess
 import sys
 import tempfile
@@ -29,6 +28,7 @@ import PyServer
 import Zel
 import ZelDemo  # noqa: F401
 import _Zel
+from wire import recvExactly, request
 
 SECONDS = float(os.environ.get('ZEL_SOAK_SECONDS') or 20)
 WARMUP_SECONDS = 1.0
@@ -150,26 +150,6 @@ def owner(name, key):
     if name == 'intf' and '-' in key:
         return 'intf', key.split('-')[0]
     raise AssertionError('unexpected change of %s[%r]' % (name, key))
-
-
-def frame(kind, cmd):
-    return kind + struct.pack('>I', len(cmd)) + cmd
-
-
-def recvExactly(s, n):
-    data = ''
-    while len(data) < n:
-        more = s.recv(n - len(data))
-        if not more:
-            raise EOFError('connection closed after %d of %d bytes' % (len(data), n))
-        data += more
-    return data
-
-
-def request(s, kind, cmd):
-    s.sendall(frame(kind, cmd))
-    head = recvExactly(s, 6)
-    return head[4:], recvExactly(s, struct.unpack('>I', head[:4])[0] - 2)
 
 
 # A remote user's watch on one object, living in the connection's namespace:
