@@ -53,12 +53,13 @@ public:
         if (!gilHeldBefore_) PyEval_RestoreThread(ts_);
         try {
             withBoth();
+            lock_->unlock();
         } catch (...) {
-            // The caller still holds the activity lock, as it came in.
+            // The caller still holds the activity lock, as it came in, and
+            // gets the interpreter lock back as it was.
             if (!gilHeldBefore_) PyEval_SaveThread();
             throw;
         }
-        lock_->unlock();
     }
     ~CallbackLocks() noexcept(false) {
         PyEval_SaveThread();

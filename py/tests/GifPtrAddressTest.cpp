@@ -13,19 +13,6 @@
 namespace Zel {
 namespace {
 
-class GifPtrAddress : public ::testing::Test {
-protected:
-    void SetUp() override {
-        if (!Py_IsInitialized()) {
-            Py_Initialize();
-            PyEval_InitThreads();
-        }
-        GilEnsure gil;
-        PyRef mod(PyImport_ImportModule("_Zel"));
-        ASSERT_TRUE(mod);
-    }
-};
-
 // Framework references are made and dropped with the activity lock held,
 // as _Zel does; only the getter runs without it.
 class Locked {
@@ -42,7 +29,9 @@ private:
     bool taken_;
 };
 
-TEST_F(GifPtrAddress, ReadsWithTheLockCheckOnAndLeavesItOn) {
+// The binary's Python environment (ConvertTest.cpp) has made the
+// interpreter and imported _Zel.
+TEST(GifPtrAddress, ReadsWithTheLockCheckOnAndLeavesItOn) {
     GilEnsure gil;
     Ptr<ActivityConfig> entity;
     PyObject* object;
