@@ -467,7 +467,10 @@ class Soak(object):
                 done.append(True)
             else:
                 box[0].after(REARM)
-        box.append(Zel.timer(self.guard('churn timer', fired), at=Zel.now() + REARM, activity=activity))
+        # Stored before it is armed: armed at once, it could fire on the
+        # loop's thread before the maker had stored it to re-arm.
+        box.append(Zel.timer(self.guard('churn timer', fired), at=Zel.now() + HANG, activity=activity))
+        box[0].after(REARM)
         if wait:
             time.sleep(3 * REARM)
 
