@@ -22,7 +22,7 @@
 #include <string>
 #include <vector>
 
-#include "../py/module/Convert.h"
+#include "module/convert/Convert.h"
 #include "PyValueBuilder.h"
 #include "Zel/PtrInterface.h"
 

@@ -13,8 +13,8 @@
 #include <cstring>
 #include <memory>
 
-#include "../py/module/DefaultAttributeData.h"
-#include "../py/module/TypeAttributeIdKey.h"
+#include "module/mapping/DefaultAttributeData.h"
+#include "module/mapping/TypeAttributeIdKey.h"
 #include "Zel/GenericIf.h"
 #include "Zel/TypeOps.h"
 

@@ -1,6 +1,6 @@
 // What every part of the server_frames harness shares: how a finding is
 // reported, bytes shown readably, and the owners of a Python reference and
-// of a descriptor.
+// of a descriptor (the runtime's and the module's own).
 #pragma once
 
 #define PY_SSIZE_T_CLEAN   // "#" formats take Py_ssize_t
@@ -15,13 +15,15 @@
 #include <string_view>
 #include <utility>
 
-#include "../../py/server/PyRef.h"
+#include "Zel/Fd.h"
+#include "support/PyRef.h"
 
 namespace zelfuzz::serverframes {
 
 using namespace std::literals;
 using Clock = std::chrono::steady_clock;
-using ZelServer::PyRef;
+using Zel::Fd;
+using Zel::PyRef;
 
 [[noreturn]] inline void finding(std::string const& what) {
     std::fprintf(stderr, "fuzz_server_frames: %s\n", what.c_str());
@@ -58,31 +60,5 @@ inline std::string_view lastLine(std::string_view text) {
     }
     return {};
 }
-
-// Movable, unlike Zel::Fd: a connection's socket moves with it.
-class Fd {
-public:
-    Fd() = default;
-    explicit Fd(int fd) : fd_(fd) {}
-    ~Fd() { reset(); }
-    Fd(Fd&& o) noexcept : fd_(std::exchange(o.fd_, -1)) {}
-    Fd& operator=(Fd&& o) noexcept {
-        if (this != &o) {
-            reset();
-            fd_ = std::exchange(o.fd_, -1);
-        }
-        return *this;
-    }
-    Fd(Fd const&) = delete;
-    Fd& operator=(Fd const&) = delete;
-    int get() const { return fd_; }
-    void reset() {
-        if (fd_ >= 0) ::close(fd_);
-        fd_ = -1;
-    }
-
-private:
-    int fd_ = -1;
-};
 
 } // namespace zelfuzz::serverframes

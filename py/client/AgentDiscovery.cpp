@@ -12,7 +12,7 @@
 #include <cstring>
 
 #include "ClientTrace.h"
-#include "Fd.h"
+#include "Zel/Fd.h"
 #include "Zel/Exception.h"
 
 namespace Zel {

@@ -54,7 +54,7 @@ int PyClient::remoteCmd(char const* cmd, char const* kind, char* resultBuf, int 
     for (int attempts = 2;;) {
         try {
             Expect expect(Exception::idRpcConnection, Exception::idErrno);
-            socketSend(socket_, frame, frameLen, 0);
+            socketSend(socket_.get(), frame, frameLen, 0);
             return result(resultBuf, resultSize);
         } catch (ErrnoException const& e) {
             lastMessage = e.message();
@@ -83,7 +83,7 @@ int PyClient::remoteCmd(char const* cmd, char const* kind, char* resultBuf, int 
 
 int PyClient::result(char* buf, int bufSize) {
     unsigned char header[6];
-    if (socketRecv(socket_, reinterpret_cast<char*>(header), 6, true) < 6) {
+    if (socketRecv(socket_.get(), reinterpret_cast<char*>(header), 6, true) < 6) {
         // Nothing, or a header cut short: either way the peer has gone.
         throw RpcConnectionException("Peer of PyClient shut down the socket", Exception::IdBitArray());
     }
@@ -93,7 +93,7 @@ int PyClient::result(char* buf, int bufSize) {
     int n = 0;
     if (len - 1 <= bufSize) {
         if (len > 2) {
-            n = socketRecv(socket_, buf, static_cast<int>(len - 2), true);
+            n = socketRecv(socket_.get(), buf, static_cast<int>(len - 2), true);
             buf[n] = 0;
         } else if (bufSize > 0) {
             buf[0] = 0;
@@ -110,7 +110,7 @@ int PyClient::result(char* buf, int bufSize) {
         }
         int64_t remaining = len - bufSize - 1;
         if (bufSize > 1) {
-            n = socketRecv(socket_, buf, bufSize - 1, true);
+            n = socketRecv(socket_.get(), buf, bufSize - 1, true);
             buf[n] = 0;
         } else {
             buf[0] = 0;
@@ -122,7 +122,7 @@ int PyClient::result(char* buf, int bufSize) {
                 << "The original exception follows:\n";
         while (remaining > 0) {
             message.write(buf, n);
-            n = socketRecv(socket_, buf, bufSize, false);
+            n = socketRecv(socket_.get(), buf, bufSize, false);
             if (n == 0) break;
             // The chunk that empties the socket is not appended.
             remaining -= n;

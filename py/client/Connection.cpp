@@ -12,7 +12,7 @@
 #include <iostream>
 
 #include "ClientTrace.h"
-#include "Fd.h"
+#include "Zel/Fd.h"
 #include "Zel/Exception.h"
 #include "Zel/Format.h"
 #include "ZelPy/PyObjHandle.h"
@@ -51,16 +51,12 @@ PyClient::PyClient(String8 socketName, char mode, char const* initCommand)
       initCommand_(initCommand), mode_(mode) {}
 
 PyClient::~PyClient() {
-    if (socket_ >= 0) {
-        ::shutdown(socket_, SHUT_RDWR);
-        ::close(socket_);
-    }
+    if (socket_.valid()) ::shutdown(socket_.get(), SHUT_RDWR);
     localServer_.reset();
 }
 
 void PyClient::closeSocket() {
-    if (socket_ >= 0) ::close(socket_);
-    socket_ = -1;
+    socket_.reset();
 }
 
 void PyClient::retryProfileIs(unsigned const* profile) { retryProfile_ = profile; }
@@ -164,13 +160,13 @@ int PyClient::connect(PyServerContacts* contacts) {
     socketSend(fd.get(), greeting, 2, 0);
     char reply[4];
     socketRecv(fd.get(), reply, 4, true);   // the server's business; not interpreted
-    socket_ = fd.release();
+    socket_ = std::move(fd);
     if (!contacts->socketName.empty()) {
         PYCLIENT_TRACE(1, "connect", "Connected to socket " << contacts->socketName);
     } else {
         PYCLIENT_TRACE(1, "connect", "Connected to port " << contacts->port);
     }
-    return socket_;
+    return socket_.get();
 }
 
 } // namespace Zel

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "../GilState.h"
+#include "support/Gil.h"
 #include "ClientTrace.h"
 #include "Zel/Exception.h"
 #include "ZelPy/PyObjHandle.h"
@@ -79,7 +79,7 @@ void PyClient::constructLocalServer() {
 
 int PyClient::localCmd(char const* cmd, char const* kind, char* result, int resultSize) {
     PYCLIENT_TRACE(1, "localCmd", "Executing command locally (in same address space)");
-    GilState gil;
+    GilEnsure gil;
     if (!localServer_) constructLocalServer();
     char const* name = std::strcmp(kind, "?1") == 0 ? "doEval" : "doExec";
 

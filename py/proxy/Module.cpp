@@ -1,7 +1,7 @@
 // init_ZelProxy: the small native module of the Zel package's proxies. It
 // lives in libZelPy beside _Zel (reachable as _ZelProxy.so, the same file)
 // because its descriptors call _Zel's attribute operations directly.
-#include "../module/Module.h"
+#include "module/core/Module.h"
 
 extern PyTypeObject ZelProxy_SingletonAttr_Type;
 

@@ -5,7 +5,7 @@
 // call instead of a Python getter around a method call; results and
 // errors are exactly those of attributeSingleton, attributeSingletonIs
 // and attributeSingletonDel.
-#include "../module/Module.h"
+#include "module/core/Module.h"
 
 #include <structmember.h>   // after Python.h, which Module.h includes
 

@@ -12,9 +12,11 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "PyRef.h"
+#include "support/PyRef.h"
 
 namespace ZelServer {
+
+using Zel::PyRef;
 
 class CodeCache {
 public:

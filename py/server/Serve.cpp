@@ -8,10 +8,13 @@
 #include <cerrno>
 
 #include "FrameBuffer.h"
-#include "Gil.h"
+#include "support/Gil.h"
 #include "Reply.h"
 
 namespace ZelServer {
+
+using Zel::HeldGil;
+using Zel::ReleasedGil;
 
 namespace {
 

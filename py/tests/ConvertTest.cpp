@@ -6,8 +6,8 @@
 #include <functional>
 #include <string>
 
-#include "../module/Convert.h"
-#include "../module/Mapping.h"
+#include "module/convert/Convert.h"
+#include "module/mapping/Mapping.h"
 #include "Zel/Attr.h"
 #include "Zel/TypeOps.h"
 #include "Zel/Values.h"

@@ -6,7 +6,7 @@
 // all is a data race, which the soak test shows under ThreadSanitizer).
 #include <gtest/gtest.h>
 
-#include "../module/Module.h"
+#include "module/core/Module.h"
 #include "Zel/Activity.h"
 #include "Zel/Entity.h"
 

@@ -7,9 +7,9 @@
 #include <future>
 #include <thread>
 
-#include "../module/Module.h"
-#include "../module/PyClockNotifiee.h"
-#include "../module/PyGenericIfNotifiee.h"
+#include "module/core/Module.h"
+#include "module/notify/PyClockNotifiee.h"
+#include "module/notify/PyGenericIfNotifiee.h"
 #include "Zel/Activity.h"
 #include "Zel/Entity.h"
 

@@ -8,19 +8,6 @@ namespace Zel {
 
 namespace {
 
-// Takes the activity lock for a scope unless this thread already holds it.
-class HoldActivityLock {
-public:
-    HoldActivityLock() : took_(ActivityLockAnchor::lock()->lock()) {}
-    ~HoldActivityLock() {
-        if (took_) ActivityLockAnchor::lock()->unlock();
-    }
-    HoldActivityLock(HoldActivityLock const&) = delete;
-    HoldActivityLock& operator=(HoldActivityLock const&) = delete;
-private:
-    bool took_;
-};
-
 Ptr<Clock> theClock(Name const&) { return Clock::clock(); }
 
 } // namespace
@@ -42,7 +29,7 @@ Clock::NotifieeConst::~NotifieeConst() {
     // The loop may be about to fire this notifiee: cancel under the
     // activity lock, which the loop holds while it fires.
     if (everScheduled_) {
-        HoldActivityLock lock;
+        ActivityLockScope lock;
         ActivityLoop::instance().timerDel(this);
     }
 }

@@ -48,6 +48,21 @@ public:
     static Lock* lock();
 };
 
+// Holds the activity lock for a scope, taking it unless this thread
+// already holds it (then it is left held at the end, as found).
+class ActivityLockScope {
+public:
+    ActivityLockScope() : took_(ActivityLockAnchor::lock()->lock()) {}
+    ~ActivityLockScope() {
+        if (took_) ActivityLockAnchor::lock()->unlock();
+    }
+    ActivityLockScope(ActivityLockScope const&) = delete;
+    ActivityLockScope& operator=(ActivityLockScope const&) = delete;
+
+private:
+    bool took_;
+};
+
 // The calling thread's kernel thread id.
 ZEL_API pid_t currentTid();
 

@@ -8,23 +8,6 @@
 
 namespace Zel {
 
-namespace {
-
-// Takes the activity lock for a scope unless this thread already holds it.
-class ActivityLockScope {
-public:
-    ActivityLockScope() : took_(ActivityLockAnchor::lock()->lock()) {}
-    ~ActivityLockScope() {
-        if (took_) ActivityLockAnchor::lock()->unlock();
-    }
-    ActivityLockScope(ActivityLockScope const&) = delete;
-    ActivityLockScope& operator=(ActivityLockScope const&) = delete;
-private:
-    bool took_;
-};
-
-} // namespace
-
 PtrInterface::NotifieeConst::~NotifieeConst() {
     // The loop may be about to deliver to this notifiee: drop its entry
     // under the activity lock, which the loop holds while it delivers.

@@ -1,13 +1,12 @@
 #include "Zel/PtrInterface.h"
 
-#include <cxxabi.h>
-
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include "Zel/Demangle.h"
 #include "Zel/Exception.h"
 
 namespace Zel {
@@ -58,19 +57,11 @@ TrackTable& table() {
     return *t;
 }
 
-std::string demangle(char const* mangled) {
-    int status = 0;
-    char* d = abi::__cxa_demangle(mangled, nullptr, nullptr, &status);
-    std::string r = (status == 0 && d) ? d : mangled;
-    std::free(d);
-    return r;
-}
-
 } // namespace
 
 uint32_t zelAllocTrackTypeInfo_(std::type_info const& info, size_t size) {
     TrackTable& t = table();
-    std::string name = demangle(info.name());
+    std::string name = demangledName(info).c_str();
     std::lock_guard<std::mutex> g(t.mutex);
     uint32_t n = t.count.load(std::memory_order_relaxed);
     for (uint32_t i = 1; i < n; ++i) {

@@ -13,6 +13,7 @@
 
 #include <cstdint>
 
+#include "Zel/Fd.h"
 #include "Zel/PtrInterface.h"
 #include "Zel/String8.h"
 #include "Zel/Visibility.h"
@@ -91,7 +92,7 @@ public:
     String8 const& serverName() const { return serverName_; }
     int32_t port() const { return port_; }
     String8 const& socketName() const { return socketName_; }
-    int socket() const { return socket_; }
+    int socket() const { return socket_.get(); }
     bool connected() const { return connected_; }
     bool sameProcess() const { return sameProcess_; }
     char mode() const { return mode_; }
@@ -108,7 +109,7 @@ private:
     int32_t port_ = 0;
     String8 socketName_;
     String8 initCommand_;
-    int socket_ = -1;
+    Fd socket_;
     bool connected_ = false;
     bool sameProcess_ = false;
     char mode_;

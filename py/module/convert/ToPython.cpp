@@ -1,0 +1,104 @@
+// Framework value -> Python object: scalars and strings for builtins and the
+// string-like values, enumerator names, the default attribute where a type
+// uses it for accessors, else a GifPtr handle.
+#include "module/convert/Convert.h"
+
+#include <frameobject.h>
+
+#include <cstdint>
+
+#include "module/mapping/Mapping.h"
+#include "module/convert/NativeValue.h"
+#include "Zel/Builtin.h"
+#include "Zel/Values.h"
+
+using namespace Zel;
+using Zel::PyGenericIf::DefaultAttributeData;
+using Zel::PyGenericIf::FwkPyGenericIfMapping;
+using Zel::PyGenericIf::TypeAttributeIdKey;
+
+namespace {
+
+PyObject* fromBuiltin(GenericIf const& g) {
+    PyObject* result = nullptr;
+    if (native::visitBuiltin(g.type(), [&](auto tag) {
+            using T = typename decltype(tag)::type;
+            result = native::toPython(*static_cast<T const*>(g.valuePtr()));
+            return true;
+        })) {
+        return result;
+    }
+    PyErr_SetString(PyExc_TypeError, "Returning an unimplemented builtin type");
+    return nullptr;
+}
+
+PyObject* stringAttr(GenericIf const& g, char const* name) {
+    Ptr<GenericIf const> v = g.type()->attr(name)->genericIfGet(&g, nullptr);
+    return FwkPy_String_FromString(*v->attrValPtr<String8>());
+}
+
+// The globals that a repr-style default attribute is evaluated in: those of
+// the caller's caller, as the value is normally read two frames below the
+// user's code; with a shallower stack the current frame's, then __main__'s.
+PyObject* reprGlobals() {
+    PyFrameObject* f = PyEval_GetFrame();
+    if (f && f->f_back && f->f_back->f_back) return f->f_back->f_back->f_globals;
+    if (f) return f->f_globals;
+    PyObject* main = PyImport_AddModule("__main__");   // borrowed
+    return main ? PyModule_GetDict(main) : nullptr;
+}
+
+PyObject* evalRepr(String8 const& text) {
+    PyObject* globals = reprGlobals();
+    if (!globals) return nullptr;
+    PyObject* locals = PyEval_GetLocals();
+    return PyRun_StringFlags(text.c_str(), Py_eval_input, globals, locals ? locals : globals, nullptr);
+}
+
+} // namespace
+
+PyObject* FwkPy_String_FromString(String8 const& s) {
+    return PyString_FromStringAndSize(s.data(), static_cast<Py_ssize_t>(s.size()));
+}
+
+PyObject* GenericIfToPyObjectInternal(Ptr<GenericIf const> const& g, bool useDefault) {
+    if (!g) Py_RETURN_NONE;
+    ZelType const* t = g->type();
+    if (t->hasOwnPtrInterface() && !g->valuePtr()) Py_RETURN_NONE;
+    if (t->isBuiltinType()) return fromBuiltin(*g);
+    if (t == &EntityUri::_zelType || t == &EntityUriPath::_zelType) return stringAttr(*g, "str");
+    if (t == &Name::_zelType) return stringAttr(*g, "value");
+    if (t->isEnumType()) {
+        int32_t v = *static_cast<int32_t const*>(g->valuePtr());
+        if (Ptr<PyObjHandle> h = FwkPyGenericIfMapping::global()->attributeData(TypeAttributeIdKey(t, v))) {
+            PyObject* name = h->pyObject();
+            Py_INCREF(name);
+            return name;
+        }
+        return PyString_FromFormat("%s(%d)", t->name(), static_cast<int>(v));
+    }
+    FwkPyGenericIfMapping* mapping = FwkPyGenericIfMapping::global();
+    DefaultAttributeData d = mapping->defaultAttributeData(t);
+    if (!d.valid) {
+        PyErr_SetString(PyExc_TypeError, d.errorMessage.c_str());
+        return nullptr;
+    }
+    if (!useDefault || !d.defaultType || !d.defaultAttributeUsedForAccessor) return MakeFwkPyGenericIf(g);
+    if (d.defaultId == 0) {
+        // Resolved by name once per type.
+        ZelAttr const* byName = d.defaultAttr ? t->attr(d.defaultAttr->name()) : nullptr;
+        if (!byName) return MakeFwkPyGenericIf(g);
+        d.defaultId = byName->attributeId();
+        mapping->defaultAttributeDataIs(t, d);
+    }
+    ZelAttr const* attr = t->attr(d.defaultId);
+    if (!attr) return MakeFwkPyGenericIf(g);
+    Ptr<GenericIf const> value = attr->genericIfGet(g.ptr(), nullptr);
+    if (d.usePythonRepr) return evalRepr(*value->attrValPtr<String8>());
+    return GenericIfToPyObject(value);
+}
+
+PyObject* GenericIfToPyObject(Ptr<GenericIf const> const& g) {
+    Ptr<GenericIf const> held(g);
+    return GenericIfToPyObjectInternal(held, true);
+}

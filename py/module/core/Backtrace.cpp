@@ -1,0 +1,131 @@
+// Backtrace objects: a framework native stack record, rendered as symbols.
+#include "module/core/Module.h"
+
+#include <execinfo.h>
+#include <structmember.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+
+
+namespace {
+
+struct PyBacktrace {
+    PyObject_HEAD
+    Zel::Ptr<Zel::Backtrace> backtrace;
+    PyObject* what;
+};
+
+PyObject* PyBacktrace_new(PyTypeObject* type, PyObject*, PyObject*) {
+    auto* self = reinterpret_cast<PyBacktrace*>(type->tp_alloc(type, 0));
+    if (!self) return nullptr;
+    new (&self->backtrace) Zel::Ptr<Zel::Backtrace>();
+    self->what = nullptr;
+    return reinterpret_cast<PyObject*>(self);
+}
+
+void PyBacktrace_dealloc(PyObject* obj) {
+    auto* self = reinterpret_cast<PyBacktrace*>(obj);
+    self->backtrace.~Ptr();
+    Py_XDECREF(self->what);
+    Py_TYPE(obj)->tp_free(obj);
+}
+
+PyObject* PyBacktrace_repr(PyObject* obj) {
+    auto* self = reinterpret_cast<PyBacktrace*>(obj);
+    char buf[300];
+    char const* what = self->what && PyString_Check(self->what) ? PyString_AS_STRING(self->what)
+                                                               : "<unknown exception>";
+    std::snprintf(buf, sizeof buf, "<backtrace for \"%.300s\" with %d frames>", what,
+                  self->backtrace ? self->backtrace->frames() : 0);
+    return PyString_FromString(buf);
+}
+
+PyObject* PyBacktrace_grab(PyObject* obj, PyObject*) {
+    auto* self = reinterpret_cast<PyBacktrace*>(obj);
+    try {
+        Zel::Ptr<Zel::Backtrace> b = Zel::Backtrace::BacktraceIs(0, 2);
+        // A Backtrace is grabbed once in practice; a record replaced by a
+        // second grab is left as it is rather than released.
+        (void)self->backtrace.release();
+        self->backtrace = std::move(b);
+    } catch (...) {
+        Zel::translateCppExceptionToPython();
+        return nullptr;
+    }
+    Py_RETURN_NONE;
+}
+
+PyObject* noMemory() {
+    PyErr_SetString(PyExc_MemoryError, "unable to allocate memory for backtrace");
+    return nullptr;
+}
+
+PyObject* PyBacktrace_frames(PyObject* obj, PyObject*) {
+    auto* self = reinterpret_cast<PyBacktrace*>(obj);
+    Zel::PyRef list(PyList_New(0));
+    if (!list) return noMemory();
+    if (!self->backtrace) return list.release();
+    int const count = self->backtrace->frames();
+    char** symbols = backtrace_symbols(self->backtrace->addresses(), count);
+    if (!symbols) return noMemory();
+    struct Free {
+        char** p;
+        ~Free() { std::free(p); }
+    } freeSymbols{symbols};
+    for (int i = 0; i < count; ++i) {
+        Zel::PyRef s(PyString_FromString(symbols[i]));
+        if (!s || PyList_Append(list.get(), s.get()) < 0) return noMemory();
+    }
+    return list.release();
+}
+
+PyMethodDef PyBacktrace_methods[] = {
+    {"grab", PyBacktrace_grab, METH_NOARGS, "grab a backtrace"},
+    {"frames", PyBacktrace_frames, METH_NOARGS, "return stack frames"},
+    {nullptr, nullptr, 0, nullptr},
+};
+
+PyMemberDef PyBacktrace_members[] = {
+    {const_cast<char*>("what"), T_OBJECT, offsetof(PyBacktrace, what), READONLY, nullptr},
+    {nullptr, 0, 0, 0, nullptr},
+};
+
+PyTypeObject PyBacktrace_Type = [] {
+    PyTypeObject t{};
+    Py_REFCNT(&t) = 1;
+    t.tp_name = "Backtrace";
+    t.tp_basicsize = sizeof(PyBacktrace);
+    t.tp_dealloc = PyBacktrace_dealloc;
+    t.tp_repr = PyBacktrace_repr;
+    t.tp_flags = Py_TPFLAGS_DEFAULT;
+    t.tp_doc = "PyBacktrace objects";
+    t.tp_methods = PyBacktrace_methods;
+    t.tp_members = PyBacktrace_members;
+    t.tp_new = PyBacktrace_new;
+    return t;
+}();
+
+} // namespace
+
+PyObject* PyBacktrace_FromBacktrace(Zel::Ptr<Zel::Backtrace> const& backtrace, PyObject* what) {
+    auto* self = reinterpret_cast<PyBacktrace*>(PyType_GenericAlloc(&PyBacktrace_Type, 0));
+    if (!self) return nullptr;
+    new (&self->backtrace) Zel::Ptr<Zel::Backtrace>(backtrace);
+    Py_XINCREF(what);
+    self->what = what;
+    return reinterpret_cast<PyObject*>(self);
+}
+
+void initBacktrace(PyObject* module) {
+    static bool done = false;
+    if (done) return;
+    if (PyType_Ready(&PyBacktrace_Type) < 0) {
+        PyErr_Clear();
+        return;
+    }
+    Py_INCREF(&PyBacktrace_Type);
+    PyModule_AddObject(module, "Backtrace", reinterpret_cast<PyObject*>(&PyBacktrace_Type));
+    done = true;
+}

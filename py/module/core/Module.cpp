@@ -1,0 +1,87 @@
+// init_Zel: the _Zel module's types, function table, constants and the
+// process hooks it installs (SIGINT, crash backtrace).
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+
+#include "module/core/Module.h"
+#include "Zel/Activity.h"
+
+namespace {
+
+using SignalHandler = void (*)(int);
+
+// Python's own SIGINT handler, chained after the activity loop is told to stop.
+SignalHandler previousSigint = nullptr;
+
+void sigintHandler(int sig) {
+    try {
+        Zel::ActivityFacility::activityManagerConfig()->stopOnQuiesceIs(true);
+    } catch (...) {
+        // Nothing can be reported from signal context; the chained handler
+        // still raises KeyboardInterrupt.
+    }
+    if (previousSigint) previousSigint(sig);
+}
+
+// Entries join this table as the module's operations are built; the
+// documentation strings are part of the module's interface.
+PyMethodDef moduleFunctions[] = {
+    {"globalDir", PyZel_globalDir, METH_NOARGS, "The global root Dir"},
+    {"globalNboAttrLogConnectionDir", PyZel_globalNboAttrLogConnectionDir, METH_NOARGS,
+     "The global Zel::ConnectionDir"},
+    {"globalNboAttrLogDemuxerManager", PyZel_globalNboAttrLogDemuxerManager, METH_NOARGS,
+     "The global Zel::NboAttrLog::DemuxerManager"},
+    {"trace_h", PyZel_trace_h, METH_VARARGS, "trace a message"},
+    {"setproctitle", PyZel_setproctitle, METH_VARARGS, "set the process title"},
+    {"setexternalinfo", PyZel_setexternalinfo, METH_VARARGS, "set the external info for passive mount"},
+    {"printexternalinfo", PyZel_printexternalinfo, METH_VARARGS, "print the external info for passive mount"},
+    {"traceLineSuppressed", PyZel_traceLineSuppressed, METH_VARARGS,
+     "determine if a tracing level is currently suppressed"},
+    {"acquireActivityLock", PyZel_acquireActivityLock, METH_NOARGS, "Acquire the global activity lock"},
+    {"releaseActivityLock", PyZel_releaseActivityLock, METH_NOARGS, "Release the global activity lock"},
+    {"activityLockOwner", PyZel_activityLockOwner, METH_NOARGS, "owner of the activity lock"},
+    {"enableThreadSafePointers", PyZel_enableThreadSafePointers, METH_NOARGS, "enable atomic smart pointers"},
+    {"activityManagerExecTimeIs", PyZel_activityManagerExecTimeIs, METH_VARARGS,
+     "Run activities for an interval of time"},
+    {"singleton", PyZel_singleton, METH_VARARGS, "Look up a singleton by type name"},
+    {"handle", PyZel_handle, METH_VARARGS, "Create a PyObject handle"},
+    {"nullGenericIf", PyZel_nullGenericIf, METH_NOARGS,
+     "Create a new genericIf instance for a NULL pointer. Return a GifPtr"},
+    {"newGenericIf", PyZel_newGenericIf, METH_VARARGS,
+     "Create a new genericIf instance from a typename and constructor args. Return a GifPtr"},
+    {"typeNode", PyZel_typeNode, METH_VARARGS, "Return the Zel::ZelType object with the specified name"},
+    {nullptr, nullptr, 0, nullptr},
+};
+
+} // namespace
+
+extern "C" void init_Zel() {
+    for (PyTypeObject* t : {&PyZelType_Type, &PyZelAttr_Type, &FwkPyGenericIfIterator_Type, &FwkPyGenericIf_Type}) {
+        if (PyType_Ready(t) < 0) return;
+    }
+    PyObject* module = Py_InitModule4("_Zel", moduleFunctions, "Module providing access to Zel types", nullptr,
+                                      1013);
+    if (!module) return;
+
+    // Checked only now, with the module made: a mismatch ends the process.
+    char const* version = Py_GetVersion();
+    if (version[0] != '2' || version[1] == '\0' || version[2] != '7') {
+        std::fprintf(stderr, "This library requires Python %d.%d, not Python %d.%d\n", 2, 7, version[0] - '0',
+                     version[1] ? version[2] - '0' : 0);
+        std::exit(1);
+    }
+
+    Py_INCREF(&FwkPyGenericIf_Type);
+    PyModule_AddObject(module, "GifPtr", reinterpret_cast<PyObject*>(&FwkPyGenericIf_Type));
+    PyModule_AddIntConstant(module, "IteratorModeKeys", 0);
+    PyModule_AddIntConstant(module, "IteratorModeValues", 1);
+    PyModule_AddIntConstant(module, "IteratorModeItems", 2);
+    initBacktrace(module);
+
+    previousSigint = std::signal(SIGINT, sigintHandler);
+
+    // A second initialisation in one process is a fatal misuse.
+    ZELPY_CHECK(!printBacktraceFn);
+    printBacktraceFn = printPythonBacktrace;
+}
