@@ -27,13 +27,12 @@ import sys
 import threading
 import traceback
 
+# The protocol's constants, also read from this module; the native serving
+# loop does the framing.
+from ZelWire import GREETING_REPLY, KIND_EVAL, KIND_EXEC, MAX_COMMAND, MAX_FRAME  # noqa: F401
+
 __all__ = ['PyServer', '_LocalServer', 'agentsDir']
 
-KIND_EVAL = '?1'
-KIND_EXEC = '?2'
-MAX_FRAME = 4095            # kind + length + command
-MAX_COMMAND = MAX_FRAME - 6
-GREETING_REPLY = 'ZPS1'     # four bytes; clients do not interpret them
 SO_PEERCRED = getattr(socket, 'SO_PEERCRED', 17)
 
 # Commands that print are captured by swapping sys.stdout: one at a time

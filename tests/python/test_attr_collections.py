@@ -1,21 +1,16 @@
-"""Collection attribute methods and iteration of _Zel.GifPtr on Demo::Switch."""
+"""Collection and function attributes of _Zel.GifPtr handles on
+Demo::Switch: keyed, instantiating, automatic-key and queue collections,
+iteration, and function calls, with the refusals at the edges of the
+direct path for builtin keys and arguments."""
 import unittest
 
 import Zel  # noqa: F401
 import ZelDemo  # noqa: F401
 import _Zel
+from zelsupport import drain
 
 T = _Zel.typeNode("Demo::Switch")
 A = T.attr
-
-
-def drain(it):
-    out = []
-    while True:
-        try:
-            out.append(next(it))
-        except StopIteration:
-            return out
 
 
 class Collections(unittest.TestCase):
@@ -30,10 +25,10 @@ class Collections(unittest.TestCase):
         self.assertIsInstance(v0, long)
         self.assertGreater(self.sw.attributeVersion(vlan), v0)
         members = self.sw.attributeMembers(vlan)
-        self.assertIsInstance(members, long)
-        self.assertEqual(members, 3)
+        self.assertEqual((type(members), members), (long, 3))
         for lookup in (self.sw.attributeCollection, self.sw.rawAttributeCollection, self.sw.attributeCollectionVal):
             self.assertEqual(lookup(vlan, 20), "twenty")
+            self.assertEqual(lookup(vlan, 20L), "twenty")
             with self.assertRaises(KeyError) as cm:
                 lookup(vlan, 5)
             self.assertEqual(cm.exception.args, (5,))
@@ -41,26 +36,19 @@ class Collections(unittest.TestCase):
         self.assertIsNone(self.sw.attributeCollectionDel(vlan, 10))
         self.assertEqual(self.sw.attributeMembers(vlan), 2)
 
-    def test_key_of_the_wrong_type_is_refused_with_the_index_prefix(self):
-        for call in (lambda: self.sw.attributeCollectionExist(A("vlan"), "5"),
-                     lambda: self.sw.attributeCollection(A("vlan"), "5"),
-                     lambda: self.sw.attributeCollectionDel(A("vlan"), "5"),
-                     lambda: self.sw.attributeCollectionIs(A("vlan"), "5", "x")):
-            with self.assertRaises(TypeError) as cm:
-                call()
-            self.assertEqual(str(cm.exception),
-                             'Demo::Switch.vlan: index type : Zel::TypeException("expected int, got str: \'5\'")')
+    def test_keys_and_values_of_the_wrong_type_are_refused(self):
+        vlan = A("vlan")
+        for call in (self.sw.attributeCollectionExist, self.sw.attributeCollection, self.sw.attributeCollectionDel,
+                     lambda a, k: self.sw.attributeCollectionIs(a, k, "x")):
+            for key, got in (("5", "str: '5'"), (2 ** 40, "int: 1099511627776"), (True, "bool: True")):
+                with self.assertRaises(TypeError) as cm:
+                    call(vlan, key)
+                self.assertEqual(str(cm.exception),
+                                 'Demo::Switch.vlan: index type : Zel::TypeException("expected int, got %s")' % got)
         with self.assertRaises(TypeError) as cm:
-            self.sw.attributeCollectionIs(A("vlan"), 1, 2)
-        self.assertEqual(str(cm.exception),
-                         'Demo::Switch.vlan: Zel::TypeException("expected Zel::String, got int: 2")')
-        self.assertEqual(self.sw.attributeMembers(A("vlan")), 0)
-        with self.assertRaises(TypeError) as cm:
-            self.sw.attributeCollection("vlan", 1)
-        self.assertEqual(str(cm.exception), "Expected a _Zel.ZelAttr")
-        with self.assertRaises(TypeError) as cm:
-            self.sw.attributeCollectionExist(A("vlan"))
-        self.assertIn("attributeCollection()", str(cm.exception))
+            self.sw.attributeCollectionIs(vlan, 1, 2)
+        self.assertEqual(str(cm.exception), 'Demo::Switch.vlan: Zel::TypeException("expected Zel::String, got int: 2")')
+        self.assertEqual(self.sw.attributeMembers(vlan), 0)
 
     def test_instantiating_collections(self):
         intf = A("intf")
@@ -68,7 +56,8 @@ class Collections(unittest.TestCase):
         self.assertEqual(made.typeName(), "Demo::Interface")
         self.sw.attributeCollectionIs(intf, None, ("eth1",))
         self.assertEqual(self.sw.rawAttributeCollection(intf, "eth0").ptr, made.ptr)
-        self.assertEqual(self.sw.attributeFunction(A("interfaceCount"), ()), 2)
+        (key, value), _ = drain(self.sw.attributeIter(intf, _Zel.IteratorModeItems))
+        self.assertEqual((key, type(value), value.typeName()), ("eth0", _Zel.GifPtr, "Demo::Interface"))
         with self.assertRaises(AttributeError) as cm:
             self.sw.attributeCollectionIs(intf, "eth2", ("eth2",))
         self.assertEqual(str(cm.exception),
@@ -99,37 +88,64 @@ class Collections(unittest.TestCase):
                         str(cm.exception))
         self.assertFalse(self.sw.attributeCollectionExist(color, "y"))
 
-    def test_items_of_entities_are_handles(self):
-        self.sw.attributeCollectionIs(A("intf"), None, ("eth0",))
-        (key, value), = drain(self.sw.attributeIter(A("intf"), _Zel.IteratorModeItems))
-        self.assertEqual((key, type(value), value.typeName()), ("eth0", _Zel.GifPtr, "Demo::Interface"))
-
     def test_queue_removal_order(self):
-        log = A("log")
         for text in ("a", "b", "c"):
-            self.assertIsNone(self.sw.attributeAdd(log, text))
-        self.assertEqual(self.sw.attributeMembers(log), 3)
-        self.assertEqual([self.sw.attributeRemove(log) for _ in range(4)], ["a", "b", "c", None])
+            self.assertIsNone(self.sw.attributeAdd(A("log"), text))
+        self.assertEqual(self.sw.attributeMembers(A("log")), 3)
+        self.assertEqual([self.sw.attributeRemove(A("log")) for _ in range(4)], ["a", "b", "c", None])
 
-    def test_iteration_modes(self):
-        vlan = A("vlan")
-        for key, name in ((2, "two"), (1, "one")):
-            self.sw.attributeCollectionIs(vlan, key, name)
-        expected = {_Zel.IteratorModeKeys: [1, 2], _Zel.IteratorModeValues: ["one", "two"],
-                    _Zel.IteratorModeItems: [(1, "one"), (2, "two")]}
-        for mode, items in expected.items():
-            it = self.sw.attributeIter(vlan, mode)
+
+class Iteration(unittest.TestCase):
+    def setUp(self):
+        self.sw = _Zel.newGenericIf(T, ("it",))
+        self.vlan = A("vlan")
+        for key in (2, 1):
+            self.sw.attributeCollectionIs(self.vlan, key, "v%d" % key)
+
+    def test_modes(self):
+        for mode, items in ((_Zel.IteratorModeKeys, [1, 2]), (_Zel.IteratorModeValues, ["v1", "v2"]),
+                            (_Zel.IteratorModeItems, [(1, "v1"), (2, "v2")])):
+            it = self.sw.attributeIter(self.vlan, mode)
             self.assertEqual(type(it).__name__, "GenericIfIterator")
             self.assertEqual(drain(it), items)
             self.assertRaises(StopIteration, next, it)   # and after the end, again
         self.assertRaises(StopIteration, next, self.sw.attributeIter(A("log"), 0))
-        for bad in (3, -1):
-            with self.assertRaises(ValueError) as cm:
-                self.sw.attributeIter(vlan, bad)
-            self.assertEqual(str(cm.exception), "Invalid iterator mode")
-        self.assertRaises(TypeError, iter, self.sw.attributeIter(vlan, 0))
-        self.assertFalse(hasattr(_Zel, "GenericIfIterator"))
-        self.assertEqual(type(self.sw.attributeIter(vlan, 0)).__doc__, "GenericIfIterator object")
+        self.assertRaises(TypeError, iter, self.sw.attributeIter(self.vlan, 0))
+
+    def test_changes_made_between_steps_are_seen(self):
+        for key in (3, 4):
+            self.sw.attributeCollectionIs(self.vlan, key, "v%d" % key)
+        it = self.sw.attributeIter(self.vlan, _Zel.IteratorModeItems)
+        self.assertEqual(next(it), (1, "v1"))
+        self.sw.attributeCollectionDel(self.vlan, 2)      # the next member goes
+        self.sw.attributeCollectionIs(self.vlan, 3, "w3")  # one ahead changes
+        self.sw.attributeCollectionIs(self.vlan, 0, "v0")  # one behind appears
+        self.assertEqual(drain(it), [(3, "w3"), (4, "v4")])
+
+
+class Functions(unittest.TestCase):
+    def setUp(self):
+        self.sw = _Zel.newGenericIf(T, ("fn",))
+
+    def test_results(self):
+        self.assertEqual(self.sw.attributeFunction(A("add"), (2, 40)), 42)
+        self.assertIsNone(self.sw.attributeFunction(A("reset"), ()))
+        self.assertEqual(self.sw.attributeFunction(A("interfaceCount"), ()), 0)
+        self.sw.attributeCollectionIs(A("intf"), None, ("eth0",))
+        self.assertEqual(self.sw.attributeFunction(A("interfaceCount"), ()), 1)
+
+    def test_refusals_read_the_same_before_and_after_the_first_call(self):
+        messages = []
+        for _ in range(2):
+            for args in (("1", 2), (1, "2"), 1, (1,)):
+                with self.assertRaises(TypeError) as cm:
+                    self.sw.attributeFunction(A("add"), args)
+                messages.append(str(cm.exception))
+            self.assertEqual(self.sw.attributeFunction(A("add"), (2, 3)), 5)
+        self.assertEqual(messages[:4], messages[4:])
+        for text in messages[:3]:
+            self.assertTrue(text.startswith("Demo::Switch.add: function args : "), text)
+        self.assertIn("expected 2 parameters: 1 passed in: (int)", messages[3])
 
 
 if __name__ == "__main__":

@@ -1,4 +1,8 @@
-"""Singleton attribute methods of _Zel.GifPtr on Demo::AllTypes."""
+"""Singleton attributes of _Zel.GifPtr handles and of Zel package proxies,
+and construction by newGenericIf. Builtin values take a direct path (no
+framework value object per call); what it does not take falls back to the
+general path and is refused exactly as before: the tables hold values at
+the edges between the two."""
 import unittest
 
 import Zel  # noqa: F401  (defines PermissionError for the error translation)
@@ -7,25 +11,50 @@ import _Zel
 
 T = _Zel.typeNode("Demo::AllTypes")
 A = T.attr
+POINT, SWITCH = _Zel.typeNode("Demo::Point"), _Zel.typeNode("Demo::Switch")
 
 
-def prefixed(attr, kind, text, stage=""):
-    return 'Demo::AllTypes.%s: %s%s("%s")' % (attr, stage, kind, text)
+def refusal(attr, expected, got):
+    return 'Demo::AllTypes.%s: Zel::TypeException("expected %s, got %s")' % (attr, expected, got)
+
+
+class Int(int):
+    pass
+
+
+class Str(str):
+    pass
 
 
 class SingletonValues(unittest.TestCase):
     def setUp(self):
         self.obj = _Zel.newGenericIf(T, ("all",))
 
-    def test_builtins_take_their_values_back(self):
-        cases = [("s8", "a\0b"), ("i8", -128), ("u8", 255), ("i16", -32768), ("u16", 65535),
-                 ("i32", -5), ("u32", 4000000000), ("i64", -(1 << 62)), ("u64", (1 << 64) - 1),
-                 ("f64", 2.5), ("flag", True), ("flag", False)]
+    def test_values_in_range_are_taken_back_as_they_were(self):
+        cases = [("s8", "a\0b"), ("s8", Str("sub")), ("s8", ""), ("ch", "\0"), ("i8", -128), ("u8", 255),
+                 ("i16", -32768), ("u16", 65535), ("i32", -5), ("i32", 2 ** 31 - 1), ("i32", -2 ** 31), ("i32", 7L),
+                 ("l", -2 ** 31), ("u32", 4000000000), ("u32", 2 ** 32 - 1), ("u32", 5L), ("i64", -(1 << 62)),
+                 ("i64", 2 ** 63 - 1), ("u64", (1 << 64) - 1), ("f64", 2.5), ("f64", 3), ("f64", 2L ** 70),
+                 ("f32", 0.5), ("flag", True), ("flag", False)]
         for name, value in cases:
             self.obj.attributeSingletonIs(A(name), value)
-            got = self.obj.attributeSingleton(A(name))
-            self.assertEqual((name, got), (name, value))
-            self.assertEqual(self.obj.rawAttributeSingleton(A(name)), value)
+            self.assertEqual((name, self.obj.attributeSingleton(A(name))), (name, value))
+            self.assertEqual((name, self.obj.rawAttributeSingleton(A(name))), (name, value))
+
+    def test_refused_values_name_the_attribute_and_change_nothing(self):
+        cases = [("i32", "7", "int", "str: '7'"), ("i32", True, "int", "bool: True"), ("i32", Int(3), "int", "Int: 3"),
+                 ("i32", 2 ** 31, "int", "int: 2147483648"), ("i32", -2 ** 31 - 1, "int", "int: -2147483649"),
+                 ("u8", 256, "unsigned char", "int: 256"), ("i8", 128, "signed char", "int: 128"),
+                 ("u32", -1, "unsigned int", "int: -1"),
+                 ("u64", 2 ** 64, "unsigned long long", "long: 18446744073709551616L"),
+                 ("s8", 3, "Zel::String", "int: 3"), ("flag", 1, "bool", "int: 1"), ("ch", "ab", "char", "str: 'ab'"),
+                 ("f64", "1", "double", "str: '1'")]
+        for name, value, expected, got in cases:
+            before = self.obj.attributeSingleton(A(name))
+            with self.assertRaises(TypeError) as cm:
+                self.obj.attributeSingletonIs(A(name), value)
+            self.assertEqual(str(cm.exception), refusal(name, expected, got))
+            self.assertEqual((name, self.obj.attributeSingleton(A(name))), (name, before))
 
     def test_literal_holds_large_values_but_not_endless_ones(self):
         big = [range(1000), {"k": (1, 2)}] * 50
@@ -42,49 +71,67 @@ class SingletonValues(unittest.TestCase):
             self.assertIn("too large for a Python literal", str(cm.exception))
             self.assertEqual(self.obj.attributeSingleton(A("literal")), big)
 
-    def test_refused_values_name_the_attribute_and_change_nothing(self):
-        cases = [("i32", "7", "expected int, got str: '7'"),
-                 ("i32", True, "expected int, got bool: True"),
-                 ("u8", 256, "expected unsigned char, got int: 256"),
-                 ("u32", -1, "expected unsigned int, got int: -1"),
-                 ("s8", 3, "expected Zel::String, got int: 3"),
-                 ("flag", 1, "expected bool, got int: 1")]
-        for name, value, text in cases:
-            before = self.obj.attributeSingleton(A(name))
-            with self.assertRaises(TypeError) as cm:
-                self.obj.attributeSingletonIs(A(name), value)
-            self.assertEqual(str(cm.exception), prefixed(name, "Zel::TypeException", text))
-            self.assertEqual(self.obj.attributeSingleton(A(name)), before)
+    def test_refused_operations_name_the_stage(self):
+        a = Zel.new("Demo::AllTypes", "del")
+        for call, cls, prefix in ((lambda: self.obj.attributeSingletonIs(A("readOnly"), 1), AttributeError,
+                                   "Demo::AllTypes.readOnly: error in mutator : "),
+                                  (lambda: self.obj.attributeSingletonDel(A("i32")), AttributeError,
+                                   "Demo::AllTypes.i32: error in del : "),
+                                  (lambda: delattr(a, "i32"), AttributeError, "Demo::AllTypes.i32: error in del : "),
+                                  (lambda: self.obj.attributeVersion(A("i32")), NotImplementedError,
+                                   "Demo::AllTypes.i32: error in version : ")):
+            with self.assertRaises(cls) as cm:
+                call()
+            self.assertTrue(str(cm.exception).startswith(prefix), str(cm.exception))
 
-    def test_read_only_attribute_refuses_the_mutator(self):
-        with self.assertRaises(AttributeError) as cm:
-            self.obj.attributeSingletonIs(A("readOnly"), 1)
-        self.assertTrue(str(cm.exception).startswith("Demo::AllTypes.readOnly: error in mutator : "),
-                        str(cm.exception))
-
-    def test_delete_and_its_refusal(self):
+    def test_pointers_by_handle_and_values_by_syntax(self):
         self.obj.attributeSingletonIs(A("peer"), self.obj)
+        self.assertEqual(self.obj.attributeSingleton(A("peer")).ptr, self.obj.ptr)
         self.assertIsNone(self.obj.attributeSingletonDel(A("peer")))
         self.assertIsNone(self.obj.attributeSingleton(A("peer")))
-        with self.assertRaises(AttributeError) as cm:
-            self.obj.attributeSingletonDel(A("i32"))
-        self.assertTrue(str(cm.exception).startswith("Demo::AllTypes.i32: error in del : "), str(cm.exception))
+        a = Zel.new("Demo::AllTypes", "syntax")   # the package's syntax reads and writes as above
+        a.i32 = 12
+        self.assertEqual(a.i32, 12)
+        with self.assertRaises(TypeError) as cm:
+            a.i32 = "12"
+        self.assertEqual(str(cm.exception), refusal("i32", "int", "str: '12'"))
+        descriptor = type(a).__dict__["i32"]
+        self.assertIs(type(a).i32, descriptor)
+        self.assertRaises(TypeError, descriptor.__get__, object(), object)
 
-    def test_version_of_a_singleton_is_refused_with_its_prefix(self):
-        with self.assertRaises(NotImplementedError) as cm:
-            self.obj.attributeVersion(A("i32"))
-        self.assertTrue(str(cm.exception).startswith("Demo::AllTypes.i32: error in version : "), str(cm.exception))
+    def test_value_fields_and_accessors_of_value_handles(self):
+        point = _Zel.newGenericIf(POINT, (1, 2))
+        point.attributeSingletonIs(POINT.attr("x"), 40)
+        self.assertEqual(point.attributeSingleton(POINT.attr("x")), 40)
+        mac = self.obj.rawAttributeSingleton(A("mac"))
+        text = _Zel.typeNode("Demo::MacAddr").attr("stringValue")
+        mac.attributeSingletonIs(text, "02:00:00:00:00:01")
+        self.assertEqual(mac.attributeSingleton(text), "02:00:00:00:00:01")
 
-    def test_argument_errors(self):
-        for method in (self.obj.attributeSingleton, self.obj.rawAttributeSingleton):
+
+class Construction(unittest.TestCase):
+    def test_with_and_without_arguments(self):
+        self.assertEqual(_Zel.newGenericIf(POINT, (3, 4)).strRep(), _Zel.newGenericIf(POINT, (3, 4)).strRep())
+        self.assertNotEqual(_Zel.newGenericIf(POINT, (3, 4)).strRep(), _Zel.newGenericIf(POINT, None).strRep())
+        sw = _Zel.newGenericIf(SWITCH, ("made",))
+        self.assertEqual(sw.typeName(), "Demo::Switch")
+        self.assertIn("switch made:", sw.attributeFunction(SWITCH.attr("describe"), ()))
+        self.assertEqual(_Zel.newGenericIf(SWITCH, None).typeName(), "Demo::Switch")
+
+    def test_refusals(self):
+        for t, args, text in [(POINT, (), "expected 2 parameters: 0 passed in: ()"),
+                              (POINT, (1, "x", None), "expected 2 parameters: 3 passed in: (int, str, NoneType)"),
+                              (POINT, [1, 2], "expected tuple, got list"),
+                              (SWITCH, (5,), None)]:
             with self.assertRaises(TypeError) as cm:
-                method("i32")
-            self.assertEqual(str(cm.exception), "Expected a _Zel.ZelAttr")
-            with self.assertRaises(TypeError) as cm:
-                method()
-            self.assertIn("attributeSingleton()", str(cm.exception))
-        with self.assertRaises(TypeError):
-            self.obj.attributeVersion("i32")
+                _Zel.newGenericIf(t, args)
+            message = str(cm.exception)
+            prefix = "%s: newGenericIf : " % t.fullTypeName
+            if text is None:   # the element conversion's own text, about constructor parameter 0
+                self.assertTrue(message.startswith(prefix + "Error processing "), message)
+                self.assertIn("constructor ", message)
+            else:
+                self.assertEqual(message, prefix + text)
 
 
 if __name__ == "__main__":

@@ -1,17 +1,17 @@
-"""The activity lock seen from Python threads, and the anchors' protocol."""
-import os
-import signal
-import subprocess
-import sys
+"""The activity lock seen from Python threads, the anchors' protocol, and
+what needs a fresh process: thread-safe pointers and SIGINT."""
 import threading
 import time
 import unittest
 
 import _Zel
 import _ZelTestHelper as helper
+import children
+
+UNRELEASABLE, RELEASABLE, LOCK = 1, 2, 4   # anchor flags
 
 
-class ActivityLockFunctions(unittest.TestCase):
+class ActivityLock(unittest.TestCase):
     def tearDown(self):
         while _Zel.activityLockOwner() == helper.tid():
             _Zel.releaseActivityLock()
@@ -40,21 +40,28 @@ class ActivityLockFunctions(unittest.TestCase):
         t.join(5)
         self.assertFalse(t.is_alive())
         taken, tid, owner, _ = got[0]
-        self.assertTrue(taken)
-        self.assertEqual(owner, tid)
+        self.assertEqual((taken, owner), (True, tid))
         self.assertNotEqual(tid, helper.tid())
 
-    def test_doc_strings(self):
-        self.assertEqual(_Zel.acquireActivityLock.__doc__, "Acquire the global activity lock")
-        self.assertEqual(_Zel.releaseActivityLock.__doc__, "Release the global activity lock")
-        self.assertEqual(_Zel.activityLockOwner.__doc__, "owner of the activity lock")
-        self.assertEqual(_Zel.enableThreadSafePointers.__doc__, "enable atomic smart pointers")
+    def test_converter_waits_for_the_lock(self):
+        def holder():
+            _Zel.acquireActivityLock()
+            time.sleep(0.3)
+            _Zel.releaseActivityLock()
+        e = helper.entity("e")
+        t = threading.Thread(target=holder)
+        t.start()
+        time.sleep(0.1)
+        start = time.time()
+        helper.convert(e)
+        waited = time.time() - start
+        t.join()
+        self.assertGreater(waited, 0.1)
 
 
 class Anchors(unittest.TestCase):
     def test_nested_anchor_keeps_outer_lock_and_restores_releasable(self):
-        me = helper.tid()
-        seen = []
+        me, seen = helper.tid(), []
 
         def inner():
             seen.append(helper.lockState())
@@ -62,52 +69,51 @@ class Anchors(unittest.TestCase):
 
         def outer():
             seen.append(helper.lockState())
-            self.assertEqual(helper.withAnchor(4, inner), "inner")
+            self.assertEqual(helper.withAnchor(LOCK, inner), "inner")
             seen.append(helper.lockState())
             return "outer"
-
-        self.assertEqual(helper.withAnchor(1 | 4, outer), "outer")
+        self.assertEqual(helper.withAnchor(UNRELEASABLE | LOCK, outer), "outer")
         self.assertEqual(seen, [(me, False), (me, True), (me, False)])
         self.assertEqual(helper.lockState()[0], 0)
 
-    def test_requiring_releasable_under_unreleasable_lock_is_a_violation(self):
-        me = helper.tid()
-        after = []
+    def test_releasable_needs_are_refused_under_an_unreleasable_lock(self):
+        me, after = helper.tid(), []
 
-        def outer():
+        def nested(call):
             try:
-                helper.withAnchor(2 | 4, lambda: None)
+                call()
             except SystemError as e:
                 after.append((str(e), helper.lockState()))
-            return None
+        for call in (lambda: helper.withAnchor(RELEASABLE | LOCK, lambda: None),
+                     lambda: _Zel.activityManagerExecTimeIs(0.3)):
+            helper.withAnchor(UNRELEASABLE | LOCK, lambda: nested(call))
+        self.assertEqual(after, [("Lock Protocol violation xxx", (me, False))] * 2)
+        # Under a releasable lock, or none, the loop runs its time.
+        for call in (lambda: _Zel.activityManagerExecTimeIs(0.3),
+                     lambda: helper.withAnchor(LOCK, lambda: _Zel.activityManagerExecTimeIs(0.3))):
+            start = time.time()
+            self.assertIsNone(call())
+            self.assertGreaterEqual(time.time() - start, 0.25)
 
-        helper.withAnchor(1 | 4, outer)
-        self.assertEqual(after, [("Lock Protocol violation xxx", (me, False))])
-
-    def test_unlock_anchor_releases_only_a_releasable_lock(self):
+    def test_unlock_anchor_releases_only_a_releasable_lock_it_can_take_back(self):
         owners = []
-
-        def callback():
-            owners.append(_Zel.activityLockOwner())
-
-        helper.withAnchor(4, lambda: helper.withUnlock(callback))
+        helper.withAnchor(LOCK, lambda: helper.withUnlock(lambda: owners.append(_Zel.activityLockOwner())))
         self.assertEqual(owners, [0])
-        with self.assertRaises(SystemError) as cm:
-            helper.withAnchor(1 | 4, lambda: helper.withUnlock(callback))
-        self.assertEqual(str(cm.exception), "Lock Protocol exception -- unlocking an unreleasable lock")
+        for flags, callback, text in (
+                (UNRELEASABLE | LOCK, lambda: owners.append(1),
+                 "Lock Protocol exception -- unlocking an unreleasable lock"),
+                (LOCK, lambda: self.assertTrue(_Zel.acquireActivityLock()),
+                 "Lock was already grabbed in UnlockAnchor destructor!")):
+            with self.assertRaises(SystemError) as cm:
+                helper.withAnchor(flags, lambda: helper.withUnlock(callback))
+            self.assertEqual(str(cm.exception), text)
         self.assertEqual(owners, [0])
-
-    def test_unlock_anchor_refuses_to_relock_a_lock_already_held(self):
-        def grab():
-            self.assertTrue(_Zel.acquireActivityLock())
-
-        with self.assertRaises(SystemError) as cm:
-            helper.withAnchor(4, lambda: helper.withUnlock(grab))
-        self.assertEqual(str(cm.exception), "Lock was already grabbed in UnlockAnchor destructor!")
         # The enclosing anchor unlocked the lock it had taken.
         self.assertEqual(_Zel.activityLockOwner(), 0)
 
 
+# Thread-safe pointers are a one-way switch: a converter then no longer
+# waits for the activity lock.
 THREAD_SAFE_CHILD = r"""
 import sys, threading, time, _Zel, _ZelTestHelper as helper
 e = helper.entity("e")
@@ -121,29 +127,6 @@ done.set(); t.join()
 sys.exit(0 if waited < 1 else 3)
 """
 
-
-class ThreadSafePointers(unittest.TestCase):
-    def test_converter_waits_for_the_lock_until_pointers_are_thread_safe(self):
-        e = helper.entity("e")
-        waited = []
-
-        def holder():
-            _Zel.acquireActivityLock()
-            time.sleep(0.3)
-            _Zel.releaseActivityLock()
-
-        t = threading.Thread(target=holder)
-        t.start()
-        time.sleep(0.1)
-        start = time.time()
-        helper.convert(e)
-        waited.append(time.time() - start)
-        t.join()
-        self.assertGreater(waited[0], 0.1)
-        # One-way switch: checked in a child process.
-        self.assertEqual(subprocess.call([sys.executable, "-c", THREAD_SAFE_CHILD]), 0)
-
-
 SIGINT_CHILD = r"""
 import os, signal, sys, _Zel, _ZelTestHelper as helper
 before = helper.stopOnQuiesce()
@@ -156,9 +139,11 @@ except KeyboardInterrupt:
 """
 
 
-class Interrupt(unittest.TestCase):
-    def test_sigint_stops_the_loop_and_still_interrupts_python(self):
-        self.assertEqual(subprocess.call([sys.executable, "-c", SIGINT_CHILD]), 0)
+class FreshProcess(unittest.TestCase):
+    def test_thread_safe_pointers_and_sigint(self):
+        for name, code in (("THREAD_SAFE_CHILD", THREAD_SAFE_CHILD), ("SIGINT_CHILD", SIGINT_CHILD)):
+            rc, out, err = children.python(name, code)
+            self.assertEqual(rc, 0, "%s: %s" % (name, err))
 
 
 if __name__ == "__main__":

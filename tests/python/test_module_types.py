@@ -1,101 +1,129 @@
-"""_Zel.ZelType / _Zel.ZelAttr wrappers of the framework's descriptors."""
+"""The module's own types: ZelType and ZelAttr wrappers of the framework's
+descriptors, GifPtr handles (printing, small methods, converters,
+release), and the module's public names and documentation."""
 import unittest
 
+import ZelDemo  # noqa: F401
 import _Zel
+import _ZelTestHelper as helper
 
 ENTITY = "Zel::Entity"
 
 
-class TypeWrappers(unittest.TestCase):
+class Descriptors(unittest.TestCase):
     def setUp(self):
         self.t = _Zel.typeNode(ENTITY)
 
     def test_one_wrapper_per_descriptor(self):
-        self.assertIs(_Zel.typeNode(ENTITY), self.t)
-        self.assertIs(self.t.attr("name"), self.t.attr("name"))
-        self.assertIs(self.t.attributeQ[0], self.t.attr("name"))
-        self.assertIs(self.t.attr("name").scope, self.t)
-        self.assertIs(self.t.baseType, _Zel.typeNode("Zel::PtrInterface"))
-        self.assertEqual({self.t: 1}[_Zel.typeNode(ENTITY)], 1)
-
-    def test_reprs_and_names(self):
-        self.assertEqual(repr(self.t), "type('Zel::Entity')")
-        self.assertEqual(repr(self.t.attr("name")), "type('Zel::Entity').attr('name')")
-        self.assertEqual(self.t.fullTypeName, ENTITY)
-        self.assertIsInstance(self.t.size, long)
-
-    def test_flags_and_positions(self):
-        self.assertIs(self.t.isEntity, True)
-        self.assertIs(self.t.isValue, False)
-        self.assertIs(self.t.hasOwnPtrInterface, True)
-        self.assertIsNone(self.t.valAttr)
-        name = _Zel.typeNode("Zel::Name")
-        self.assertIs(name.isValue, True)
-        self.assertEqual(name.valAttr.name, "value")
-        self.assertIsNone(_Zel.typeNode("Zel::PtrInterface").baseType)
-
-    def test_attribute_and_constructor_queues(self):
-        names = [a.name for a in self.t.attributeQ]
-        self.assertEqual(names[:4], ["name", "parent", "parentAttrName", "fullName"])
-        self.assertEqual(self.t.constructorArgNameQ, ("name",))
-        self.assertEqual(self.t.constructorArgTypeQ, ("Zel::Name",))
-        self.assertEqual(_Zel.typeNode("Zel::PtrInterface").constructorArgNameQ, ())
-
-    def test_attr_lookup_by_exact_key_types(self):
         name = self.t.attr("name")
+        self.assertIs(_Zel.typeNode(ENTITY), self.t)
+        self.assertIs(self.t.attr("name"), name)
         self.assertIs(self.t.attr(name.attributeId), name)
         self.assertIs(self.t.attr(long(name.attributeId)), name)
-        self.assertIsNone(self.t.attr("noSuchAttribute"))
-        for bad in (True, u"name", 1.0, None):
-            with self.assertRaises(TypeError) as cm:
-                self.t.attr(bad)
-            self.assertEqual(str(cm.exception), "Expected a str, int or long")
-        with self.assertRaises(OverflowError):
-            self.t.attr(1 << 80)
+        self.assertIs(self.t.attributeQ[0], name)
+        self.assertIs(name.scope, self.t)
+        self.assertEqual({self.t: 1}[_Zel.typeNode(ENTITY)], 1)
 
-    def test_is_derived(self):
-        base = _Zel.typeNode("Zel::PtrInterface")
-        self.assertIs(self.t.isDerived(base), True)
-        self.assertIs(base.isDerived(self.t), False)
-        with self.assertRaises(TypeError) as cm:
-            self.t.isDerived(ENTITY)
-        self.assertEqual(str(cm.exception), "Expected a _Zel.ZelType")
+    def test_type_properties(self):
+        base, value = _Zel.typeNode("Zel::PtrInterface"), _Zel.typeNode("Zel::Name")
+        self.assertEqual((repr(self.t), repr(self.t.attr("name"))),
+                         ("type('Zel::Entity')", "type('Zel::Entity').attr('name')"))
+        self.assertEqual(self.t.fullTypeName, ENTITY)
+        self.assertIsInstance(self.t.size, long)
+        self.assertEqual((self.t.isEntity, self.t.isValue, self.t.hasOwnPtrInterface, self.t.valAttr),
+                         (True, False, True, None))
+        self.assertEqual((value.isValue, value.valAttr.name), (True, "value"))
+        self.assertEqual((self.t.baseType, base.baseType), (base, None))
+        self.assertEqual((self.t.isDerived(base), base.isDerived(self.t)), (True, False))
+        self.assertEqual([a.name for a in self.t.attributeQ][:4], ["name", "parent", "parentAttrName", "fullName"])
+        self.assertEqual((self.t.constructorArgNameQ, self.t.constructorArgTypeQ, base.constructorArgNameQ),
+                         (("name",), ("Zel::Name",), ()))
 
-    def test_not_creatable_from_python(self):
-        with self.assertRaises(TypeError):
-            type(self.t)()
-        with self.assertRaises(TypeError):
-            type(self.t.attr("name"))()
-
-    def test_doc_strings(self):
-        T = type(self.t)
-        self.assertEqual(T.__doc__, "Wraps a Zel::ZelType")
-        self.assertEqual(T.isDerived.__doc__, "is type in my chain of base types?")
-        self.assertEqual(T.attributeQ.__doc__, "attribute queue")
-        self.assertEqual(type(self.t.attr("name")).instantiatingArgTypeQ.__doc__, "instantiating arg type queue")
-
-
-class AttrWrappers(unittest.TestCase):
-    def test_getters_of_a_readonly_attribute(self):
-        a = _Zel.typeNode(ENTITY).attr("name")
-        self.assertEqual(a.name, "name")
+    def test_attribute_properties(self):
+        a = self.t.attr("name")
         self.assertIsInstance(a.attributeId, int)
         self.assertIs(a.memberType, _Zel.typeNode("Zel::Name"))
-        self.assertIsNone(a.indexType)
-        self.assertIsNone(a.indexAttr)
-        self.assertIsNone(a.instantiatingIndexPosition)
-        self.assertIs(a.readable, True)
-        self.assertIs(a.writable, False)
-        self.assertIs(a.isImmutable, True)
-        self.assertIs(a.isCollection, False)
-        self.assertIs(a.hasInternalIndex, False)
-        self.assertIsNone(a.internalIndexName)
-        self.assertEqual(a.instantiatingArgNameQ, ())
-        self.assertIs(_Zel.typeNode(ENTITY).attr("parent").isPtr, True)
+        self.assertEqual((a.name, a.indexType, a.indexAttr, a.instantiatingIndexPosition, a.internalIndexName,
+                          a.instantiatingArgNameQ), ("name", None, None, None, None, ()))
+        self.assertEqual((a.readable, a.writable, a.isImmutable, a.isCollection, a.hasInternalIndex),
+                         (True, False, True, False, False))
+        self.assertIs(self.t.attr("parent").isPtr, True)
 
-    def test_unknown_type_name(self):
+
+class Handles(unittest.TestCase):
+    def test_null_handles_print_and_refuse_operations(self):
+        for n in (helper.nullGifPtr(), _Zel.nullGenericIf()):
+            self.assertIs(type(n), _Zel.GifPtr)
+            self.assertEqual((str(n), repr(n)), ("<null>", "<null>"))
+            for op in (n.typeName, n.isConst, n.hash, n.strRep, lambda: n.ptr):
+                self.assertRaises(IndexError, op)
+
+    def test_entity_handle(self):
+        e = helper.entity("small")
+        r = repr(e)
+        self.assertTrue(r.startswith("_Zel.GifPtr(0x") and r.endswith(",'Zel::Entity')"), r)
+        address = r[len("_Zel.GifPtr("):-len(",'Zel::Entity')")]
+        self.assertEqual(str(e), "<_Zel.GifPtr to object of type 'Zel::Entity' at %s>" % address)
+        self.assertEqual((e.typeName(), e.isConst()), ("Zel::Entity", False))
+        self.assertIsInstance(e.hash(), long)
+        self.assertEqual(e.hash(), e.hash())
+        self.assertIsInstance(e.strRep(), str)
+        self.assertIsInstance(e.ptr, (int, long))
+        self.assertEqual(e.ptr, helper.entityRawPtr(e))
+
+    def test_value_handle(self):
+        v = helper.intValue(7)
+        self.assertEqual((v.typeName(), v.strRep()), ("int", "7"))
+        self.assertNotEqual(v.hash(), helper.intValue(8).hash())
+
+    def test_raw_pointer_converters(self):
+        e = helper.entity("raw")
+        # The flag is left as it was on success, set for None.
+        self.assertEqual([helper.rawPtr(e, False), helper.rawPtr(None, False), helper.rawPtr(3, True),
+                          helper.rawPtr(helper.intValue(3), True)], [(e.ptr, False), (None, True), (None, False),
+                                                                     (None, False)])
+        self.assertEqual([helper.entityRawPtr(x) for x in (None, helper.intValue(1), object())], [None] * 3)
+
+    def test_last_handle_destroys_entity_under_activity_lock_without_gil(self):
+        before = helper.probeState()[0]
+        e = helper.entity("doomed")
+        self.assertIsNotNone(helper.convert(e))   # a raw pointer only; no reference
+        del e
+        self.assertEqual(tuple(helper.probeState()), (before + 1, True, True))   # destroyed, lock held, GIL released
+        self.assertEqual(_Zel.activityLockOwner(), 0)
+
+
+class PublicSurface(unittest.TestCase):
+    def test_names_and_closed_types(self):
+        self.assertTrue(hasattr(_Zel, "GifPtr") and hasattr(_Zel, "Backtrace"))
+        for hidden in ("ZelType", "ZelAttr", "GenericIfIterator"):
+            self.assertFalse(hasattr(_Zel, hidden), hidden)
+        self.assertEqual((_Zel.IteratorModeKeys, _Zel.IteratorModeValues, _Zel.IteratorModeItems), (0, 1, 2))
+        t = _Zel.typeNode(ENTITY)
+        for closed in (type(t), type(t.attr("name")), _Zel.GifPtr):
+            self.assertRaises(TypeError, closed)
         with self.assertRaises(TypeError):
-            _Zel.typeNode("No::SuchType")
+            type("Sub", (_Zel.GifPtr,), {})
+
+    def test_doc_strings(self):
+        t = _Zel.typeNode(ENTITY)
+        sw = _Zel.typeNode("Demo::Switch")
+        it = _Zel.newGenericIf(sw, ("doc",)).attributeIter(sw.attr("vlan"), 0)
+        for thing, doc in ((_Zel, "Module providing access to Zel types"),
+                           (_Zel.typeNode, "Return the Zel::ZelType object with the specified name"),
+                           (_Zel.acquireActivityLock, "Acquire the global activity lock"),
+                           (_Zel.releaseActivityLock, "Release the global activity lock"),
+                           (_Zel.activityLockOwner, "owner of the activity lock"),
+                           (_Zel.enableThreadSafePointers, "enable atomic smart pointers"),
+                           (type(t), "Wraps a Zel::ZelType"),
+                           (type(t).isDerived, "is type in my chain of base types?"),
+                           (type(t).attributeQ, "attribute queue"),
+                           (type(t.attr("name")).instantiatingArgTypeQ, "instantiating arg type queue"),
+                           (_Zel.GifPtr, "GifPtr objects"),
+                           (_Zel.GifPtr.ptr, "pointer value as an int"),
+                           (_Zel.GifPtr.strRep, "return the string representation of the _Zel.GifPtr"),
+                           (type(it), "GenericIfIterator object")):
+            self.assertEqual(thing.__doc__, doc, thing)
 
 
 if __name__ == "__main__":

@@ -1,24 +1,18 @@
 """Clock notifiees: the call at creation, calls at each wake time written to
-timeMinProxy and at no other time, reflection, deferral to an activity, the
-end of calls when the notifiee goes, and the fatal path."""
+timeMinProxy and at no other time, reflection, deferral to an activity, and
+the end of calls when the notifiee goes."""
 import unittest
 import weakref
 
 import Zel  # noqa: F401
 import ZelDemo  # noqa: F401
 import _Zel
+from zelsupport import run_until_quiet
 
 CN = _Zel.typeNode("Zel::PyClockNotifiee")
 A = CN.attr
 CLOCK = _Zel.singleton("Zel::Clock")
 NOW = _Zel.typeNode("Zel::Clock").attr("now")
-MGR = _Zel.singleton("Zel::ActivityManagerConfig")
-QUIESCE = _Zel.typeNode("Zel::ActivityManagerConfig").attr("stopOnQuiesce")
-
-
-def run_until_quiet():
-    MGR.attributeSingletonIs(QUIESCE, True)
-    _Zel.activityManagerExecTimeIs(30.0)
 
 
 def past():
@@ -56,15 +50,17 @@ class Firing(unittest.TestCase):
         run_until_quiet()
         self.assertEqual(log, ["a"] * 4)
 
-    def test_wake_times_fire_in_order(self):
+    def test_wake_times_fire_in_order_the_last_deferred_to_an_activity(self):
+        act = _Zel.newGenericIf(_Zel.typeNode("Zel::ActivityConfig"), ("clock-act",))
         log = []
-        ts = [Ticker(tag, log) for tag in "xyz"]
+        ts = [Ticker(tag, log) for tag in "xyz"] + [Ticker("d", log, activity=act)]
+        self.assertEqual(log, ["x", "y", "z", "d"])   # the calls at creation, even the deferred one's
         del log[:]
         base = past()
-        for t, offset in zip(ts, (0.3, 0.1, 0.2)):
+        for t, offset in zip(ts, (0.3, 0.1, 0.2, 0.4)):
             t.n.attributeSingletonIs(A("timeMinProxy"), base + offset)
         run_until_quiet()
-        self.assertEqual(log, ["y", "z", "x"])
+        self.assertEqual(log, ["y", "z", "x", "d"])
 
     def test_reflection(self):
         log = []
@@ -77,21 +73,14 @@ class Firing(unittest.TestCase):
         t.n.attributeSingletonIs(A("notifier"), CLOCK)   # the same clock: no call
         self.assertEqual(log, ["r", "r"])
 
-    def test_activity_defers_the_call_to_the_loop(self):
-        act = _Zel.newGenericIf(_Zel.typeNode("Zel::ActivityConfig"), ("clock-act",))
-        log = []
-        t = Ticker("d", log, activity=act)
-        t.n.attributeSingletonIs(A("timeMinProxy"), past())
-        run_until_quiet()
-        self.assertEqual(log, ["d", "d"])
-
     def test_dropped_notifiee_stops_at_once(self):
         log = []
-        t = Ticker("gone", log)
-        t.n.attributeSingletonIs(A("timeMinProxy"), past())
-        del t.n
+        for activity in (None, _Zel.newGenericIf(_Zel.typeNode("Zel::ActivityConfig"), ("drop-act",))):
+            t = Ticker("gone", log, activity=activity)
+            t.n.attributeSingletonIs(A("timeMinProxy"), past())
+            del t.n
         run_until_quiet()
-        self.assertEqual(log, ["gone"])
+        self.assertEqual(log, ["gone"] * 2)
 
 
 if __name__ == "__main__":

@@ -1,9 +1,8 @@
 """A Python handler that raises inside a notification ends the process:
 the fixed message, the Python traceback, then abort (run in children)."""
-
-import subprocess
-import sys
 import unittest
+
+import children
 
 ATTRIBUTE_CHILD = r"""
 import Zel, ZelDemo, _Zel
@@ -24,20 +23,16 @@ n = _Zel.newGenericIf(_Zel.typeNode("Zel::PyClockNotifiee"), (None, _Zel.singlet
 print("not reached")
 """
 
-CASES = [
-    (ATTRIBUTE_CHILD, "PyGenericIfNotifiee::onAttribute handler raised an exception\nTraceback",
-     "ValueError: bad value 5"),
-    (CLOCK_CHILD, "PyClockNotifiee::handleNotification's handler raised an exception\nTraceback",
-     "KeyError: 'tick'"),
-]
-
 
 class Fatal(unittest.TestCase):
     def test_raising_handlers_abort_with_message_and_traceback(self):
-        for child, message, error in CASES:
-            p = subprocess.Popen([sys.executable, "-c", child], stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-            out, err = p.communicate()
-            self.assertEqual((p.returncode, out), (-6, ""), err)
+        for name, child, message, error in (
+                ("ATTRIBUTE_CHILD", ATTRIBUTE_CHILD,
+                 "PyGenericIfNotifiee::onAttribute handler raised an exception\nTraceback", "ValueError: bad value 5"),
+                ("CLOCK_CHILD", CLOCK_CHILD,
+                 "PyClockNotifiee::handleNotification's handler raised an exception\nTraceback", "KeyError: 'tick'")):
+            rc, out, err = children.python(name, child)
+            self.assertEqual((name, rc, out), (name, -6, ""), err)
             self.assertIn(message, err)
             self.assertIn(error, err)
 

@@ -8,16 +8,9 @@ import unittest
 
 import Zel
 import ZelDemo  # noqa: F401
-import _Zel
+from snapshot import live
 
-TRACKER = _Zel.singleton("Zel::AllocTracker")
-LIVE = _Zel.typeNode("Zel::AllocTracker").attr("liveCount")
-
-
-def live():
-    names = ("Zel::PyGenericIfNotifiee", "Zel::PyClockNotifiee", "Zel::PyObjHandle", "Demo::AllTypes")
-    return [TRACKER.attributeCollection(LIVE, n) if TRACKER.attributeCollectionExist(LIVE, n) else 0
-            for n in names]
+TYPES = ("Zel::PyGenericIfNotifiee", "Zel::PyClockNotifiee", "Zel::PyObjHandle", "Demo::AllTypes")
 
 
 class Reactions(unittest.TestCase):
@@ -59,7 +52,7 @@ class Reactions(unittest.TestCase):
 
     def test_handlers_that_keep_their_notifiee_or_timer_go_with_them(self):
         gc.collect()
-        before = live()
+        before = live(*TYPES)
         calls = []
 
         def make():
@@ -85,7 +78,7 @@ class Reactions(unittest.TestCase):
         self.assertEqual(len(calls), fired)
         del a, held
         gc.collect()
-        self.assertEqual(live(), before)
+        self.assertEqual(live(*TYPES), before)
 
     def test_a_filter_is_in_place_before_any_change_reaches_the_handler(self):
         a = Zel.new("Demo::AllTypes", "busy")
@@ -110,3 +103,7 @@ class Reactions(unittest.TestCase):
             for w in writers:
                 w.join()
         self.assertEqual(stray, [])
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -11,7 +11,6 @@ taken before the module was imported. A type with more live objects than
 before fails the module, named with its counts, unless it is one of the
 process-wide objects below, of which one per process is expected.
 """
-import gc
 import os
 import sys
 import threading
@@ -19,6 +18,7 @@ import time
 import unittest
 
 import _Zel
+from snapshot import collect, live_counts
 
 # Objects the framework makes once per process, on first use, and keeps
 # until exit: a module that is the first to ask for one is not leaking it.
@@ -68,30 +68,6 @@ def allowed_extra(before, after):
 # server's accepting thread or a loop thread lets go of its objects as it
 # ends, shortly after the test that stopped it returned.
 THREAD_GRACE_SECONDS = 10.0
-
-_TRACKER = _Zel.singleton("Zel::AllocTracker")
-_LIVE = _Zel.typeNode("Zel::AllocTracker").attr("liveCount")
-
-
-def live_counts():
-    """{type name: live objects}, every tracked type."""
-    it = _TRACKER.attributeIter(_LIVE, _Zel.IteratorModeItems)
-    counts = {}
-    while True:
-        try:
-            name, n = next(it)
-        except StopIteration:
-            return counts
-        counts[name] = n
-
-
-def collect():
-    # Finalisers may drop the last reference to more objects, hence repeat
-    # until nothing more is found.
-    for _ in range(10):
-        if not gc.collect():
-            break
-
 
 def leftovers(before, after):
     """[(type, before, after)] for every type the module left objects of."""

@@ -1,0 +1,52 @@
+"""Child processes of the tests, each under a time limit: a child that
+hangs (one was once seen hanging under a sanitizer) is killed and the test
+fails naming it, instead of the whole suite waiting for its own timeout.
+Python 2.7's subprocess has no timeout, hence a timer that kills."""
+import contextlib
+import os
+import subprocess
+import sys
+import threading
+
+# Generous: children run under valgrind and sanitizers too. It must stay
+# below the test's own time limit for the message to be seen.
+SECONDS = float(os.environ.get("ZEL_CHILD_SECONDS") or 120)
+
+
+@contextlib.contextmanager
+def watched(proc, name, seconds=SECONDS):
+    """Kills `proc` should the block take over `seconds`; the block then
+    fails with an AssertionError naming the child."""
+    fired = []
+
+    def kill():
+        fired.append(True)
+        try:
+            proc.kill()
+        except OSError:   # it ended meanwhile
+            pass
+    timer = threading.Timer(seconds, kill)
+    timer.daemon = True
+    timer.start()
+    try:
+        yield proc
+    finally:
+        timer.cancel()
+        timer.join()
+        if fired:
+            proc.wait()
+            raise AssertionError("child %s ran over %g s and was killed" % (name, seconds))
+
+
+def run(name, args, input=None, seconds=SECONDS, **popen):
+    """(exit status, standard output, standard error) of `args`."""
+    proc = subprocess.Popen(args, stdin=subprocess.PIPE if input is not None else None,
+                            stdout=subprocess.PIPE, stderr=subprocess.PIPE, **popen)
+    with watched(proc, name, seconds):
+        out, err = proc.communicate(input)
+    return proc.returncode, out, err
+
+
+def python(name, code, *args, **popen):
+    """run() of this interpreter on `code`."""
+    return run(name, [sys.executable, "-c", code] + list(args), **popen)

@@ -1,0 +1,54 @@
+"""What a process holds, to compare before and after: live framework
+objects by type, threads, file descriptors and Python objects by type.
+The leak-checking runner and the soak take them."""
+import collections
+import gc
+import os
+import threading
+
+import _Zel
+
+_TRACKER = _Zel.singleton("Zel::AllocTracker")
+_LIVE = _Zel.typeNode("Zel::AllocTracker").attr("liveCount")
+
+
+def collect():
+    # Finalisers may drop the last reference to more objects, hence repeat
+    # until nothing more is found.
+    for _ in range(10):
+        if not gc.collect():
+            break
+
+
+def live_counts():
+    """{type name: live objects}, every type the allocation tracker knows."""
+    it = _TRACKER.attributeIter(_LIVE, _Zel.IteratorModeItems)
+    return dict(iter(lambda: next(it, None), None))
+
+
+def live(*names):
+    """[live objects] of each named type."""
+    counts = live_counts()
+    return [counts.get(name, 0) for name in names]
+
+
+def census():
+    """Python objects by type: every object the collector tracks, and the
+    untracked ones (GifPtr handles, strings, numbers) they refer to."""
+    objs = gc.get_objects()
+    seen = set(map(id, objs))
+    count = collections.Counter(type(o) for o in objs)
+    for o in objs:
+        for r in gc.get_referents(o):
+            if id(r) not in seen:
+                seen.add(id(r))
+                count[type(r)] += 1
+    del objs
+    return count
+
+
+def snapshot():
+    collect()
+    return {"live": live_counts(), "threads": threading.active_count(),
+            "tasks": len(os.listdir("/proc/self/task")), "fds": sorted(os.listdir("/proc/self/fd")),
+            "census": census()}

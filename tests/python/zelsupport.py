@@ -1,0 +1,21 @@
+"""Small helpers the tests share to drive the framework."""
+import _Zel
+
+
+def drain(it):
+    """Every item left in a _Zel iterator (which is not itself iterable)."""
+    out = []
+    while True:
+        try:
+            out.append(next(it))
+        except StopIteration:
+            return out
+
+
+def run_until_quiet(seconds=30.0):
+    """Runs the activity loop until nothing is left for it to do."""
+    # Looked up per call: a handle kept in this module would outlive the
+    # test module and count as one it left behind.
+    _Zel.singleton("Zel::ActivityManagerConfig").attributeSingletonIs(
+        _Zel.typeNode("Zel::ActivityManagerConfig").attr("stopOnQuiesce"), True)
+    _Zel.activityManagerExecTimeIs(seconds)
