@@ -18,6 +18,17 @@
 
 namespace {
 
+// Runs `f`; a C++ exception becomes the matching pending Python error.
+template <class F>
+PyObject* guarded(F f) {
+    try {
+        return f();
+    } catch (...) {
+        Zel::translateCppExceptionToPython();
+        return nullptr;
+    }
+}
+
 [[noreturn]] void throwKind(std::string const& kind, char const* m) {
     using namespace Zel;
     if (kind == "NoTypeNode") throw NoTypeNodeException(m);
@@ -48,12 +59,7 @@ PyObject* fail(PyObject*, PyObject* args) {
     char const* kind;
     char const* message;
     if (!PyArg_ParseTuple(args, "ss:fail", &kind, &message)) return nullptr;
-    try {
-        throwKind(kind, message);
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-    }
-    return nullptr;
+    return guarded([&]() -> PyObject* { throwKind(kind, message); });
 }
 
 // updateException on a TypeException for attribute Zel::Entity.name.
@@ -73,12 +79,7 @@ PyObject* typeMismatch(PyObject*, PyObject* args) {
     PyObject* passed;
     char const* expected;
     if (!PyArg_ParseTuple(args, "Os:typeMismatch", &passed, &expected)) return nullptr;
-    try {
-        GenericIf_TypeExceptionThrow(passed, Zel::typeNode(expected));
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-    }
-    return nullptr;
+    return guarded([&]() -> PyObject* { GenericIf_TypeExceptionThrow(passed, Zel::typeNode(expected)); });
 }
 
 // Raises `exc` and drains it with GetStringsFromPyErr.
@@ -91,17 +92,14 @@ PyObject* errStrings(PyObject*, PyObject* exc) {
 }
 
 PyObject* stopOnQuiesce(PyObject*, PyObject*) {
-    try {
+    return guarded([] {
         bool stop;
         {
             Zel::PyLockAnchor anchor(0);
             stop = Zel::ActivityFacility::activityManagerConfig()->stopOnQuiesce();
         }
         return PyBool_FromLong(stop);
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
+    });
 }
 
 // Records, when destroyed, whether the activity lock was held and the
@@ -125,17 +123,14 @@ public:
 PyObject* entity(PyObject*, PyObject* args) {
     char const* name;
     if (!PyArg_ParseTuple(args, "s:entity", &name)) return nullptr;
-    try {
+    return guarded([&] {
         Zel::Ptr<Zel::PtrInterface> e;
         {
             Zel::PyLockAnchor anchor(0);
             e = Zel::zelNew<ProbeEntity>(Zel::Name(name));
         }
         return FwkPyObj_FromPtrInterface(e);
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
+    });
 }
 
 PyObject* probeState(PyObject*, PyObject*) {
@@ -148,12 +143,7 @@ PyObject* nullGifPtr(PyObject*, PyObject*) { return MakeFwkPyGenericIf(nullptr);
 PyObject* intValue(PyObject*, PyObject* args) {
     int v;
     if (!PyArg_ParseTuple(args, "i:intValue", &v)) return nullptr;
-    try {
-        return MakeFwkPyGenericIf(Zel::GenericIfTraits<int32_t>::to(v));
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
+    return guarded([&] { return MakeFwkPyGenericIf(Zel::GenericIfTraits<int32_t>::to(v)); });
 }
 
 PyObject* addressOrNone(void const* p) {
@@ -187,30 +177,24 @@ PyObject* withAnchor(PyObject*, PyObject* args) {
     unsigned flags;
     PyObject* callable;
     if (!PyArg_ParseTuple(args, "IO:withAnchor", &flags, &callable)) return nullptr;
-    try {
+    return guarded([&] {
         Zel::PyLockAnchor anchor(flags);
         anchor.gilHeldIs(true);
         return PyObject_CallObject(callable, nullptr);
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
+    });
 }
 
 // Releases the activity lock held by an enclosing anchor around `callable`,
 // as a framework notification does.
 PyObject* withUnlock(PyObject*, PyObject* callable) {
-    try {
+    return guarded([&] {
         PyObject* result;
         {
             Zel::UnlockAnchor unlock;
             result = PyObject_CallObject(callable, nullptr);
         }
         return result;
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
+    });
 }
 
 PyObject* lockState(PyObject*, PyObject*) {

@@ -4,34 +4,23 @@
 // change no count (with the check on, a debug build would abort) and leave
 // the switch as it found it, whether it answers or refuses (writing it at
 // all is a data race, which the soak test shows under ThreadSanitizer).
-#include <gtest/gtest.h>
-
-#include "module/core/Module.h"
+#include "Support.h"
 #include "Zel/Activity.h"
 #include "Zel/Entity.h"
 
 namespace Zel {
 namespace {
 
-// Framework references are made and dropped with the activity lock held,
-// as _Zel does; only the getter runs without it.
-class Locked {
-public:
-    Locked() : lock_(ActivityLockAnchor::lock()), taken_(lock_->lock()) {}
+// Framework references are made and dropped with the activity lock held, as _Zel does.
+struct Locked {
+    Lock* lock = ActivityLockAnchor::lock();
+    bool taken = lock->lock();
     ~Locked() {
-        if (taken_) lock_->unlock();
+        if (taken) lock->unlock();
     }
-    Locked(Locked const&) = delete;
-    Locked& operator=(Locked const&) = delete;
-
-private:
-    Lock* lock_;
-    bool taken_;
 };
 
-// The binary's Python environment (ConvertTest.cpp) has made the
-// interpreter and imported _Zel.
-TEST(GifPtrAddress, ReadsWithTheLockCheckOnAndLeavesItOn) {
+TEST(GifPtr, AddressReadsWithTheLockCheckOnAndLeavesItOn) {
     GilEnsure gil;
     Ptr<ActivityConfig> entity;
     PyObject* object;
@@ -43,13 +32,11 @@ TEST(GifPtrAddress, ReadsWithTheLockCheckOnAndLeavesItOn) {
         value = MakeFwkPyGenericIf(GenericIfTraits<int32_t>::to(7));
     }
     ASSERT_TRUE(object && value);
-
     enableSmartPtrLockCheck = true;
     PyRef address(PyObject_GetAttrString(object, "ptr"));
     bool const onAfterAddress = enableSmartPtrLockCheck;
     PyRef refused(PyObject_GetAttrString(value, "ptr"));
-    bool const onAfterRefusal = enableSmartPtrLockCheck;
-    bool const typeError = PyErr_ExceptionMatches(PyExc_TypeError);
+    bool const onAfterRefusal = enableSmartPtrLockCheck, typeError = PyErr_ExceptionMatches(PyExc_TypeError);
     enableSmartPtrLockCheck = false;
     PyErr_Clear();
 
@@ -59,7 +46,6 @@ TEST(GifPtrAddress, ReadsWithTheLockCheckOnAndLeavesItOn) {
     EXPECT_TRUE(typeError);
     EXPECT_TRUE(onAfterAddress);
     EXPECT_TRUE(onAfterRefusal);
-
     Locked locked;
     Py_DECREF(object);
     Py_DECREF(value);

@@ -1,8 +1,11 @@
 // Scripted peers for the client's tests: a UNIX-domain listener on a
-// temporary path whose connections run a script on their own thread.
+// temporary path that greets each connection, records what it receives and
+// answers each request as the test's script says; and agent directories.
 #pragma once
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -11,20 +14,18 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <functional>
-#include <stdexcept>
 #include <string>
 #include <thread>
-#include <type_traits>
 #include <vector>
 
-#include "Zel/Exception.h"
+#include "Support.h"
 
 namespace zeltest {
 
 inline bool readExact(int fd, void* buf, size_t n) {
-    char* p = static_cast<char*>(buf);
-    while (n) {
+    for (char* p = static_cast<char*>(buf); n;) {
         ssize_t r = ::recv(fd, p, n, 0);
         if (r <= 0) return false;
         p += r;
@@ -34,21 +35,17 @@ inline bool readExact(int fd, void* buf, size_t n) {
 }
 
 inline void writeAll(int fd, std::string const& s) {
-    size_t off = 0;
-    while (off < s.size()) {
+    for (size_t off = 0; off < s.size();) {
         ssize_t w = ::send(fd, s.data() + off, s.size() - off, MSG_NOSIGNAL);
         if (w <= 0) return;
         off += static_cast<size_t>(w);
     }
 }
 
-inline std::string be32(uint32_t v) {
-    return std::string{char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
-}
-
 // A response frame: length (status + payload), status, payload.
 inline std::string response(std::string const& status, std::string const& payload) {
-    return be32(static_cast<uint32_t>(payload.size() + 2)) + status + payload;
+    uint32_t n = static_cast<uint32_t>(payload.size() + 2);
+    return std::string{char(n >> 24), char(n >> 16), char(n >> 8), char(n)} + status + payload;
 }
 
 struct Request {
@@ -56,14 +53,6 @@ struct Request {
     std::string header;   // the 6 bytes as sent
     std::string command;
 };
-
-// Reads the greeting and answers it; returns the two greeting bytes.
-inline std::string greet(int fd) {
-    char g[2];
-    if (!readExact(fd, g, 2)) return "";
-    writeAll(fd, "ZPS1");
-    return std::string(g, 2);
-}
 
 inline bool readRequest(int fd, Request* r) {
     char h[6];
@@ -89,15 +78,14 @@ private:
     std::string path_;
 };
 
-// Listens on <dir>/peer.sock; each accepted connection gets `script(fd,
-// connectionIndex)` on the accepting thread, one after the other.
+// Listens on <dir>/peer.sock and serves one connection after the other:
+// answers the greeting, then each request with reply(request, connection
+// index); an empty reply closes the connection instead.
 class ScriptedPeer {
 public:
-    using Script = std::function<void(int fd, int index)>;
+    using Reply = std::function<std::string(Request const&, int index)>;
 
-    explicit ScriptedPeer(Script script) : script_(std::move(script)) {
-        path_ = dir_.path() + "/peer.sock";
-        listener_ = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    explicit ScriptedPeer(Reply reply) : reply_(std::move(reply)), path_(dir_.path() + "/peer.sock") {
         sockaddr_un a{};
         a.sun_family = AF_UNIX;
         std::strncpy(a.sun_path, path_.c_str(), sizeof a.sun_path - 1);
@@ -106,13 +94,9 @@ public:
         thread_ = std::thread([this] {
             for (int i = 0;; ++i) {
                 int fd = ::accept(listener_, nullptr, nullptr);
-                if (fd < 0 || stopping_) {
-                    if (fd >= 0) ::close(fd);
-                    return;
-                }
-                script_(fd, i);
-                ::close(fd);
-                accepted_ = i + 1;
+                if (fd >= 0 && !stopping_) serve(fd, i);
+                if (fd >= 0) ::close(fd);
+                if (fd < 0 || stopping_) return;
             }
         });
     }
@@ -123,31 +107,53 @@ public:
         ::close(listener_);
     }
     std::string const& path() const { return path_; }
-    int accepted() const { return accepted_; }
+    std::vector<std::string> greetings;
+    std::vector<Request> requests;
 
 private:
+    void serve(int fd, int index) {
+        char g[2];
+        if (!readExact(fd, g, 2)) return;
+        greetings.emplace_back(g, 2);
+        writeAll(fd, "ZPS1");
+        for (Request r; readRequest(fd, &r);) {
+            requests.push_back(r);
+            std::string answer = reply_(r, index);
+            if (answer.empty()) return;
+            writeAll(fd, answer);
+        }
+    }
+    Reply reply_;
     TempDir dir_;
     std::string path_;
-    int listener_ = -1;
-    Script script_;
+    int listener_ = ::socket(AF_UNIX, SOCK_STREAM, 0);
     std::atomic<bool> stopping_{false};
-    std::atomic<int> accepted_{0};
     std::thread thread_;
 };
 
-// Runs `f`, which must throw an E (for a plain RpcException, not a
-// connection failure), and returns a copy of it.
-template <class E, class F>
-E thrown(F f) {
-    try {
-        f();
-    } catch (E const& e) {
-        if constexpr (std::is_same_v<E, Zel::RpcException>) {
-            EXPECT_EQ(dynamic_cast<Zel::RpcConnectionException const*>(&e), nullptr) << "a connection failure";
-        }
-        return e;
+// Points ZELC_AGENTS_DIR at a fresh directory for its life.
+class AgentsDir {
+public:
+    AgentsDir() { ::setenv("ZELC_AGENTS_DIR", dir_.path().c_str(), 1); }
+    ~AgentsDir() {
+        for (int fd : held_) ::close(fd);
+        ::unsetenv("ZELC_AGENTS_DIR");
     }
-    throw std::logic_error("the expected exception was not thrown");
-}
+    std::string file(std::string const& name) const { return dir_.path() + "/" + name; }
+    // Writes an agent file; with `lock`, holds its flock like a live agent.
+    std::string write(std::string const& name, std::string const& text, bool lock = true) {
+        std::string path = file(name);
+        std::ofstream(path) << text;
+        if (lock) {
+            held_.push_back(::open(path.c_str(), O_RDONLY));
+            ::flock(held_.back(), LOCK_EX);
+        }
+        return path;
+    }
+
+private:
+    TempDir dir_;
+    std::vector<int> held_;
+};
 
 } // namespace zeltest

@@ -1,0 +1,85 @@
+// Finding an agent's server through its agent file.
+#include "client/PyClientTestSupport.h"
+#include "ZelPy/PyClient.h"
+
+using namespace zeltest;
+
+namespace {
+
+bool exists(std::string const& p) { return ::access(p.c_str(), F_OK) == 0; }
+
+Zel::PyServerContacts lookup(Zel::PyClient& client, std::string const& path) {
+    Zel::PyServerContacts c;
+    c.port = -1;
+    c.socketName = "untouched";
+    client.serverContacts(Zel::String8(path), &c);
+    return c;
+}
+
+Zel::PyClient demoClient(char const* name) {
+    return Zel::PyClient(Zel::String8("demo"), Zel::String8(name), 'T', nullptr, nullptr);
+}
+
+TEST(PyClientDiscovery, AgentFiles) {
+    AgentsDir dir;
+    Zel::PyClient client = demoClient("a");
+    struct { char const* name; std::string text; int port; char const* socket; } const live[] = {
+        {"full", "1234\n4321\n/run/x.sock\n", 4321, "/run/x.sock"},
+        {"nosock", "1234\n0\n", 0, "untouched"},
+        // A third line without a newline in its first 108 bytes.
+        {"long", "1234\n77\n" + std::string(110, 's') + "\n", 77, "untouched"},
+        // One line without a newline, and a file filling the whole read
+        // with no newline: nothing found, nothing read past the buffer.
+        {"one", "1234", -1, "untouched"},
+        {"nonl", std::string(300, '7'), -1, "untouched"},
+        {"empty", "", -1, "untouched"},   // a live agent's empty file stays
+    };
+    for (auto const& c : live) {
+        std::string path = dir.write(std::string("demo.") + c.name, c.text);
+        auto found = lookup(client, path);
+        EXPECT_EQ(found.port, c.port) << c.name;
+        EXPECT_EQ(found.socketName, c.socket) << c.name;
+        EXPECT_TRUE(exists(path)) << c.name;
+    }
+    // A file nobody holds belongs to a dead agent: removed.
+    std::string dead = dir.write("demo.dead", "1234\n5\n/s\n", false);
+    EXPECT_EQ(lookup(client, dead).port, -1);
+    EXPECT_FALSE(exists(dead));
+    EXPECT_EQ(lookup(client, dir.file("demo.none")).port, -1);   // missing file
+    EXPECT_EQ(lookup(client, "/nonexistent/zelpy-agents/demo.a").port, -1);   // missing directory
+    EXPECT_FALSE(client.sameProcess());
+    // Another open failure is an error, with the path as context.
+    std::string below = dir.file("demo.empty") + "/below-a-file";
+    auto e = thrown<Zel::ErrnoException>([&] { lookup(client, below); });
+    EXPECT_EQ(e.errnum(), ENOTDIR);
+    EXPECT_EQ(e.context(), below);
+    // This process's own pid: same-process mode, contacts untouched.
+    auto self = lookup(client, dir.write("demo.self", std::to_string(::getpid()) + "\n99\n/s\n"));
+    EXPECT_TRUE(client.sameProcess());
+    EXPECT_EQ(self.port, -1);
+    EXPECT_EQ(self.socketName, "untouched");
+}
+
+TEST(PyClientDiscovery, ConnectByNameFollowsTheAgentFile) {
+    EXPECT_EQ(Zel::PyClient::agentsDir(), "/var/run/agents");
+    AgentsDir dir;
+    EXPECT_EQ(Zel::PyClient::agentsDir().str() + "/x", dir.file("x"));
+    ScriptedPeer peer([](Request const& r, int) { return response("OK", "agent:" + r.command); });
+    dir.write("demo.live", "1\n0\n" + peer.path() + "\n");
+    ::setenv("SUBSYSTEMID", "sub7", 1);
+    Zel::PyClient client = demoClient("live");
+    ::unsetenv("SUBSYSTEMID");
+    EXPECT_EQ(client.serverName(), "demo.live.sub7");
+    client.connect();
+    char buf[32];
+    client.eval("7", buf, sizeof buf);
+    EXPECT_STREQ(buf, "agent:7");
+
+    unsigned const noRetry[] = {0};
+    Zel::PyClient absent = demoClient("gone");
+    absent.retryProfileIs(noRetry);
+    EXPECT_EQ(message<Zel::RpcConnectionException>([&] { absent.connect(); }), "Unable to connect to demo.gone");
+    absent.retryProfileIs(Zel::PyClient::kDefaultRetryProfile);
+}
+
+} // namespace

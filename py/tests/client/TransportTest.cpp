@@ -1,0 +1,138 @@
+// The socket layer: EINTR repeats the call, a closed peer ends a receive,
+// other failures are errno exceptions.
+#include <netinet/in.h>
+#include <pthread.h>
+#include <signal.h>
+
+#include <cstddef>
+
+#include "client/PyClientTestSupport.h"
+#include "ZelPy/PyClient.h"
+
+using namespace zeltest;
+
+namespace {
+
+std::atomic<int> interrupts{0};
+extern "C" void countInterrupt(int) { ++interrupts; }
+
+// SIGUSR1 without SA_RESTART: blocking calls fail with EINTR.
+struct InterruptingSignal {
+    InterruptingSignal() {
+        struct sigaction sa{};
+        sa.sa_handler = countInterrupt;
+        sigemptyset(&sa.sa_mask);
+        sigaction(SIGUSR1, &sa, &old);
+    }
+    ~InterruptingSignal() { sigaction(SIGUSR1, &old, nullptr); }
+    struct sigaction old;
+};
+
+// Interrupts `t` until the handler has run `n` more times.
+void interrupt(std::thread& t, int n) {
+    for (int target = interrupts + n; interrupts < target; std::this_thread::yield()) pthread_kill(t.native_handle(), SIGUSR1);
+}
+
+TEST(PyClientTransport, InterruptedCallsAreRepeated) {
+    InterruptingSignal sig;
+    int sv[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, sv), 0);
+    // recv, in both modes.
+    int got = -1;
+    char buf[8] = {};
+    std::thread reader([&] { got = socketRecv(sv[0], buf, 4, true); });
+    interrupt(reader, 3);
+    writeAll(sv[1], "ab");
+    interrupt(reader, 2);
+    writeAll(sv[1], "cd");
+    reader.join();
+    EXPECT_EQ(got, 4);
+    EXPECT_EQ(std::string(buf, 4), "abcd");
+    std::thread single([&] { got = socketRecv(sv[0], buf, 8, false); });
+    interrupt(single, 3);
+    writeAll(sv[1], "e");
+    single.join();
+    EXPECT_EQ(got, 1);   // returns after the first chunk
+
+    // send, blocked on a full socket buffer; finishing at all is the check.
+    int small = 4096;
+    ::setsockopt(sv[0], SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
+    ::fcntl(sv[0], F_SETFL, O_NONBLOCK);
+    while (::send(sv[0], buf, sizeof buf, MSG_NOSIGNAL) > 0) {
+    }
+    ::fcntl(sv[0], F_SETFL, 0);
+    std::atomic<bool> sent{false};
+    std::thread writer([&] {
+        socketSend(sv[0], "zz", 2, 0);
+        sent = true;
+    });
+    interrupt(writer, 3);
+    std::vector<char> drain(1 << 20);
+    ::fcntl(sv[1], F_SETFL, O_NONBLOCK);
+    for (; !sent; std::this_thread::yield()) (void)::recv(sv[1], drain.data(), drain.size(), 0);
+    writer.join();
+    ::close(sv[0]);
+    ::close(sv[1]);
+
+    // connect, blocked on a UNIX listener whose backlog is full until one
+    // queued connection is accepted. An abstract address leaves no file.
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    std::string const name = "zelpy-eintr-" + std::to_string(::getpid());
+    std::memcpy(addr.sun_path + 1, name.data(), name.size());
+    auto const len = static_cast<unsigned>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+    int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&addr), len), 0);
+    ASSERT_EQ(::listen(listener, 0), 0);
+    std::vector<int> queued;
+    for (int fd; (fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0)) >= 0; queued.push_back(fd)) {
+        if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), len) != 0) {   // the backlog is full
+            ::close(fd);
+            break;
+        }
+    }
+    int client = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    std::atomic<bool> connected{false};
+    std::thread connector([&] {
+        socketConnect(client, reinterpret_cast<sockaddr*>(&addr), len);
+        connected = true;
+    });
+    interrupt(connector, 3);
+    EXPECT_FALSE(connected);
+    queued.push_back(::accept(listener, nullptr, nullptr));   // frees a slot
+    connector.join();
+    EXPECT_TRUE(connected);
+    for (int fd : queued) ::close(fd);
+    for (int fd : {client, listener}) ::close(fd);
+}
+
+TEST(PyClientTransport, PeerCloseAndErrors) {
+    int sv[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, sv), 0);
+    writeAll(sv[1], "xyz");
+    ::shutdown(sv[1], SHUT_WR);
+    char buf[8];
+    EXPECT_EQ(socketRecv(sv[0], buf, 8, true), 3);   // peer closed after 3 bytes
+    EXPECT_EQ(socketRecv(sv[0], buf, 8, true), 0);
+    ::close(sv[0]);
+    ::close(sv[1]);
+    auto e = thrown<Zel::ErrnoException>([&] { socketRecv(sv[0], buf, 8, true); });
+    EXPECT_EQ(e.errnum(), EBADF);
+    EXPECT_EQ(e.ids(), Zel::Exception::IdBitArray(0x20000000));
+    EXPECT_EQ(e.message(), Zel::errnoString(EBADF));
+    EXPECT_EQ(e.context(), "");
+    EXPECT_THROW(socketSend(-1, "x", 1, 0), Zel::ErrnoException);
+    // The TCP form passes the length of an IPv4 address.
+    int listener = ::socket(AF_INET, SOCK_STREAM, 0), client = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in in{};
+    in.sin_family = AF_INET;
+    in.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof in;
+    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&in), len), 0);
+    ::getsockname(listener, reinterpret_cast<sockaddr*>(&in), &len);
+    ::listen(listener, 1);
+    EXPECT_NO_THROW(socketConnect(client, reinterpret_cast<sockaddr*>(&in)));
+    for (int fd : {client, listener}) ::close(fd);
+}
+
+} // namespace

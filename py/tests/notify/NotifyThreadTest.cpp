@@ -1,0 +1,191 @@
+// Handler calls made on a native thread (one Python has never seen): the
+// thread gets one Python thread state for its life, not one per call, and
+// gives it back when it ends. And the lock checks before any Python runs.
+#include <cstdlib>
+#include <future>
+#include <thread>
+
+#include "Support.h"
+#include "module/notify/PyClockNotifiee.h"
+#include "module/notify/PyGenericIfNotifiee.h"
+#include "Zel/Activity.h"
+#include "Zel/Entity.h"
+
+namespace Zel {
+namespace {
+
+int threadStates() {
+    int n = 0;
+    for (PyThreadState* t = PyInterpreterState_ThreadHead(PyThreadState_Get()->interp); t; t = PyThreadState_Next(t)) ++n;
+    return n;
+}
+
+PyObject* calls() { return PyDict_GetItemString(zeltest::mainDict(), "notify_calls"); }
+
+class NotifyThread : public ::testing::Test {
+protected:
+    void SetUp() override {
+        GilEnsure gil;
+        ASSERT_TRUE(zeltest::run("notify_calls = []\ndef notify_tick():\n    notify_calls.append(1)\n"
+                                 "def notify_pair(name, value):\n    notify_calls.append((name, value))\n"));
+        tick_ = pyObjHandleFactory(PyDict_GetItemString(zeltest::mainDict(), "notify_tick"), false);
+        pair_ = pyObjHandleFactory(PyDict_GetItemString(zeltest::mainDict(), "notify_pair"), false);
+    }
+    void TearDown() override {
+        GilEnsure gil;
+        tick_ = pair_ = nullptr;
+    }
+    // Runs `body` on a new native thread holding the activity lock; checks
+    // the thread states while the thread waits after `body`, and after it
+    // ended. Call with the interpreter lock held.
+    template <class Body>
+    void onNativeThread(Body body, Py_ssize_t expectedCalls) {
+        int const before = threadStates();
+        Py_ssize_t const callsBefore = PyList_Size(calls());
+        std::promise<void> called, finish;
+        std::future<void> finishing = finish.get_future();
+        std::thread native;
+        {
+            ReleasedGil released;
+            native = std::thread([&] {
+                Lock* lock = ActivityLockAnchor::lock();
+                lock->lock();
+                body();
+                lock->unlock();
+                called.set_value();
+                finishing.wait();
+            });
+            called.get_future().wait();
+        }
+        EXPECT_EQ(threadStates(), before + 1);
+        EXPECT_EQ(PyList_Size(calls()), callsBefore + expectedCalls);
+        {
+            ReleasedGil released;
+            finish.set_value();
+            native.join();
+        }
+        EXPECT_EQ(threadStates(), before);
+    }
+    Ptr<PyObjHandle> tick_, pair_;
+};
+
+// Clock ticks (one on creation) and many attribute notifications share one
+// thread state. The values reach Python as a builtin or as a handle to an
+// entity: both conversions copy framework references, which must happen
+// while the activity lock is still held, or they race with the activity
+// thread's own count changes on the same objects.
+TEST_F(NotifyThread, NativeThreadKeepsOneThreadStateAndConvertsUnderTheLock) {
+    GilEnsure gil;
+    struct Checking {
+        Checking() { enableSmartPtrLockCheck = true; }
+        ~Checking() { enableSmartPtrLockCheck = false; }
+    };
+    uint64_t const failuresBefore = smartPtrLockCheckFailures();
+    {
+        Checking checking;
+        onNativeThread(
+            [&] {
+                Ptr<PyClockNotifiee> clock = pyClockNotifieeFactory(nullptr, Clock::clock(), tick_);
+                clock->handleTime();
+                clock->handleTime();
+                Ptr<PyGenericIfNotifiee> n = zelNew<PyGenericIfNotifiee>(nullptr, pair_);
+                for (int32_t i = 0; i < 1000; ++i) n->onAttribute(&Entity::_zelAttrs[0], GenericIfTraits<int32_t>::to(i));
+                Ptr<ActivityConfig> entity = zelNew<ActivityConfig>(Name("converted"));
+                n->onAttribute(&Entity::_zelAttrs[0], Ptr<GenericIf const>(entity->fwkType()->genericIf(entity.ptr(), true)));
+            },
+            1004);
+    }
+    EXPECT_EQ(smartPtrLockCheckFailures(), failuresBefore);
+    PyObject* last = PyList_GetItem(calls(), PyList_Size(calls()) - 2);
+    EXPECT_STREQ(PyString_AsString(PyTuple_GetItem(last, 0)), "name");
+    EXPECT_EQ(PyInt_AsLong(PyTuple_GetItem(last, 1)), 999);
+}
+
+// A native thread whose state an enclosing PyGILState_Ensure made keeps it
+// past the matching release, and a callback entered with the interpreter
+// lock held returns with both locks held.
+TEST_F(NotifyThread, ThreadStateOutlivesTheEnsureThatMadeIt) {
+    GilEnsure gil;
+    onNativeThread(
+        [&] {
+            Ptr<PyClockNotifiee> n = pyClockNotifieeFactory(nullptr, nullptr, tick_);
+            PyThreadState* made;
+            {
+                GilEnsure outer;
+                made = PyGILState_GetThisThreadState();
+                n->handleTime();
+                EXPECT_TRUE(ActivityLockAnchor::lock()->heldByMe());
+                EXPECT_EQ(_PyThreadState_Current, made);
+            }
+            EXPECT_EQ(PyGILState_GetThisThreadState(), made);
+            n->handleTime();
+            n = nullptr;
+        },
+        2);
+}
+
+// A thread state kept across a finalisation is not used again: the
+// thread's next callback, in the new interpreter, gets a new one, which
+// goes when the thread ends. In a child process of its own (it restarts
+// Python).
+TEST_F(NotifyThread, KeptThreadStateEndsWithTheInterpreter) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    auto restart = [&] {
+        Ptr<PyObjHandle> handle = tick_;
+        std::promise<void> firstDone, secondGo;
+        std::future<void> second = secondGo.get_future();
+        auto callOnce = [&] {
+            Lock* lock = ActivityLockAnchor::lock();
+            lock->lock();
+            pyClockNotifieeFactory(nullptr, nullptr, handle)->handleTime();
+            lock->unlock();
+        };
+        std::thread native;
+        {
+            ReleasedGil released;
+            native = std::thread([&] {
+                callOnce();
+                firstDone.set_value();
+                second.wait();
+                callOnce();
+            });
+            firstDone.get_future().wait();
+        }
+        handle = tick_ = pair_ = nullptr;
+        Py_Finalize();
+        Py_Initialize();
+        PyEval_InitThreads();
+        SetUp();
+        handle = tick_;
+        {
+            ReleasedGil released;
+            secondGo.set_value();
+            native.join();
+        }
+        std::_Exit(PyList_Size(calls()) == 1 && threadStates() == 1 ? 0 : 1);
+    };
+    EXPECT_EXIT(restart(), ::testing::ExitedWithCode(0), "");
+}
+
+TEST_F(NotifyThread, HandlerRunsOnlyWhenTheActivityLockCanBeReleased) {
+    Lock* lock = ActivityLockAnchor::lock();
+    ASSERT_TRUE(lock->lock());
+    Ptr<PyClockNotifiee> n = pyClockNotifieeFactory(nullptr, nullptr, tick_);
+    lock->releasableIs(false);
+    for (bool held : {true, false}) {
+        if (!held) {
+            lock->releasableIs(true);
+            lock->unlock();
+        }
+        EXPECT_EQ(zeltest::message<InternalException>([&] { n->handleTime(); }),
+                  "Lock Protocol exception -- unlocking an unreleasable lock") << held;
+    }
+    GilEnsure gil;
+    EXPECT_EQ(PyList_Size(calls()), 0);
+    ASSERT_TRUE(lock->lock());
+    n = nullptr;
+    lock->unlock();
+}
+
+} // namespace
+} // namespace Zel

@@ -1,0 +1,34 @@
+// PyObjHandle's ownership of its one Python reference.
+#include "Support.h"
+#include "ZelPy/PyObjHandle.h"
+
+namespace Zel {
+namespace {
+
+TEST(PyObjHandle, ReferenceCounts) {
+    GilEnsure gil;
+    PyRef o(PyList_New(0)), p(PyList_New(0));
+    Py_ssize_t const base = Py_REFCNT(o.get());
+    {
+        Ptr<PyObjHandle> own = pyObjHandleFactory(o.get(), false);
+        EXPECT_EQ(Py_REFCNT(o.get()), base + 1);
+        EXPECT_FALSE(own->passedRef());
+    }
+    EXPECT_EQ(Py_REFCNT(o.get()), base);
+    Py_INCREF(o.get());
+    {
+        Ptr<PyObjHandle> adopted = pyObjHandleFactory(o.get(), true);
+        EXPECT_EQ(Py_REFCNT(o.get()), base + 1);
+        // Adopting another object drops the old reference, takes none.
+        Py_INCREF(p.get());
+        adopted->pyObjectIs(p.get());
+        EXPECT_EQ(Py_REFCNT(o.get()), base);
+        EXPECT_EQ(Py_REFCNT(p.get()), 2);
+    }
+    EXPECT_EQ(Py_REFCNT(p.get()), 1);
+    EXPECT_FALSE(pyObjHandleFactory(nullptr, false)->pyObject());
+    EXPECT_EQ(typeNode("Zel::PyObjHandle")->baseType(), &PtrInterface::_zelType);
+}
+
+} // namespace
+} // namespace Zel
