@@ -241,6 +241,7 @@ void healthCheck() {
         }
         if (got != want) failure = "\"" + shown(request) + "\" was answered \"" + shown(got) + "\"";
     };
+    // Both directions spelled out: the answers are under test.
     exchange("CR", "ZPS1");
     exchange("?1\0\0\0\x03"sv "1+1"sv, "\0\0\0\x03OK2"sv);
     if (!failure.empty()) finding("a well-behaved client is no longer served: " + failure);

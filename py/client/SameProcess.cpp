@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "support/Gil.h"
+#include "support/WireProtocol.h"
 #include "ClientTrace.h"
 #include "Zel/Exception.h"
 #include "ZelPy/PyObjHandle.h"
@@ -81,7 +82,7 @@ int PyClient::localCmd(char const* cmd, char const* kind, char* result, int resu
     PYCLIENT_TRACE(1, "localCmd", "Executing command locally (in same address space)");
     GilEnsure gil;
     if (!localServer_) constructLocalServer();
-    char const* name = std::strcmp(kind, "?1") == 0 ? "doEval" : "doExec";
+    char const* name = std::strcmp(kind, wire::kEvaluate) == 0 ? "doEval" : "doExec";
 
     Ptr<PyObjHandle> method =
         pyObjHandleFactory(PyObject_GetAttrString(localServer_->pyObject(), name), true);
