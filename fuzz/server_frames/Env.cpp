@@ -112,7 +112,7 @@ PyMethodDef checkedMethods[] = {
 
 } // namespace
 
-PyThreadState* mainState = nullptr;
+ReleasedGil* unlocked = nullptr;
 Env env;
 
 std::atomic<int> serving{0};
@@ -158,7 +158,7 @@ void startEnv() {
         PyRef ran(must(PyRun_String(kGlue, Py_file_input, env.glue, env.glue), "the glue"));
     }
     startServer();
-    mainState = PyEval_SaveThread();
+    unlocked = new ReleasedGil;   // never ended: the harness runs without the lock from here on
 }
 
 void startServer() {
@@ -174,7 +174,7 @@ void stopServer() {
         stopped = false;
     }
     {
-        WithGil gil;
+        HeldGil gil(*unlocked);
         PyRef started(PyObject_CallFunction(glueFunction("stopInThread"), const_cast<char*>("O"), env.stopDone));
         if (!started) pythonFinding("cannot start stop()");
     }
