@@ -20,6 +20,7 @@
 
 #include "Zel/Lock.h"
 #include "Zel/PtrInterface.h"
+#include "ZelPy/Locks.h"
 #include "ZelPy/Types.h"
 
 namespace {
@@ -41,37 +42,6 @@ int convertAttr(PyObject* obj, Zel::ZelAttr const** out) {
     return 1;
 }
 
-// Releases the interpreter lock for its scope; retake() ends that early.
-class GilRelease {
-public:
-    GilRelease() : saved_(PyEval_SaveThread()) {}
-    ~GilRelease() { retake(); }
-    GilRelease(GilRelease const&) = delete;
-    GilRelease& operator=(GilRelease const&) = delete;
-    void retake() {
-        if (saved_) PyEval_RestoreThread(saved_);
-        saved_ = nullptr;
-    }
-
-private:
-    PyThreadState* saved_;
-};
-
-// Holds the activity lock for its scope, unlocking only if it locked.
-class ActivityLockHold {
-public:
-    ActivityLockHold() : lock_(Zel::ActivityLockAnchor::lock()), taken_(lock_->lock()) {}
-    ~ActivityLockHold() {
-        if (taken_) lock_->unlock();
-    }
-    ActivityLockHold(ActivityLockHold const&) = delete;
-    ActivityLockHold& operator=(ActivityLockHold const&) = delete;
-
-private:
-    Zel::Lock* lock_;
-    bool taken_;
-};
-
 PyObject* callFloor(PyObject*, PyObject* args) {
     Zel::ZelAttr const* attr = nullptr;
     if (!PyArg_ParseTuple(args, "O&:callFloor", convertAttr, &attr)) return nullptr;
@@ -82,12 +52,15 @@ PyObject* lockedReadFloor(PyObject*, PyObject* args) {
     Zel::ZelAttr const* attr = nullptr;
     if (!PyArg_ParseTuple(args, "O&:lockedReadFloor", convertAttr, &attr)) return nullptr;
     try {
-        GilRelease gil;            // declared first: destroyed after the unlock
-        ActivityLockHold hold;
+        // The entry points' own scopes: the interpreter lock released first
+        // (so taken back last, should the activity lock fail), taken back
+        // before the int is built, while the activity lock is still held.
+        Zel::GilUnlockAnchor gil;
+        Zel::ActivityLockScope hold;
         // A volatile read: the value may change under the lock for all the
         // compiler knows, so it is loaded on every call.
         long const value = *static_cast<int volatile*>(&probe->value);
-        gil.retake();
+        gil.gilHeldIs(true);
         return PyInt_FromLong(value);
     } catch (std::exception const& e) {
         // The scopes have ended here: the interpreter lock is held again.

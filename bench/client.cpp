@@ -23,6 +23,7 @@
 #include <fstream>
 #include <string>
 
+#include "Zel/Fd.h"
 #include "ZelPy/PyClient.h"
 
 namespace {
@@ -101,47 +102,53 @@ bool recvAll(int fd, char* buf, size_t n) {
 // Two connected stream sockets: a UNIX-domain pair, or both ends of a TCP
 // connection over 127.0.0.1 with Nagle off on the answering end, as the
 // server has it.
-bool connectedPair(bool tcp, int fds[2]) {
-    if (!tcp) return ::socketpair(AF_UNIX, SOCK_STREAM, 0, fds) == 0;
-    int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+bool connectedPair(bool tcp, Zel::Fd fds[2]) {
+    if (!tcp) {
+        int pair[2];
+        if (::socketpair(AF_UNIX, SOCK_STREAM, 0, pair) != 0) return false;
+        fds[0].reset(pair[0]);
+        fds[1].reset(pair[1]);
+        return true;
+    }
+    Zel::Fd listener(::socket(AF_INET, SOCK_STREAM, 0));
     sockaddr_in addr{};
     addr.sin_family = AF_INET;
     addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t len = sizeof addr;
-    bool ok = listener >= 0 && ::bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 &&
-              ::listen(listener, 1) == 0 && ::getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &len) == 0;
-    fds[0] = ok ? ::socket(AF_INET, SOCK_STREAM, 0) : -1;
-    ok = ok && fds[0] >= 0 && ::connect(fds[0], reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
-    fds[1] = ok ? ::accept(listener, nullptr, nullptr) : -1;
+    bool ok = listener.valid() && ::bind(listener.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 &&
+              ::listen(listener.get(), 1) == 0 &&
+              ::getsockname(listener.get(), reinterpret_cast<sockaddr*>(&addr), &len) == 0;
+    if (ok) fds[0].reset(::socket(AF_INET, SOCK_STREAM, 0));
+    ok = ok && fds[0].valid() && ::connect(fds[0].get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
+    if (ok) fds[1].reset(::accept(listener.get(), nullptr, nullptr));
     int one = 1;
-    ok = ok && fds[1] >= 0 && ::setsockopt(fds[1], IPPROTO_TCP, TCP_NODELAY, &one, sizeof one) == 0;
-    if (listener >= 0) ::close(listener);
-    return ok;
+    return ok && fds[1].valid() && ::setsockopt(fds[1].get(), IPPROTO_TCP, TCP_NODELAY, &one, sizeof one) == 0;
 }
 
 void BM_PingPong(benchmark::State& state, bool tcp) {
-    int fds[2];
+    Zel::Fd fds[2];
     if (!connectedPair(tcp, fds)) {
         state.SkipWithError("cannot make a connected socket pair");
         return;
     }
     pid_t echo = ::fork();
     if (echo == 0) {
-        ::close(fds[0]);
+        fds[0].reset();
         char req[sizeof kRequest];
-        while (recvAll(fds[1], req, sizeof req) && ::send(fds[1], kResponse, sizeof kResponse, 0) == sizeof kResponse) {
+        while (recvAll(fds[1].get(), req, sizeof req) &&
+               ::send(fds[1].get(), kResponse, sizeof kResponse, 0) == sizeof kResponse) {
         }
         std::_Exit(0);
     }
-    ::close(fds[1]);
+    fds[1].reset();
     char resp[sizeof kResponse];
     LoopClock clock;
     for (auto _ : state) {
-        ::send(fds[0], kRequest, sizeof kRequest, 0);
-        recvAll(fds[0], resp, sizeof resp);
+        ::send(fds[0].get(), kRequest, sizeof kRequest, 0);
+        recvAll(fds[0].get(), resp, sizeof resp);
     }
     floorNs[tcp] = clock.nsPer(state.iterations());
-    ::close(fds[0]);   // the echo process sees the end and exits
+    fds[0].reset();   // the echo process sees the end and exits
     ::waitpid(echo, nullptr, 0);
 }
 

@@ -24,7 +24,10 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <utility>
 #include <vector>
+
+#include "support/PyRef.h"
 
 namespace zelfuzz {
 
@@ -32,11 +35,8 @@ class PyValueBuilder {
 public:
     static constexpr size_t kMaxStack = 64;
 
-    PyValueBuilder(uint8_t const* data, size_t size, std::vector<PyObject*> const& prepared)
+    PyValueBuilder(uint8_t const* data, size_t size, std::vector<Zel::PyRef> const& prepared)
         : p_(data), end_(data + size), prepared_(prepared) {}
-    ~PyValueBuilder() {
-        for (PyObject* o : stack_) Py_DECREF(o);
-    }
     PyValueBuilder(PyValueBuilder const&) = delete;
     PyValueBuilder& operator=(PyValueBuilder const&) = delete;
 
@@ -46,7 +46,7 @@ public:
     }
     // The i-th value from the top (0: the top), borrowed; None when the
     // stack is not that deep.
-    PyObject* top(size_t i) const { return i < stack_.size() ? stack_[stack_.size() - 1 - i] : Py_None; }
+    PyObject* top(size_t i) const { return i < stack_.size() ? stack_[stack_.size() - 1 - i].get() : Py_None; }
 
 private:
     uint8_t byte() { return p_ < end_ ? *p_++ : 0; }
@@ -61,14 +61,11 @@ private:
             PyErr_Clear();
             return;
         }
-        if (stack_.size() >= kMaxStack) {
-            Py_DECREF(o);
-            return;
-        }
-        stack_.push_back(o);
+        Zel::PyRef owned(o);
+        if (stack_.size() < kMaxStack) stack_.push_back(std::move(owned));
     }
-    PyObject* pop() {
-        PyObject* o = stack_.back();
+    Zel::PyRef pop() {
+        Zel::PyRef o = std::move(stack_.back());
         stack_.pop_back();
         return o;
     }
@@ -132,7 +129,7 @@ private:
             PyObject* seq = op == 10 ? PyTuple_New(static_cast<Py_ssize_t>(k)) : PyList_New(static_cast<Py_ssize_t>(k));
             // The deepest of the k becomes the first item.
             for (size_t i = k; i-- > 0;) {
-                PyObject* item = pop();   // stolen by the container
+                PyObject* item = pop().release();   // stolen by the container
                 if (op == 10) {
                     PyTuple_SET_ITEM(seq, static_cast<Py_ssize_t>(i), item);
                 } else {
@@ -146,41 +143,37 @@ private:
             size_t k = std::min(count(), stack_.size() / 2);
             PyObject* dict = PyDict_New();
             for (size_t i = 0; i < k; ++i) {
-                PyObject* value = pop();
-                PyObject* key = pop();
-                if (PyDict_SetItem(dict, key, value) != 0) PyErr_Clear();   // unhashable key: skipped
-                Py_DECREF(key);
-                Py_DECREF(value);
+                Zel::PyRef value = pop();
+                Zel::PyRef key = pop();
+                if (PyDict_SetItem(dict, key.get(), value.get()) != 0) PyErr_Clear();   // unhashable key: skipped
             }
             push(dict);
             break;
         }
         case 13:
             if (!prepared_.empty()) {
-                PyObject* o = prepared_[byte() % prepared_.size()];
+                PyObject* o = prepared_[byte() % prepared_.size()].get();
                 Py_INCREF(o);
                 push(o);
             }
             break;
         case 14:
             if (!stack_.empty()) {
-                Py_INCREF(stack_.back());
-                push(stack_.back());
+                PyObject* o = stack_.back().get();
+                Py_INCREF(o);
+                push(o);
             }
             break;
         case 15:
-            if (!stack_.empty()) {
-                PyObject* o = pop();   // not inside Py_DECREF: the macro names its argument twice
-                Py_DECREF(o);
-            }
+            if (!stack_.empty()) stack_.pop_back();
             break;
         }
     }
 
     uint8_t const* p_;
     uint8_t const* end_;
-    std::vector<PyObject*> const& prepared_;
-    std::vector<PyObject*> stack_;
+    std::vector<Zel::PyRef> const& prepared_;
+    std::vector<Zel::PyRef> stack_;
 };
 
 } // namespace zelfuzz

@@ -17,6 +17,7 @@
 #include <string>
 
 #include "Zel/Exception.h"
+#include "Zel/Fd.h"
 #include "ZelPy/PyClient.h"
 
 namespace {
@@ -44,19 +45,21 @@ std::string const& agentsDir() {
 class AgentFile {
 public:
     AgentFile(std::string path, uint8_t const* data, size_t size) : path_(std::move(path)) {
-        fd_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        if (fd_ < 0) finding("cannot write the agent file");
-        if (::write(fd_, data, size) != static_cast<ssize_t>(size)) finding("short write of the agent file");
-        if (::flock(fd_, LOCK_EX) != 0) finding("cannot lock the agent file");
+        fd_.reset(::open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600));
+        if (!fd_.valid()) finding("cannot write the agent file");
+        if (::write(fd_.get(), data, size) != static_cast<ssize_t>(size)) finding("short write of the agent file");
+        if (::flock(fd_.get(), LOCK_EX) != 0) finding("cannot lock the agent file");
     }
     ~AgentFile() {
-        ::close(fd_);
+        fd_.reset();   // the lock goes before the file
         ::unlink(path_.c_str());
     }
+    AgentFile(AgentFile const&) = delete;
+    AgentFile& operator=(AgentFile const&) = delete;
 
 private:
     std::string path_;
-    int fd_ = -1;
+    Zel::Fd fd_;
 };
 
 } // namespace

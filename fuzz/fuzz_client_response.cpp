@@ -29,11 +29,18 @@
 #include <string>
 #include <thread>
 
+#include "support/WireProtocol.h"
 #include "Zel/Exception.h"
+#include "Zel/Fd.h"
 #include "ZelPy/PyClient.h"
 
 namespace {
 
+namespace wire = Zel::wire;
+
+// The peer's socket I/O. The client's tests have the like in
+// py/tests/PyClientTestSupport.h; a fuzz target takes nothing from the
+// tests, so it keeps its own.
 bool readExact(int fd, char* p, size_t n) {
     while (n) {
         ssize_t r = ::recv(fd, p, n, 0);
@@ -68,12 +75,12 @@ public:
         if (!::mkdtemp(tmpl)) die("mkdtemp");
         dir_ = tmpl;
         path_ = dir_ + "/peer.sock";
-        listener_ = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        listener_.reset(::socket(AF_UNIX, SOCK_STREAM, 0));
         sockaddr_un a{};
         a.sun_family = AF_UNIX;
         std::strncpy(a.sun_path, path_.c_str(), sizeof a.sun_path - 1);
-        if (::bind(listener_, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) die("bind");
-        if (::listen(listener_, 4) != 0) die("listen");
+        if (::bind(listener_.get(), reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) die("bind");
+        if (::listen(listener_.get(), 4) != 0) die("listen");
         std::atexit([] {
             ::unlink(instance().path_.c_str());
             ::rmdir(instance().dir_.c_str());
@@ -94,8 +101,8 @@ public:
 private:
     void serve() {
         for (;;) {
-            int fd = ::accept(listener_, nullptr, nullptr);
-            if (fd < 0) continue;
+            Zel::Fd fd(::accept(listener_.get(), nullptr, nullptr));
+            if (!fd.valid()) continue;
             std::string response;
             bool takeRequest;
             {
@@ -103,25 +110,22 @@ private:
                 response = response_;
                 takeRequest = takeRequest_;
             }
-            char greeting[2];
-            if (readExact(fd, greeting, 2)) {
-                writeAll(fd, "ZPS1", 4);
-                char header[6];
+            char greeting[wire::kGreetingSize];
+            if (readExact(fd.get(), greeting, sizeof greeting)) {
+                writeAll(fd.get(), wire::kGreetingReply.data(), wire::kGreetingReply.size());
+                char header[wire::kRequestHeader];
                 bool ok = true;
-                if (takeRequest && (ok = readExact(fd, header, 6))) {
-                    size_t n = size_t(uint8_t(header[2])) << 24 | size_t(uint8_t(header[3])) << 16 |
-                               size_t(uint8_t(header[4])) << 8 | uint8_t(header[5]);
-                    std::string command(n, '\0');
-                    ok = readExact(fd, command.data(), n);
+                if (takeRequest && (ok = readExact(fd.get(), header, sizeof header))) {
+                    std::string command(wire::readLength(header + wire::kKindSize), '\0');
+                    ok = readExact(fd.get(), command.data(), command.size());
                 }
-                if (ok) writeAll(fd, response.data(), response.size());
+                if (ok) writeAll(fd.get(), response.data(), response.size());
             }
-            ::close(fd);
         }
     }
 
     std::string dir_, path_;
-    int listener_ = -1;
+    Zel::Fd listener_;
     std::mutex mutex_;
     std::string response_;
     bool takeRequest_ = false;
@@ -172,14 +176,16 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
     int n;
     try {
         client.connect();
-        n = remote ? client.remoteCmd("fuzz", "?1", buf.get(), bufSize) : client.result(buf.get(), bufSize);
+        n = remote ? client.remoteCmd("fuzz", wire::kEvaluate, buf.get(), bufSize) : client.result(buf.get(), bufSize);
     } catch (Zel::RpcException const&) {
         return 0;
     } catch (Zel::ErrnoException const&) {
         return 0;
     }
     // A success: an "OK" frame whose payload fitted, terminated, and
-    // received as sent (L below 2 gives -1 or -2 by design).
+    // received as sent (L below 2 gives -1 or -2 by design). The response
+    // layout is what is checked, so it is spelled out here rather than
+    // read from support/WireProtocol.h, which the client reads it with.
     if (response.size() < 6 || response.compare(4, 2, "OK") != 0) finding("success without an OK frame", n, bufSize);
     if (n < -2 || (n >= 0 && n >= bufSize)) finding("count outside the buffer", n, bufSize);
     if (n >= 0 && bufSize > 0) {

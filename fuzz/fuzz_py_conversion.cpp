@@ -19,6 +19,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -84,7 +85,7 @@ struct Env {
     PyObject* switchType = nullptr;
     std::vector<PyObject*> attrs;   // kAllTypesAttrs then kSwitchAttrs
     std::vector<Zel::ZelType const*> direct;
-    std::vector<PyObject*> prepared;
+    std::vector<PyRef> prepared;
 };
 Env env;
 
@@ -118,8 +119,9 @@ void prepare() {
     PyRef ran(must(PyRun_String(kPreparedPython, Py_file_input, main, main), "the prepared objects"));
     PyObject* list = PyDict_GetItemString(main, "fuzzPrepared");
     for (Py_ssize_t i = 0; i < PyList_GET_SIZE(list); ++i) {
-        env.prepared.push_back(PyList_GET_ITEM(list, i));
-        Py_INCREF(env.prepared.back());
+        PyObject* item = PyList_GET_ITEM(list, i);
+        Py_INCREF(item);
+        env.prepared.emplace_back(item);
     }
     // GifPtr handles: two entities and a value of each value type, made
     // from Python arguments.
@@ -127,19 +129,19 @@ void prepare() {
         callFunction(env.newGenericIf, "O(s)", env.allTypes, "prepared"),
         callFunction(env.newGenericIf, "O(s)", env.switchType, "prepared"),
     };
-    for (PyObject* o : made) env.prepared.push_back(must(o, "a prepared GifPtr"));
+    for (PyObject* o : made) env.prepared.emplace_back(must(o, "a prepared GifPtr"));
     struct { char const* type; char const* args; } const values[] = {
         {"Demo::Point", "(1, 2)"}, {"Demo::Meters", "()"}, {"Demo::MacAddr", "('00:11:22:33:44:55',)"},
         {"Demo::PyLiteral", "('[1]',)"}, {"Demo::Opaque", "(5,)"}};
     for (auto const& v : values) {
         PyRef type(must(callMethod(zel, "typeNode", "s", v.type), v.type));
         PyRef args(must(PyRun_String(v.args, Py_eval_input, main, main), v.args));
-        env.prepared.push_back(must(callFunction(env.newGenericIf, "OO", type.get(), args.get()), v.type));
+        env.prepared.emplace_back(must(callFunction(env.newGenericIf, "OO", type.get(), args.get()), v.type));
     }
-    env.prepared.push_back(env.allTypes);
-    Py_INCREF(env.allTypes);
-    env.prepared.push_back(env.attrs[0]);
-    Py_INCREF(env.attrs[0]);
+    for (PyObject* kept : {env.allTypes, env.attrs[0]}) {
+        Py_INCREF(kept);
+        env.prepared.emplace_back(kept);
+    }
 }
 
 // Live objects per allocation-tracker slot.
@@ -223,7 +225,6 @@ void exercise(size_t target, PyObject* key, PyObject* value) {
 // on only through Python objects, which sit in the interpreter's arenas
 // the checker does not scan, so kept to the end they read as leaks.
 void dropPrepared() {
-    for (PyObject* o : env.prepared) Py_DECREF(o);
     env.prepared.clear();
     PyObject* main = PyModule_GetDict(PyImport_AddModule("__main__"));
     if (PyDict_GetItemString(main, "fuzzPrepared") && PyDict_DelItemString(main, "fuzzPrepared") != 0) PyErr_Clear();
@@ -243,7 +244,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     // rules, interned names) are full before the counts are compared.
     for (size_t t = 0; t < kTargetCount; ++t) {
         exercise(t, Py_None, Py_None);
-        for (PyObject* o : env.prepared) exercise(t, o, o);
+        for (PyRef const& o : env.prepared) exercise(t, o.get(), o.get());
     }
     if (PyErr_Occurred()) finding("a Python error stayed pending after the warm-up");
     std::atexit(dropPrepared);

@@ -112,7 +112,7 @@ void runInput(uint8_t const* data, size_t size) {
     long calls0 = serveCalls;
     long threads0;
     {
-        WithGil gil;
+        HeldGil gil(*unlocked);
         PyRef active(PyRun_String("threading.active_count()", Py_eval_input, env.glue, env.glue));
         if (!active) pythonFinding("threading.active_count()");
         threads0 = PyInt_AsLong(active.get());
@@ -144,7 +144,7 @@ void runInput(uint8_t const* data, size_t size) {
         // The connections left (mid-frame, never reading, not yet served)
         // are still open: stop() must end their threads all the same.
         stopServer();
-        WithGil gil;
+        HeldGil gil(*unlocked);
         startServer();
     }
     conns.clear();   // closes what is still open
@@ -183,7 +183,7 @@ void runInput(uint8_t const* data, size_t size) {
         finding("serve() reported bad headers" + joined(got) + "; expected" + joined(required) + ", perhaps" +
                 joined(optional));
     }
-    WithGil gil;
+    HeldGil gil(*unlocked);
     PyRef noticed(PyObject_CallFunction(glueFunction("takeNotices"), nullptr));
     if (!noticed || !PyList_Check(noticed.get())) pythonFinding("cannot read the server's notices");
     std::vector<std::string> notices;

@@ -19,13 +19,16 @@
 #include <string>
 
 #include "AgentSignals.h"
+#include "support/Gil.h"
+#include "support/PyRef.h"
 #include "Zel/Activity.h"
 #include "Zel/Dir.h"
 #include "Zel/Exception.h"
 #include "ZelPy/PyClient.h"
-#include "ZelPy/PyObjHandle.h"
 
 namespace {
+
+using Zel::PyRef;
 
 struct Options {
     std::string name;
@@ -56,9 +59,6 @@ Options parse(int argc, char** argv) {
     return o;
 }
 
-// A new Python reference owned by a scope (the caller holds the GIL).
-Zel::Ptr<Zel::PyObjHandle> own(PyObject* o) { return Zel::pyObjHandleFactory(o, true); }
-
 void printPythonError(char const* what) {
     std::cerr << "zelagent: " << what << std::endl;
     PyErr_Print();
@@ -66,8 +66,8 @@ void printPythonError(char const* what) {
 
 // The demo types register themselves when their library loads.
 void loadDemo() {
-    Zel::Ptr<Zel::PyObjHandle> demo = own(PyImport_ImportModule("ZelDemo"));
-    if (!demo->pyObject()) {
+    PyRef demo(PyImport_ImportModule("ZelDemo"));
+    if (!demo) {
         PyErr_Clear();
         std::cerr << "zelagent: demo types not available (ZelDemo did not import); continuing without them"
                   << std::endl;
@@ -88,32 +88,30 @@ void publishSwitch(std::string const& agent) {
     }
 }
 
-// Starts PyServer.PyServer(name, tcpPort=...); returns the server object.
-Zel::Ptr<Zel::PyObjHandle> startServer(Options const& o) {
-    Zel::Ptr<Zel::PyObjHandle> module = own(PyImport_ImportModule("PyServer"));
-    if (!module->pyObject()) return own(nullptr);
-    Zel::Ptr<Zel::PyObjHandle> cls = own(PyObject_GetAttrString(module->pyObject(), "PyServer"));
-    if (!cls->pyObject()) return own(nullptr);
-    Zel::Ptr<Zel::PyObjHandle> args = own(Py_BuildValue("(s)", o.name.c_str()));
-    Zel::Ptr<Zel::PyObjHandle> kwargs = own(PyDict_New());
-    if (!args->pyObject() || !kwargs->pyObject()) return own(nullptr);
+// Starts PyServer.PyServer(name, tcpPort=...); returns the server object,
+// or none with a Python error pending.
+PyRef startServer(Options const& o) {
+    PyRef module(PyImport_ImportModule("PyServer"));
+    if (!module) return PyRef();
+    PyRef cls(PyObject_GetAttrString(module.get(), "PyServer"));
+    if (!cls) return PyRef();
+    PyRef args(Py_BuildValue("(s)", o.name.c_str()));
+    PyRef kwargs(PyDict_New());
+    if (!args || !kwargs) return PyRef();
     if (o.tcpPort >= 0) {
-        Zel::Ptr<Zel::PyObjHandle> port = own(PyInt_FromLong(o.tcpPort));
-        if (!port->pyObject() || PyDict_SetItemString(kwargs->pyObject(), "tcpPort", port->pyObject()) < 0) {
-            return own(nullptr);
-        }
+        PyRef port(PyInt_FromLong(o.tcpPort));
+        if (!port || PyDict_SetItemString(kwargs.get(), "tcpPort", port.get()) < 0) return PyRef();
     }
-    Zel::Ptr<Zel::PyObjHandle> server =
-        own(PyObject_Call(cls->pyObject(), args->pyObject(), kwargs->pyObject()));
-    if (!server->pyObject()) return server;
-    Zel::Ptr<Zel::PyObjHandle> started = own(PyObject_CallMethod(server->pyObject(), (char*)"start", nullptr));
-    if (!started->pyObject()) return own(nullptr);
+    PyRef server(PyObject_Call(cls.get(), args.get(), kwargs.get()));
+    if (!server) return server;
+    PyRef started(PyObject_CallMethod(server.get(), const_cast<char*>("start"), nullptr));
+    if (!started) return PyRef();
     return server;
 }
 
-bool stopServer(Zel::PyObjHandle* server) {
-    Zel::Ptr<Zel::PyObjHandle> r = own(PyObject_CallMethod(server->pyObject(), (char*)"stop", nullptr));
-    if (!r->pyObject()) {
+bool stopServer(PyObject* server) {
+    PyRef r(PyObject_CallMethod(server, const_cast<char*>("stop"), nullptr));
+    if (!r) {
         printPythonError("stopping PyServer failed");
         return false;
     }
@@ -157,8 +155,8 @@ void addBuildPythonPath() {
         if (end == std::string::npos) end = dirs.size();
         std::string dir = dirs.substr(start, end - start);
         if (!dir.empty()) {
-            Zel::Ptr<Zel::PyObjHandle> item = own(PyString_FromString(dir.c_str()));
-            if (item->pyObject()) PyList_Append(path, item->pyObject());
+            PyRef item(PyString_FromString(dir.c_str()));
+            if (item) PyList_Append(path, item.get());
         }
         start = end + 1;
     }
@@ -178,10 +176,9 @@ int main(int argc, char** argv) {
 
     loadDemo();
     publishSwitch(o.name.substr(o.name.find('.') + 1));
-    Zel::Ptr<Zel::PyObjHandle> server = startServer(o);
-    if (!server->pyObject()) {
+    PyRef server = startServer(o);
+    if (!server) {
         printPythonError("starting PyServer failed");
-        server.reset();
         Py_Finalize();
         return 1;
     }
@@ -190,7 +187,7 @@ int main(int argc, char** argv) {
     {
         // The activity loop and the start-up client run without the GIL;
         // the server's Python thread takes it as it needs.
-        PyThreadState* saved = PyEval_SaveThread();
+        Zel::ReleasedGil unlocked;
         if (!o.startup.empty() && !runStartup(o)) status = 1;
         if (status == 0) {
             Zel::Ptr<Zel::ActivityManagerConfig> loop = Zel::ActivityFacility::activityManagerConfig();
@@ -204,10 +201,9 @@ int main(int argc, char** argv) {
             // before a loop starts is seen by the flag within one slice.
             while (!stopping) loop->execTimeIs(0.5);
         }
-        PyEval_RestoreThread(saved);
     }
-    if (!stopServer(server.ptr())) status = 1;
-    server.reset();
+    if (!stopServer(server.get())) status = 1;
+    server = PyRef();
     Py_Finalize();
     return status;
 }

@@ -112,7 +112,7 @@ PyMethodDef checkedMethods[] = {
 
 } // namespace
 
-PyThreadState* mainState = nullptr;
+ReleasedGil* unlocked = nullptr;
 Env env;
 
 std::atomic<int> serving{0};
@@ -158,7 +158,7 @@ void startEnv() {
         PyRef ran(must(PyRun_String(kGlue, Py_file_input, env.glue, env.glue), "the glue"));
     }
     startServer();
-    mainState = PyEval_SaveThread();
+    unlocked = new ReleasedGil;   // never ended: the harness runs without the lock from here on
 }
 
 void startServer() {
@@ -174,7 +174,7 @@ void stopServer() {
         stopped = false;
     }
     {
-        WithGil gil;
+        HeldGil gil(*unlocked);
         PyRef started(PyObject_CallFunction(glueFunction("stopInThread"), const_cast<char*>("O"), env.stopDone));
         if (!started) pythonFinding("cannot start stop()");
     }
@@ -241,6 +241,7 @@ void healthCheck() {
         }
         if (got != want) failure = "\"" + shown(request) + "\" was answered \"" + shown(got) + "\"";
     };
+    // Both directions spelled out: the answers are under test.
     exchange("CR", "ZPS1");
     exchange("?1\0\0\0\x03"sv "1+1"sv, "\0\0\0\x03OK2"sv);
     if (!failure.empty()) finding("a well-behaved client is no longer served: " + failure);

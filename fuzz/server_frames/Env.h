@@ -12,18 +12,11 @@
 
 namespace zelfuzz::serverframes {
 
-// The harness runs on the thread that started the interpreter; it holds
-// the interpreter lock only inside a WithGil scope, so that the serving
-// threads run while it waits on the sockets.
-extern PyThreadState* mainState;
-
-class WithGil {
-public:
-    WithGil() { PyEval_RestoreThread(mainState); }
-    ~WithGil() { mainState = PyEval_SaveThread(); }
-    WithGil(WithGil const&) = delete;
-    WithGil& operator=(WithGil const&) = delete;
-};
+// The harness runs on the thread that started the interpreter. Past
+// startEnv() it is inside this scope, which lasts until the process ends,
+// and holds the interpreter lock only inside a HeldGil on it, so that the
+// serving threads run while it waits on the sockets.
+extern ReleasedGil* unlocked;
 
 [[noreturn]] void pythonFinding(std::string const& what);
 

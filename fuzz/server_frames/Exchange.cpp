@@ -75,6 +75,9 @@ void closedByServer(Conn& c) {
     c.done = true;
 }
 
+// The reply layout ("ZPS1", then a 4-byte big-endian length, the status and
+// the payload) is what is checked here, so it is spelled out in this file
+// rather than read from support/WireProtocol.h, which the server builds with.
 void checkReplies(Conn& c) {
     Plan const& p = *c.plan;
     size_t used = 0;

@@ -1,16 +1,25 @@
 #include "Plan.h"
 
 #include "Env.h"
+#include "support/WireProtocol.h"
 
 namespace zelfuzz::serverframes {
 
 namespace {
 
+namespace wire = Zel::wire;
+
+// What a server must accept and how it words a refusal are what this
+// target checks, so they are written here again rather than taken from the
+// server's code or support/WireProtocol.h: the largest command, the two
+// kinds (in readPlan) and the rendering of a bad header. A mistake shared
+// with the server would otherwise pass unseen. The shared header only
+// writes the lengths of the frames sent.
 constexpr size_t kMaxCommand = 4089;
 constexpr char kFillers[] = {' ', '\n', '\t', 'x', '\0', '#', ')', '\xff'};
 constexpr size_t kChunks[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 13, 64, 100, 1000, 4095, 4096, 8192};
 
-// The server's rendering of a header byte in its reason.
+// The server's rendering of a header byte in its reason (the oracle's own).
 std::string printable(unsigned char c) {
     if (c >= 0x20 && c < 0x7f && c != '\\' && c != '\'') return std::string(1, char(c));
     char text[8];
@@ -76,7 +85,9 @@ Plan readPlan(Reader& in) {
         if (!valid) pl.reason = "kind '" + printable(k0) + printable(k1) + "', length " + std::to_string(n);
         stream += char(k0);
         stream += char(k1);
-        for (int shift = 24; shift >= 0; shift -= 8) stream += char(n >> shift);
+        char length[wire::kLengthSize];
+        wire::writeLength(n, length);
+        stream.append(length, sizeof length);
         // A valid header is followed by exactly its n bytes of command;
         // what follows a bad one the server must never read as a command.
         stream += text;

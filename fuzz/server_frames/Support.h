@@ -1,6 +1,7 @@
 // What every part of the server_frames harness shares: how a finding is
-// reported, bytes shown readably, and the owners of a Python reference and
-// of a descriptor (the runtime's and the module's own).
+// reported, bytes shown readably, the owners of a Python reference and of
+// a descriptor and the interpreter-lock scopes (the runtime's and the
+// module's own).
 #pragma once
 
 #define PY_SSIZE_T_CLEAN   // "#" formats take Py_ssize_t
@@ -16,6 +17,7 @@
 #include <utility>
 
 #include "Zel/Fd.h"
+#include "support/Gil.h"
 #include "support/PyRef.h"
 
 namespace zelfuzz::serverframes {
@@ -23,7 +25,9 @@ namespace zelfuzz::serverframes {
 using namespace std::literals;
 using Clock = std::chrono::steady_clock;
 using Zel::Fd;
+using Zel::HeldGil;
 using Zel::PyRef;
+using Zel::ReleasedGil;
 
 [[noreturn]] inline void finding(std::string const& what) {
     std::fprintf(stderr, "fuzz_server_frames: %s\n", what.c_str());

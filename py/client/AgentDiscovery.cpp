@@ -20,6 +20,19 @@ namespace Zel {
 namespace {
 constexpr int kAgentFileMax = 128;
 constexpr size_t kSocketPathMax = 108;   // the path field of sockaddr_un
+
+// Opens `path` for reading. A missing one is no error: it is traced and
+// the descriptor returned is not valid.
+Fd openIfPresent(String8 const& path) {
+    Fd fd(::open64(path.c_str(), O_RDONLY));
+    if (!fd.valid()) {
+        int err = errno;
+        if (err != ENOENT) throw ErrnoException(err, path);
+        PYCLIENT_TRACE(1, "serverContacts", "Failed to open " << path);
+    }
+    return fd;
+}
+
 } // namespace
 
 String8 PyClient::agentsDir() {
@@ -29,35 +42,15 @@ String8 PyClient::agentsDir() {
 
 void PyClient::serverContacts(String8 agentFile, PyServerContacts* contacts) {
     String8 dir = agentsDir();
-    Fd dirFd(::open64(dir.c_str(), O_RDONLY));
-    if (!dirFd.valid()) {
-        int err = errno;
-        if (err == ENOENT) {
-            PYCLIENT_TRACE(1, "serverContacts", "Failed to open " << dir);
-            return;
-        }
-        throw ErrnoException(err, dir);
-    }
+    Fd dirFd = openIfPresent(dir);
+    if (!dirFd.valid()) return;
     // Serialises lookups and agent start-ups across processes; released
     // when the descriptor closes.
     (void)::flock(dirFd.get(), LOCK_EX);
 
-    Fd fileFd(::open64(agentFile.c_str(), O_RDONLY));
-    if (!fileFd.valid()) {
-        int err = errno;
-        if (err == ENOENT) {
-            PYCLIENT_TRACE(1, "serverContacts", "Failed to open " << agentFile);
-            return;
-        }
-        fileFd.reset();
-        dirFd.reset();
-        throw ErrnoException(err, agentFile);
-    }
-    // The file is closed before the directory on every way out.
-    struct CloseFileFirst {
-        Fd& file;
-        ~CloseFileFirst() { file.reset(); }
-    } closeFirst{fileFd};
+    // Declared after the directory's, so closed before it on every way out.
+    Fd fileFd = openIfPresent(agentFile);
+    if (!fileFd.valid()) return;
 
     if (::flock(fileFd.get(), LOCK_EX | LOCK_NB) == 0) {
         ::unlink(agentFile.c_str());

@@ -1,33 +1,27 @@
-// The command protocol: a request frame "?1"/"?2", a 4-byte big-endian
-// length and the command; a response of a 4-byte big-endian length, a
-// 2-byte status ("OK" or not) and the payload. A broken exchange is
-// retried once on a fresh connection.
+// The client's side of the command protocol (support/WireProtocol.h): one
+// request frame out, one response frame back. A broken exchange is retried
+// once on a fresh connection.
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstring>
 #include <iostream>
 
 #include "ClientTrace.h"
+#include "support/WireProtocol.h"
 #include "Zel/Exception.h"
 
 namespace Zel {
 
-namespace {
-constexpr size_t kFrameBuffer = 4096;
-constexpr size_t kMaxCommand = kFrameBuffer - 7;   // kind, length, terminator
-} // namespace
-
 int PyClient::eval(char const* cmd, char* result, int resultSize) {
     PYCLIENT_TRACE(9, "eval", "-> eval '" << cmd << "'");
-    int n = doCmd(cmd, "?1", result, resultSize);
+    int n = doCmd(cmd, wire::kEvaluate, result, resultSize);
     PYCLIENT_TRACE(9, "eval", "<- result (" << n << " bytes) - " << result);
     return n;
 }
 
 int PyClient::execute(char const* cmd, char* result, int resultSize) {
     PYCLIENT_TRACE(9, "execute", "-> execute '" << cmd << "'");
-    int n = doCmd(cmd, "?2", result, resultSize);
+    int n = doCmd(cmd, wire::kExecute, result, resultSize);
     PYCLIENT_TRACE(9, "execute", "<- result (" << n << " bytes) - " << result);
     return n;
 }
@@ -39,15 +33,17 @@ int PyClient::doCmd(char const* cmd, char const* kind, char* result, int resultS
 
 int PyClient::remoteCmd(char const* cmd, char const* kind, char* resultBuf, int resultSize) {
     size_t n = std::strlen(cmd);
-    if (n > kMaxCommand) {
+    if (n > wire::kMaxCommand) {
+        // The text names one byte more than the limit; it stays as callers know it.
         throw RangeException(String8("Remote eval/exec command was too long: ") + cmd +
                              ", request cannot exceed 4090 bytes");
     }
-    char frame[kFrameBuffer];
-    std::snprintf(frame, sizeof frame, "%s%c%c%c%c%s", kind, static_cast<char>(n >> 24 & 0xff),
-                  static_cast<char>(n >> 16 & 0xff), static_cast<char>(n >> 8 & 0xff),
-                  static_cast<char>(n & 0xff), cmd);
-    int frameLen = static_cast<int>(n + 6);
+    // `kind` is one of the two-byte request kinds.
+    char frame[wire::kMaxFrame];
+    std::memcpy(frame, kind, wire::kKindSize);
+    wire::writeLength(static_cast<uint32_t>(n), frame + wire::kKindSize);
+    std::memcpy(frame + wire::kRequestHeader, cmd, n);
+    int frameLen = static_cast<int>(wire::kRequestHeader + n);
 
     String8 lastMessage;
     Exception::IdBitArray lastIds;
@@ -82,23 +78,24 @@ int PyClient::remoteCmd(char const* cmd, char const* kind, char* resultBuf, int 
 }
 
 int PyClient::result(char* buf, int bufSize) {
-    unsigned char header[6];
-    if (socketRecv(socket_.get(), reinterpret_cast<char*>(header), 6, true) < 6) {
+    char header[wire::kResponseHeader];
+    if (socketRecv(socket_.get(), header, int(wire::kResponseHeader), true) < int(wire::kResponseHeader)) {
         // Nothing, or a header cut short: either way the peer has gone.
         throw RpcConnectionException("Peer of PyClient shut down the socket", Exception::IdBitArray());
     }
-    int64_t len = int64_t(header[0]) << 24 | int64_t(header[1]) << 16 | int64_t(header[2]) << 8 | header[3];
-    bool ok = header[4] == 'O' && header[5] == 'K';
+    int64_t len = wire::readLength(header);   // status and payload
+    constexpr int64_t kStatus = int64_t(wire::kStatusSize);
+    bool ok = std::string_view(header + wire::kLengthSize, wire::kStatusSize) == wire::kOk;
 
     int n = 0;
     if (len - 1 <= bufSize) {
-        if (len > 2) {
-            n = socketRecv(socket_.get(), buf, static_cast<int>(len - 2), true);
+        if (len > kStatus) {
+            n = socketRecv(socket_.get(), buf, static_cast<int>(len - kStatus), true);
             buf[n] = 0;
         } else if (bufSize > 0) {
             buf[0] = 0;
         }
-        if (ok) return static_cast<int>(len - 2);
+        if (ok) return static_cast<int>(len - kStatus);
     } else {
         // Too large: keep what fits for the message and empty the socket so
         // the next command starts on a frame boundary.

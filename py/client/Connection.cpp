@@ -12,6 +12,7 @@
 #include <iostream>
 
 #include "ClientTrace.h"
+#include "support/WireProtocol.h"
 #include "Zel/Fd.h"
 #include "Zel/Exception.h"
 #include "Zel/Format.h"
@@ -156,10 +157,10 @@ int PyClient::connect(PyServerContacts* contacts) {
             htons(static_cast<uint16_t>(contacts->port));
         socketConnect(fd.get(), found->ai_addr);
     }
-    char greeting[2] = {mode_, 'R'};
-    socketSend(fd.get(), greeting, 2, 0);
-    char reply[4];
-    socketRecv(fd.get(), reply, 4, true);   // the server's business; not interpreted
+    char greeting[wire::kGreetingSize] = {mode_, wire::kGreetingSecond};
+    socketSend(fd.get(), greeting, int(wire::kGreetingSize), 0);
+    char reply[wire::kGreetingReply.size()];
+    socketRecv(fd.get(), reply, int(sizeof reply), true);   // the server's business; not interpreted
     socket_ = std::move(fd);
     if (!contacts->socketName.empty()) {
         PYCLIENT_TRACE(1, "connect", "Connected to socket " << contacts->socketName);

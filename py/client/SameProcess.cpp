@@ -4,8 +4,11 @@
 #include <cstring>
 
 #include "support/Gil.h"
+#include "support/PyRef.h"
+#include "support/WireProtocol.h"
 #include "ClientTrace.h"
 #include "Zel/Exception.h"
+#include "ZelPy/Errors.h"
 #include "ZelPy/PyObjHandle.h"
 
 namespace Zel {
@@ -15,13 +18,8 @@ namespace {
 // str() of an object, or a placeholder when even that fails.
 String8 textOf(PyObject* o) {
     if (!o) return String8("None");
-    PyObject* s = PyObject_Str(o);
-    if (!s) {
-        PyErr_Clear();
-        return String8("<unprintable>");
-    }
-    Ptr<PyObjHandle> held = pyObjHandleFactory(s, true);
-    char const* c = PyString_AsString(s);
+    PyRef s(PyObject_Str(o));
+    char const* c = s ? PyString_AsString(s.get()) : nullptr;
     if (!c) {
         PyErr_Clear();
         return String8("<unprintable>");
@@ -29,7 +27,10 @@ String8 textOf(PyObject* o) {
     return String8(c);
 }
 
-// The pending error's type and value texts; the error is taken (cleared).
+// The pending error's type and value texts, read by the module's error
+// drain; the error is taken (cleared). It is normalized first, so that the
+// value reads as the exception instance; a missing part reads "None", one
+// whose str() fails "<unprintable>", as textOf() has them.
 struct PyErrTexts {
     String8 type;
     String8 value;
@@ -40,17 +41,23 @@ PyErrTexts takePyErr() {
     PyObject* tb = nullptr;
     PyErr_Fetch(&type, &value, &tb);
     PyErr_NormalizeException(&type, &value, &tb);
-    Ptr<PyObjHandle> t = pyObjHandleFactory(type, true);
-    Ptr<PyObjHandle> v = pyObjHandleFactory(value, true);
-    Ptr<PyObjHandle> b = pyObjHandleFactory(tb, true);
-    PyErrTexts texts{textOf(type), textOf(value)};
+    PyErrTexts texts{String8(type ? "<unprintable>" : "None"), String8(value ? "<unprintable>" : "None")};
+    PyErr_Restore(type, value, tb);
+    GetStringsFromPyErr(&texts.type, &texts.value, nullptr);
     PyErr_Clear();
     return texts;
 }
 
+// The error's texts serve only the trace line, and the drain keeps the
+// references it fetches; so it reads them only when that line is written,
+// and otherwise the error is just cleared.
 [[noreturn]] void failLocal(char const* function, String8 const& message) {
-    PyErrTexts e = takePyErr();
-    PYCLIENT_TRACE(0, function, message << ": " << e.type << ", " << e.value);
+    if (traceLineSuppressed(PyClient::traceHandle(), 0)) {
+        PyErr_Clear();
+    } else {
+        PyErrTexts e = takePyErr();
+        PYCLIENT_TRACE(0, function, message << ": " << e.type << ", " << e.value);
+    }
     throw RpcException(message, Exception::IdBitArray(0x100000));
 }
 
@@ -81,7 +88,7 @@ int PyClient::localCmd(char const* cmd, char const* kind, char* result, int resu
     PYCLIENT_TRACE(1, "localCmd", "Executing command locally (in same address space)");
     GilEnsure gil;
     if (!localServer_) constructLocalServer();
-    char const* name = std::strcmp(kind, "?1") == 0 ? "doEval" : "doExec";
+    char const* name = std::strcmp(kind, wire::kEvaluate) == 0 ? "doEval" : "doExec";
 
     Ptr<PyObjHandle> method =
         pyObjHandleFactory(PyObject_GetAttrString(localServer_->pyObject(), name), true);

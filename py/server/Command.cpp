@@ -75,11 +75,13 @@ void Commands::run(FrameKind kind, std::string_view command, Reply& reply) {
     if (!ok) text = describePending(h_.formatError);
     if (!text) {
         PyErr_Clear();
-        reply.set("EX", "the command failed and its traceback could not be built\n");
+        reply.set(Zel::wire::kError, "the command failed and its traceback could not be built\n");
         return;
     }
     std::string_view payload(PyString_AS_STRING(text.get()), size_t(PyString_GET_SIZE(text.get())));
-    if (!reply.set(ok ? "OK" : "EX", payload)) reply.set("EX", "the result is too large for a reply\n");
+    if (!reply.set(ok ? Zel::wire::kOk : Zel::wire::kError, payload)) {
+        reply.set(Zel::wire::kError, "the result is too large for a reply\n");
+    }
 }
 
 } // namespace ZelServer

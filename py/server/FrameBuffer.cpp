@@ -6,6 +6,8 @@
 
 namespace ZelServer {
 
+namespace wire = Zel::wire;
+
 namespace {
 std::string printable(unsigned char c) {
     if (c >= 0x20 && c < 0x7f && c != '\\' && c != '\'') return std::string(1, char(c));
@@ -18,23 +20,24 @@ std::string printable(unsigned char c) {
 FrameBuffer::Parse FrameBuffer::parse(Frame& frame, std::string& reason) {
     if (!greeted_) {
         // The client's mode character and 'R'; neither is interpreted.
-        if (have_ < 2) return Parse::Incomplete;
+        if (have_ < wire::kGreetingSize) return Parse::Incomplete;
         frame = Frame{FrameKind::Greeting, {}};
-        frameSize_ = 2;
+        frameSize_ = wire::kGreetingSize;
         return Parse::Complete;
     }
-    if (have_ < kHeader) return Parse::Incomplete;
+    if (have_ < wire::kRequestHeader) return Parse::Incomplete;
     auto const* b = reinterpret_cast<unsigned char const*>(buf_);
-    uint32_t n = uint32_t(b[2]) << 24 | uint32_t(b[3]) << 16 | uint32_t(b[4]) << 8 | b[5];
-    bool eval = buf_[0] == '?' && buf_[1] == '1';
-    bool exec = buf_[0] == '?' && buf_[1] == '2';
-    if ((!eval && !exec) || n > kMaxCommand) {
+    uint32_t n = wire::readLength(b + wire::kKindSize);
+    std::string_view kind(buf_, wire::kKindSize);
+    bool eval = kind == wire::kEvaluate;
+    bool exec = kind == wire::kExecute;
+    if ((!eval && !exec) || n > wire::kMaxCommand) {
         reason = "kind '" + printable(b[0]) + printable(b[1]) + "', length " + std::to_string(n);
         return Parse::Bad;
     }
-    if (have_ < kHeader + n) return Parse::Incomplete;
-    frame = Frame{eval ? FrameKind::Eval : FrameKind::Exec, std::string_view(buf_ + kHeader, n)};
-    frameSize_ = kHeader + n;
+    if (have_ < wire::kRequestHeader + n) return Parse::Incomplete;
+    frame = Frame{eval ? FrameKind::Eval : FrameKind::Exec, std::string_view(buf_ + wire::kRequestHeader, n)};
+    frameSize_ = wire::kRequestHeader + n;
     return Parse::Complete;
 }
 

@@ -1,8 +1,7 @@
-// A connection's receive buffer and the request framing on it: first the
-// 2-byte greeting, then frames of a 2-byte kind ("?1" evaluate, "?2"
-// execute), a 4-byte big-endian length and the command. One frame is at
-// most 4095 bytes, so the buffer always has room for the frame it is
-// waiting for; bytes of a following frame stay buffered.
+// A connection's receive buffer and the request framing on it (see
+// support/WireProtocol.h): first the greeting, then request frames. The
+// buffer holds two of the largest frames, so it always has room for the
+// frame it is waiting for; bytes of a following frame stay buffered.
 #pragma once
 
 #include <cstddef>
@@ -10,11 +9,9 @@
 #include <string>
 #include <string_view>
 
-namespace ZelServer {
+#include "support/WireProtocol.h"
 
-constexpr size_t kMaxFrame = 4095;
-constexpr size_t kHeader = 6;
-constexpr size_t kMaxCommand = kMaxFrame - kHeader;
+namespace ZelServer {
 
 enum class FrameKind { Greeting, Eval, Exec };
 
@@ -38,7 +35,7 @@ public:
     void added(size_t n) { have_ += n; }
 
 private:
-    char buf_[2 * (kMaxFrame + 1)];
+    char buf_[2 * (Zel::wire::kMaxFrame + 1)];
     size_t have_ = 0;
     size_t frameSize_ = 0;
     bool greeted_ = false;

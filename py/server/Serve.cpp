@@ -57,7 +57,7 @@ void serveConnection(int fd, Commands& commands, std::string& bad) {
         }
         if (parsed == FrameBuffer::Parse::Bad) return;
         if (frame.kind == FrameKind::Greeting) {
-            reply.setRaw("ZPS1");   // four bytes; clients do not interpret them
+            reply.setRaw(Zel::wire::kGreetingReply);   // clients do not interpret it
         } else {
             HeldGil locked(unlocked);
             commands.run(frame.kind, frame.command, reply);
