@@ -69,7 +69,7 @@ constinit ZelAttr const Clock::_zelAttrs[] = {
 };
 
 constinit ZelType const Clock::NotifieeConst::_zelType(
-    "Zel::Clock::NotifieeConst", sizeof(Clock::NotifieeConst), &PtrInterface::NotifieeConst::_zelType,
+    "Zel::Clock::NotifieeConst", sizeof(Clock::NotifieeConst), &Entity::NotifieeConst::_zelType,
     ZelType::isEntity_ | ZelType::hasOwnPtrInterface_, nullptr, 0, kNoCtor, &kAbstractObjectOps);
 
 namespace {

@@ -28,7 +28,7 @@ public:
     static ZelAttr const _zelAttrs[];
 };
 
-class ZEL_API Clock::NotifieeConst : public PtrInterface::NotifieeConst {
+class ZEL_API Clock::NotifieeConst : public Entity::NotifieeConst {
 public:
     NotifieeConst() = default;
     explicit NotifieeConst(Ptr<Clock const> clock);

@@ -104,6 +104,7 @@ public:
 constexpr ParentAttr kParent;
 
 constexpr ArgDesc kCtor[] = {{"name", "Zel::Name"}, {nullptr, nullptr}};
+constexpr ArgDesc kNoCtor[] = {{nullptr, nullptr}};
 constexpr TypeOps kOps = entityOps<Entity, Name>();
 constexpr uint32_t kReadOnly = ZelAttr::readable_ | ZelAttr::isImmutable_;
 } // namespace
@@ -120,9 +121,14 @@ constinit ZelAttr const Entity::_zelAttrs[] = {
      &kEntityChildrenAttr, &Builtin<String8>::_zelType},
 };
 
+constinit ZelType const Entity::NotifieeConst::_zelType(
+    "Zel::Entity::NotifieeConst", sizeof(Entity::NotifieeConst), &PtrInterface::NotifieeConst::_zelType,
+    ZelType::isEntity_ | ZelType::hasOwnPtrInterface_, nullptr, 0, kNoCtor, &kAbstractObjectOps);
+
 namespace {
 TypeRegistration const rPtrInterface(&PtrInterface::_zelType);
 TypeRegistration const rEntity(&Entity::_zelType);
+TypeRegistration const rEntityNotifiee(&Entity::NotifieeConst::_zelType);
 } // namespace
 
 } // namespace Zel

@@ -12,6 +12,8 @@ namespace Zel {
 
 class ZEL_API Entity : public PtrInterface {
 public:
+    class NotifieeConst;
+
     explicit Entity(Name name);
     ~Entity() override;
 
@@ -64,6 +66,16 @@ private:
     Entity* parent_ = nullptr;
     String8 parentAttrName_;
     mutable NotifieeList* notifiees_ = nullptr;
+};
+
+// A notifiee of an entity: the common ancestor of the notifiees of the
+// framework's entities (the clock's among them), under which reflection
+// files them.
+class ZEL_API Entity::NotifieeConst : public PtrInterface::NotifieeConst {
+public:
+    ZelType const* fwkType() const override { return &_zelType; }
+
+    static ZelType const _zelType;
 };
 
 } // namespace Zel

@@ -124,7 +124,7 @@ void checkMutable(ZelAttr const& a, GenericIf const* object) {
 
 void checkWritable(ZelAttr const& a, GenericIf const* object) {
     checkMutable(a, object);
-    if (!a.writable()) throw NonwritableAttrException(String8("attribute ") + a.name() + " is not writable");
+    if (!a.writable() && !a.has(ZelAttr::handlerRefuses_)) throw NonwritableAttrException(String8("attribute ") + a.name() + " is not writable");
 }
 
 void checkReadable(ZelAttr const& a, GenericIf const* object) {
@@ -166,7 +166,7 @@ Ptr<GenericIf const> ZelAttr::genericIfSet(GenericIf const* object, ArgVector co
 
 void ZelAttr::genericIfDel(GenericIf const* object, GenericIf const* index) const {
     checkMutable(*this, object);
-    if (!(flags_ & deletable_)) {
+    if (!(flags_ & (deletable_ | handlerRefuses_))) {
         throw NondeletableAttrException(String8("attribute ") + name_ + " is not deletable");
     }
     handler_->del(*this, *object, index);

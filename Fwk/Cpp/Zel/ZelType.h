@@ -148,6 +148,12 @@ public:
         stored_ = 1u << 20,          // part of the value's state (not computed)
         directLookup_ = 1u << 21,    // keyed lookups may go straight to get
         deletable_ = 1u << 22,
+        // Writes and deletes that the other flags do not permit reach the
+        // handler, which refuses them as operation-not-supported: the
+        // refusal of types whose attribute dispatch is their own (the
+        // module's handle and clock notifiee) rather than the generic
+        // not-writable / not-deletable one.
+        handlerRefuses_ = 1u << 23,
     };
 
     constexpr ZelAttr(char const* name, AttributeId id, ZelType const* scope,

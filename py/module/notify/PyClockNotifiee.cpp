@@ -120,22 +120,24 @@ constexpr ArgDesc kCtor[] = {{"zelFwkActivity", "Zel::ActivityConfig"},
                              {"handler", "Zel::PyObjHandle"},
                              {nullptr, nullptr}};
 constexpr TypeOps kOps{&makeObject, &constructClockNotifiee, &objectHash, &objectStrep, &objectEqual};
+constexpr uint32_t kRefuses = ZelAttr::handlerRefuses_;
 
 } // namespace
 
-// There is no entity notifiee type to derive from: the clock notifiee's
-// own type is the nearest ancestor reflection knows.
+// Reflection files it under the entity notifiee type, as the other
+// notifiees of entities.
 constinit ZelType const PyClockNotifiee::_zelType(
-    "Zel::PyClockNotifiee", sizeof(PyClockNotifiee), &Clock::NotifieeConst::_zelType,
+    "Zel::PyClockNotifiee", sizeof(PyClockNotifiee), &Entity::NotifieeConst::_zelType,
     ZelType::isEntity_ | ZelType::hasOwnPtrInterface_, PyClockNotifiee::_zelAttrs, 5, kCtor, &kOps);
+// Operations beyond those the flags name are refused as not supported.
 constinit ZelAttr const PyClockNotifiee::_zelAttrs[] = {
-    {"clock", 262, &PyClockNotifiee::_zelType, &Clock::_zelType, ZelAttr::readable_, &kClock},
-    {"notifier", 263, &PyClockNotifiee::_zelType, &Clock::_zelType, ZelAttr::readable_ | ZelAttr::writable_,
-     &kNotifier},
-    {"handler", 264, &PyClockNotifiee::_zelType, &PyObjHandle::_zelType, ZelAttr::readable_, &kHandler},
-    {"handleTime", 265, &PyClockNotifiee::_zelType, nullptr, ZelAttr::isFunction_, &kHandleTime},
+    {"clock", 262, &PyClockNotifiee::_zelType, &Clock::_zelType, ZelAttr::readable_ | kRefuses, &kClock},
+    {"notifier", 263, &PyClockNotifiee::_zelType, &Clock::_zelType,
+     ZelAttr::readable_ | ZelAttr::writable_ | kRefuses, &kNotifier},
+    {"handler", 264, &PyClockNotifiee::_zelType, &PyObjHandle::_zelType, ZelAttr::readable_ | kRefuses, &kHandler},
+    {"handleTime", 265, &PyClockNotifiee::_zelType, nullptr, ZelAttr::isFunction_ | kRefuses, &kHandleTime},
     {"timeMinProxy", 266, &PyClockNotifiee::_zelType, &Builtin<double>::_zelType,
-     ZelAttr::readable_ | ZelAttr::writable_, &kTimeMinProxy},
+     ZelAttr::readable_ | ZelAttr::writable_ | kRefuses, &kTimeMinProxy},
 };
 
 namespace {

@@ -80,6 +80,8 @@ constexpr ArgDesc kCtor[] = {{"pyObject", "Zel::PyObjectPtr"}, {"passedRef", "bo
 
 } // namespace
 
+constexpr uint32_t kRefuses = ZelAttr::handlerRefuses_;
+
 constinit ZelType const PyObjectPtrType::_zelType("Zel::PyObjectPtr", sizeof(PyObject*), nullptr,
                                                    ZelType::isValue_, nullptr, 0, nullptr,
                                                    &kPyObjectPtrOps);
@@ -87,10 +89,12 @@ constinit ZelType const PyObjectPtrType::_zelType("Zel::PyObjectPtr", sizeof(PyO
 constinit ZelType const PyObjHandle::_zelType("Zel::PyObjHandle", sizeof(PyObjHandle),
                                               &PtrInterface::_zelType, ZelType::hasOwnPtrInterface_,
                                               PyObjHandle::_zelAttrs, 3, kCtor, &kHandleOps);
+// Every operation but a read of passedRef and a call of the functions is
+// refused as not supported.
 constinit ZelAttr const PyObjHandle::_zelAttrs[] = {
-    {"passedRef", 131, &PyObjHandle::_zelType, &Builtin<bool>::_zelType, ZelAttr::readable_, &kPassedRef},
-    {"handleDelete", 132, &PyObjHandle::_zelType, nullptr, ZelAttr::isFunction_, &kHandleDelete},
-    {"handleInit", 133, &PyObjHandle::_zelType, nullptr, ZelAttr::isFunction_, &kHandleInit},
+    {"passedRef", 131, &PyObjHandle::_zelType, &Builtin<bool>::_zelType, ZelAttr::readable_ | kRefuses, &kPassedRef},
+    {"handleDelete", 132, &PyObjHandle::_zelType, nullptr, ZelAttr::isFunction_ | kRefuses, &kHandleDelete},
+    {"handleInit", 133, &PyObjHandle::_zelType, nullptr, ZelAttr::isFunction_ | kRefuses, &kHandleInit},
 };
 
 namespace {
