@@ -72,6 +72,28 @@ class Firing(unittest.TestCase):
         self.assertEqual(log, ["r", "r"])
         t.n.attributeSingletonIs(A("notifier"), CLOCK)   # the same clock: no call
         self.assertEqual(log, ["r", "r"])
+        self.assertEqual(CN.baseType.fullTypeName, "Zel::Entity::NotifieeConst")
+        self.assertEqual(_Zel.typeNode("Zel::Clock::NotifieeConst").baseType.fullTypeName,
+                         "Zel::Entity::NotifieeConst")
+
+    def test_operations_the_attributes_lack_are_not_supported(self):
+        # The handle's and the clock notifiee's own attributes refuse what
+        # they do not offer as not supported, not as not writable.
+        t = Ticker("u", [])
+        H = _Zel.typeNode("Zel::PyObjHandle").attr
+        for obj, attr, op in [(t.handle, H("passedRef"), "set"), (t.handle, H("passedRef"), "del"),
+                              (t.handle, H("handleInit"), "del"), (t.n, A("clock"), "set"),
+                              (t.n, A("handler"), "set"), (t.n, A("timeMinProxy"), "del"),
+                              (t.n, A("notifier"), "del"), (t.n, A("handleTime"), "del")]:
+            stage = "mutator" if op == "set" else "del"
+            with self.assertRaises(NotImplementedError) as caught:
+                if op == "set":
+                    obj.attributeSingletonIs(attr, obj.attributeSingleton(attr))
+                else:
+                    obj.attributeSingletonDel(attr)
+            self.assertEqual(str(caught.exception),
+                             '%s.%s: error in %s : Zel::OpNotSupportedException("attribute %s does not support %s")'
+                             % (attr.scope.fullTypeName, attr.name, stage, attr.name, op))
 
     def test_dropped_notifiee_stops_at_once(self):
         log = []
