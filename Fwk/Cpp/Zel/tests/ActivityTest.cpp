@@ -9,6 +9,19 @@
 using namespace Zel;
 using namespace ZelTest;
 
+namespace {
+
+// A gauge with a recorder that is told through an activity of its own.
+struct Watched {
+    Ptr<Gauge> g = zelNew<Gauge>(Name("g"));
+    Ptr<Recorder> r = zelNew<Recorder>(g);
+    Watched() { r->zelFwkActivityIs(zelNew<ActivityConfig>(Name("a"))); }
+};
+
+void stopFromSignal(int) { ActivityFacility::activityManagerConfig()->stop(); }
+
+} // namespace
+
 TEST(ActivityLock, ErrorCheckingOwnerAndReleasableFlag) {
     Lock l;
     EXPECT_EQ(l.owner(), 0);
@@ -31,27 +44,22 @@ TEST(ActivityLock, ErrorCheckingOwnerAndReleasableFlag) {
     EXPECT_EQ(ActivityImplFacility::activityManagerSm()->activityLock(), ActivityLockAnchor::lock());
 }
 
-TEST(ActivityTypes, ManagerIsASingletonAndActivitiesAreMadeFromANameOrString) {
+TEST(ActivityTypes, ManagerIsASingletonActivitiesAreMadeFromANameOrStringAndHeldByNotifiees) {
     EXPECT_EQ(Entity::singleton(Name("Zel::ActivityManagerConfig")).ptr(), manager().ptr());
     for (Ptr<GenericIf const> arg : {toGenericIf(String8("worker")), toGenericIf(Name("worker"))}) {
         Ptr<GenericIf> a = ActivityConfig::_zelType.genericIf(ArgVector{arg}, false);
         EXPECT_EQ(objectOf<ActivityConfig>(a.ptr())->name().value, "worker") << arg->strep();
     }
     EXPECT_THROW(ActivityConfig::_zelType.genericIf(ArgVector{toGenericIf(3)}, false), TypeException);
+    // A notifiee holds its activity while it lives, and no longer.
+    uint64_t const live = allocTrackLiveCount("Zel::ActivityConfig");
+    {
+        Watched w;
+        w.r->zelFwkActivityIs(zelNew<ActivityConfig>(Name("b")));
+        EXPECT_EQ(allocTrackLiveCount("Zel::ActivityConfig"), live + 1);
+    }
+    EXPECT_EQ(allocTrackLiveCount("Zel::ActivityConfig"), live);
 }
-
-namespace {
-
-// A gauge with a recorder that is told through an activity of its own.
-struct Watched {
-    Ptr<Gauge> g = zelNew<Gauge>(Name("g"));
-    Ptr<Recorder> r = zelNew<Recorder>(g);
-    Watched() { r->zelFwkActivityIs(zelNew<ActivityConfig>(Name("a"))); }
-};
-
-void stopFromSignal(int) { ActivityFacility::activityManagerConfig()->stop(); }
-
-} // namespace
 
 // The loop waits without the lock: this thread can take it while the loop
 // runs on another one, queue work, and the loop wakes up to deliver it.

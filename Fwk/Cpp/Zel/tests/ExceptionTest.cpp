@@ -45,6 +45,7 @@ TEST(ExceptionKinds, DefaultIdSetsAndHierarchy) {
     EXPECT_THROW(throw Zel::UnknownAttrException("x"), Exception);
     EXPECT_THROW(throw Zel::TypeException("x"), std::exception);
     EXPECT_STREQ(Zel::TypeException("why").what(), "why");
+    EXPECT_STREQ(Zel::ErrnoException(EPERM).name(), "Zel::ErrnoException");
 }
 
 TEST(ExceptionKinds, ErrnoCarriesNumberSystemTextAndContext) {
