@@ -3,11 +3,24 @@
 #include <csignal>
 #include <thread>
 
-#include "ActivityTestTypes.h"
+#include "TestTypes.h"
 #include "Zel/ActivityLoop.h"
 
 using namespace Zel;
-using namespace ZelActivityTest;
+using namespace ZelTest;
+
+namespace {
+
+// A gauge with a recorder that is told through an activity of its own.
+struct Watched {
+    Ptr<Gauge> g = zelNew<Gauge>(Name("g"));
+    Ptr<Recorder> r = zelNew<Recorder>(g);
+    Watched() { r->zelFwkActivityIs(zelNew<ActivityConfig>(Name("a"))); }
+};
+
+void stopFromSignal(int) { ActivityFacility::activityManagerConfig()->stop(); }
+
+} // namespace
 
 TEST(ActivityLock, ErrorCheckingOwnerAndReleasableFlag) {
     Lock l;
@@ -26,46 +39,43 @@ TEST(ActivityLock, ErrorCheckingOwnerAndReleasableFlag) {
     // of its own before the C library refuses it.
     EXPECT_THROW(l.unlock(), ErrnoException) << "unlocking an unowned error-checking mutex fails";
 #endif
-
     std::thread other([&] { EXPECT_TRUE(l.lock()); EXPECT_NE(l.owner(), 0); l.unlock(); });
     other.join();
     EXPECT_EQ(ActivityImplFacility::activityManagerSm()->activityLock(), ActivityLockAnchor::lock());
 }
 
-TEST(ActivityManager, IsAProcessSingletonReachableByTypeName) {
-    Ptr<ActivityManagerConfig> m = manager();
-    EXPECT_EQ(m, ActivityFacility::activityManagerConfig());
-    EXPECT_EQ(Entity::singleton(Name("Zel::ActivityManagerConfig")).ptr(), m.ptr());
-}
-
-TEST(ActivityConfig, ConstructedByReflectionFromNameOrString) {
-    ArgVector byString{toGenericIf(String8("worker"))};
-    Ptr<GenericIf> a = ActivityConfig::_zelType.genericIf(byString, false);
-    EXPECT_EQ(objectOf<ActivityConfig>(a.ptr())->name().value, "worker");
-    ArgVector byName{toGenericIf(Name("other"))};
-    EXPECT_EQ(objectOf<ActivityConfig>(ActivityConfig::_zelType.genericIf(byName, false).ptr())->name().value,
-              "other");
-    ArgVector wrong{toGenericIf(3)};
-    EXPECT_THROW(ActivityConfig::_zelType.genericIf(wrong, false), TypeException);
+TEST(ActivityTypes, ManagerIsASingletonActivitiesAreMadeFromANameOrStringAndHeldByNotifiees) {
+    EXPECT_EQ(Entity::singleton(Name("Zel::ActivityManagerConfig")).ptr(), manager().ptr());
+    for (Ptr<GenericIf const> arg : {toGenericIf(String8("worker")), toGenericIf(Name("worker"))}) {
+        Ptr<GenericIf> a = ActivityConfig::_zelType.genericIf(ArgVector{arg}, false);
+        EXPECT_EQ(objectOf<ActivityConfig>(a.ptr())->name().value, "worker") << arg->strep();
+    }
+    EXPECT_THROW(ActivityConfig::_zelType.genericIf(ArgVector{toGenericIf(3)}, false), TypeException);
+    // A notifiee holds its activity while it lives, and no longer.
+    uint64_t const live = allocTrackLiveCount("Zel::ActivityConfig");
+    {
+        Watched w;
+        w.r->zelFwkActivityIs(zelNew<ActivityConfig>(Name("b")));
+        EXPECT_EQ(allocTrackLiveCount("Zel::ActivityConfig"), live + 1);
+    }
+    EXPECT_EQ(allocTrackLiveCount("Zel::ActivityConfig"), live);
 }
 
 // The loop waits without the lock: this thread can take it while the loop
 // runs on another one, queue work, and the loop wakes up to deliver it.
 TEST(ActivityLoop, ReleasesTheLockWhileWaitingAndWakesForQueuedWork) {
-    Ptr<Gauge> g = zelNew<Gauge>(Name("g"));
-    Ptr<Recorder> r = zelNew<Recorder>(g);
-    r->zelFwkActivityIs(zelNew<ActivityConfig>(Name("a")));
-    r->action = [] { manager()->stop(); };
+    Watched w;
+    w.r->action = [] { manager()->stop(); };
     pid_t loopTid = 0;
     std::thread loop([&] { loopTid = currentTid(); manager()->run(); });
     {
         Held h;   // blocks until the loop waits, since it holds the lock while it dispatches
-        g->levelIs(7);
-        EXPECT_TRUE(r->seen.empty());
+        w.g->levelIs(7);
+        EXPECT_TRUE(w.r->seen.empty());
     }
     loop.join();
-    EXPECT_EQ(r->seen, std::vector<int>{7});
-    EXPECT_EQ(r->lockOwner, loopTid) << "delivered on the loop's thread, holding the activity lock";
+    EXPECT_EQ(w.r->seen, std::vector<int>{7});
+    EXPECT_EQ(w.r->lockOwner, loopTid) << "delivered on the loop's thread, holding the activity lock";
     EXPECT_EQ(ActivityLockAnchor::lock()->owner(), 0);
 }
 
@@ -73,53 +83,37 @@ TEST(ActivityLoop, CallerHoldingTheLockKeepsItAndItsReleasableFlag) {
     Lock* l = ActivityLockAnchor::lock();
     Held h;
     l->releasableIs(false);
-    Ptr<Gauge> g = zelNew<Gauge>(Name("g"));
-    Ptr<Recorder> r = zelNew<Recorder>(g);
-    r->zelFwkActivityIs(zelNew<ActivityConfig>(Name("a")));
+    Watched w;
     bool releasableInside = false;
-    r->action = [&] { releasableInside = l->releasable(); };
-    g->levelIs(1);
+    w.r->action = [&] { releasableInside = l->releasable(); };
+    w.g->levelIs(1);
     manager()->execTimeIs(0.0);
-    EXPECT_EQ(r->seen, std::vector<int>{1});
+    EXPECT_EQ(w.r->seen, std::vector<int>{1});
     EXPECT_TRUE(releasableInside);
     EXPECT_FALSE(l->releasable());
     EXPECT_EQ(l->owner(), currentTid());
 }
 
 TEST(ActivityLoop, StopOnQuiesceReturnsOnceNothingIsDueAndIsConsumed) {
-    Ptr<Gauge> g = zelNew<Gauge>(Name("g"));
-    Ptr<Recorder> r = zelNew<Recorder>(g);
-    r->zelFwkActivityIs(zelNew<ActivityConfig>(Name("a")));
-    {
-        Held h;
-        g->levelIs(1);
-        g->levelIs(2);
-    }
+    Watched w, w2;
+    w2.r->zelFwkActivityIs(w.r->zelFwkActivity());
+    { Held h; w.g->levelIs(1); w.g->levelIs(2); }
     // A handler that queues more work: the loop must deliver that too first.
-    Ptr<Gauge> g2 = zelNew<Gauge>(Name("g2"));
-    Ptr<Recorder> r2 = zelNew<Recorder>(g2);
-    r2->zelFwkActivityIs(r->zelFwkActivity());
-    r->action = [&] { if (r->seen.size() == 2) g2->levelIs(3); };
+    w.r->action = [&] { if (w.r->seen.size() == 2) w2.g->levelIs(3); };
     manager()->stopOnQuiesceIs(true);
     manager()->run();   // would never return without the quiesce rule
-    EXPECT_EQ(r->seen, (std::vector<int>{1, 2}));
-    EXPECT_EQ(r2->seen, std::vector<int>{3});
+    EXPECT_EQ(w.r->seen, (std::vector<int>{1, 2}));
+    EXPECT_EQ(w2.r->seen, std::vector<int>{3});
     EXPECT_FALSE(manager()->stopOnQuiesce());
     EXPECT_EQ(ActivityLoop::instance().queued(), 0u);
 }
 
-namespace {
-void stopFromSignal(int) { ActivityFacility::activityManagerConfig()->stop(); }
-} // namespace
-
 TEST(ActivityLoop, StopFromASignalHandlerEndsRun) {
-    Ptr<Gauge> g = zelNew<Gauge>(Name("g"));
-    Ptr<Recorder> r = zelNew<Recorder>(g);
-    r->zelFwkActivityIs(zelNew<ActivityConfig>(Name("a")));
-    r->action = [] { std::raise(SIGUSR1); };
+    Watched w;
+    w.r->action = [] { std::raise(SIGUSR1); };
     auto old = std::signal(SIGUSR1, &stopFromSignal);
-    { Held h; g->levelIs(4); }
+    { Held h; w.g->levelIs(4); }
     manager()->run();
     std::signal(SIGUSR1, old);
-    EXPECT_EQ(r->seen, std::vector<int>{4});
+    EXPECT_EQ(w.r->seen, std::vector<int>{4});
 }

@@ -37,25 +37,32 @@ constinit Zel::ZelAttr const Bag::_zelAttrs[] = {
 struct CollectionTest : ::testing::Test {
     Zel::Ptr<Zel::GenericIf> bag = Bag::_zelType.genericIf(nullptr, false);
     Zel::ZelAttr const& squares = Bag::_zelAttrs[0];
+    Zel::ZelAttr const& fifo = Bag::_zelAttrs[1];
     void put(int k) { squares.genericIfSet(bag.ptr(), Zel::toGenericIf(k).ptr(), Zel::toGenericIf(k * k).ptr()); }
-    void del(int k) { squares.genericIfDel(bag.ptr(), Zel::toGenericIf(k).ptr()); }
     static int keyOf(Zel::AttributeIterator const& it) { return Zel::fromGenericIf<int>(it.key().ptr()); }
+    static int valueOf(Zel::Ptr<Zel::GenericIf const> const& v) { return Zel::fromGenericIf<int>(v.ptr()); }
 };
 
 } // namespace
 
+// An iterator moves on from a removed member, visits members added ahead of
+// it and not those behind; exhausted (or made empty), it sees members added
+// beyond the last it saw; remove takes the front.
 TEST_F(CollectionTest, IteratorSurvivesRemovalAndInsertion) {
+    auto empty = squares.genericIfIterator(bag.ptr());
+    EXPECT_FALSE(empty.valid());
     for (int k : {1, 3, 5, 7}) put(k);
+    ASSERT_TRUE(empty.valid());
+    EXPECT_EQ(keyOf(empty), 1);
     auto it = squares.genericIfIterator(bag.ptr());
-    ASSERT_EQ(keyOf(it), 1);
     it.advance();
-    del(3);          // the current member goes: the iterator moves on to 5
+    squares.genericIfDel(bag.ptr(), Zel::toGenericIf(3).ptr());   // the current member goes: on to 5
     put(4);          // ahead of the position: visited
     EXPECT_EQ(keyOf(it), 4);
     put(2);          // behind it: not visited
     it.advance();
     EXPECT_EQ(keyOf(it), 5);
-    EXPECT_EQ(Zel::fromGenericIf<int>(it.value().ptr()), 25);
+    EXPECT_EQ(valueOf(it.value()), 25);
     it.advance();
     it.advance();
     EXPECT_FALSE(it.valid());
@@ -64,29 +71,21 @@ TEST_F(CollectionTest, IteratorSurvivesRemovalAndInsertion) {
     put(9);          // beyond it: visible
     ASSERT_TRUE(it.valid());
     EXPECT_EQ(keyOf(it), 9);
+    EXPECT_EQ(valueOf(squares.genericIfRemove(bag.ptr())), 1);
+    EXPECT_EQ(keyOf(empty), 2);
+    EXPECT_EQ(squares.genericIfVersion(bag.ptr()), 10u);
     EXPECT_THROW(squares.genericIfIteratorKey(bag.ptr(), Zel::toGenericIf(8).ptr()).key(), Zel::RangeException);
 }
 
-TEST_F(CollectionTest, EmptyIteratorSeesLaterMembersAndRemoveTakesTheFront) {
-    auto it = squares.genericIfIterator(bag.ptr());
-    EXPECT_FALSE(it.valid());
-    put(8);
-    put(2);
-    ASSERT_TRUE(it.valid());
-    EXPECT_EQ(keyOf(it), 2);
-    EXPECT_EQ(Zel::fromGenericIf<int>(squares.genericIfRemove(bag.ptr()).ptr()), 4);
-    EXPECT_EQ(keyOf(it), 8);
-    EXPECT_EQ(squares.genericIfVersion(bag.ptr()), 3u);
-
-    Zel::ZelAttr const& fifo = Bag::_zelAttrs[1];
+TEST_F(CollectionTest, QueueKeepsArrivalOrderWithoutKeys) {
     for (int v : {30, 10, 20}) fifo.genericIfAdd(bag.ptr(), Zel::toGenericIf(v).ptr());
     std::vector<int> seen;
     for (auto q = fifo.genericIfIterator(bag.ptr()); q.valid(); q.advance()) {
         EXPECT_EQ(q.key(), nullptr);
-        seen.push_back(Zel::fromGenericIf<int>(q.value().ptr()));
+        seen.push_back(valueOf(q.value()));
     }
     EXPECT_EQ(seen, (std::vector<int>{30, 10, 20}));
-    EXPECT_EQ(Zel::fromGenericIf<int>(fifo.genericIfRemove(bag.ptr()).ptr()), 30);
+    EXPECT_EQ(valueOf(fifo.genericIfRemove(bag.ptr())), 30);
     auto frozen = Bag::_zelType.genericIf(bag->valuePtr(), true);
     EXPECT_THROW(fifo.genericIfAdd(frozen.ptr(), Zel::toGenericIf(1).ptr()), Zel::ConstException);
 }

@@ -16,37 +16,22 @@ void embedderBacktrace(int fd) {
 }
 
 // The native backtrace (at least one frame line) comes first, then the
-// embedding program's, and the process dies by the original signal.
-constexpr char const* kReport = "fatal signal [^\n]*, native backtrace:\n[^\n]*\\[0x[0-9a-f]+\\].*EMBEDDER-BACKTRACE";
-
-TEST(FatalSignalsDeathTest, SegvPrintsBothBacktracesAndDiesBySegv) {
+// embedding program's when there is one, and the process dies by the
+// original signal.
+TEST(FatalSignalsDeathTest, ReportBothBacktracesAndDieByTheSignal) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(
-        {
-            printBacktraceFn = &embedderBacktrace;
-            raise(SIGSEGV);
-        },
-        ::testing::KilledBySignal(SIGSEGV), kReport);
-}
-
-TEST(FatalSignalsDeathTest, AbortIsReportedToo) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(
-        {
-            printBacktraceFn = &embedderBacktrace;
-            std::abort();
-        },
-        ::testing::KilledBySignal(SIGABRT), kReport);
-}
-
-TEST(FatalSignalsDeathTest, WithoutAnEmbedderOnlyTheNativeBacktrace) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(
-        {
-            printBacktraceFn = nullptr;
-            raise(SIGBUS);
-        },
-        ::testing::KilledBySignal(SIGBUS), "native backtrace:\n[^\n]*\\[0x");
+    struct Case { int sig; void (*embedder)(int); char const* report; };
+    char const* both = "fatal signal [^\n]*, native backtrace:\n[^\n]*\\[0x[0-9a-f]+\\].*EMBEDDER-BACKTRACE";
+    for (Case c : {Case{SIGSEGV, &embedderBacktrace, both}, Case{SIGABRT, &embedderBacktrace, both},
+                   Case{SIGBUS, nullptr, "native backtrace:\n[^\n]*\\[0x"}}) {
+        SCOPED_TRACE(strsignal(c.sig));
+        EXPECT_EXIT(
+            {
+                printBacktraceFn = c.embedder;
+                c.sig == SIGABRT ? std::abort() : (void)raise(c.sig);
+            },
+            ::testing::KilledBySignal(c.sig), c.report);
+    }
 }
 
 } // namespace

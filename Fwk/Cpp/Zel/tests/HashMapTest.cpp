@@ -15,60 +15,47 @@ struct IdentityHash {
 };
 using IdMap = HashMapGeneric<uint32_t, int, IdentityHash>;
 
-TEST(HashMapBuckets, IndexComesFromTheTopBitsAndOrdersIteration) {
+// The bucket comes from the hash's top bits; unordered iteration follows
+// bucket order; the map doubles when its load exceeds one (a one-bucket map
+// too) and keeps every entry in the bucket its hash names.
+TEST(HashMapBuckets, TopBitsChooseTheBucketAndTheMapDoublesPastLoadOne) {
     EXPECT_EQ(IdMap::bucketIndex(0xF0000000u, 4), 15u);
     EXPECT_EQ(IdMap::bucketIndex(0x0FFFFFFFu, 4), 0u);
     EXPECT_EQ(IdMap::bucketIndex(0x80000000u, 1), 1u);
     EXPECT_EQ(IdMap::bucketIndex(0xFFFFFFFFu, 0), 0u);   // one bucket: shift would be 32
     EXPECT_EQ(IdMap::bucketIndex(0xFFFFFFFFu, 30), 0x3FFFFFFFu);
-
     IdMap m(4);
     EXPECT_EQ(m.bucketCount(), 16u);
     EXPECT_EQ(m.bucketOf(0x10000000u), 1u);
     EXPECT_EQ(m.bucketOf(0x0000FFFFu), 0u);   // low bits never choose the bucket
-
-    // Unordered iteration follows bucket order.
     for (uint32_t k : {0xF0000001u, 0x00000007u, 0x30000000u}) m.insert(k, 0);
     std::vector<uint32_t> keys;
     for (auto it = m.begin(); it != m.end(); ++it) keys.push_back(it->key());
     EXPECT_EQ(keys, (std::vector<uint32_t>{0x00000007u, 0x30000000u, 0xF0000001u}));
-}
 
-TEST(HashMapBuckets, ReversedStringHashUsesTheVaryingBits) {
-    Zel::String8HashReversed h;
-    Zel::String8 s("filter");
-    EXPECT_EQ(h(s), Zel::reverseBits(s.hash()));
-    EXPECT_EQ(Zel::reverseBits(1u), 0x80000000u);
-    EXPECT_EQ(Zel::PointerHashU32()(nullptr), 0u);
-}
-
-TEST(HashMapGrowth, DoublesWhenLoadExceedsOneAndKeepsEveryEntry) {
-    IdMap m(1);
-    EXPECT_EQ(m.bucketCount(), 2u);
-    m.insert(1, 1);
-    m.insert(2, 2);
-    EXPECT_EQ(m.bucketCount(), 2u);   // load 1: no growth yet
-    m.insert(3, 3);
-    EXPECT_EQ(m.bucketCount(), 4u);
-    for (uint32_t k = 4; k <= 1000; ++k) m.insert(k * 0x9E3779B9u, int(k));
-    EXPECT_EQ(m.size(), 1000u);
-    EXPECT_GE(m.bucketCount(), 1000u);
-    EXPECT_LT(m.bucketCount(), 2048u);
-    for (uint32_t k = 4; k <= 1000; ++k) {
-        auto* e = m.find(k * 0x9E3779B9u);
-        ASSERT_NE(e, nullptr) << k;
-        EXPECT_EQ(e->value(), int(k));
-        EXPECT_EQ(m.bucketOf(e->key()), IdMap::bucketIndex(e->hash(), m.log2BucketCount()));
-    }
-
-    // A one-bucket map works, and grows past load 1 too.
     IdMap one(0);
     one.insert(0xFFFFFFFFu, 1);
     EXPECT_EQ(one.find(0xFFFFFFFFu)->value(), 1);
     EXPECT_EQ(one.bucketCount(), 1u);
     one.insert(5, 2);
-    EXPECT_EQ(one.bucketCount(), 2u);
+    EXPECT_EQ(one.bucketCount(), 2u);   // load 1 (one entry per bucket): no growth yet
+    one.insert(6, 3);
+    EXPECT_EQ(one.bucketCount(), 4u);
     EXPECT_EQ(one.find(5)->value(), 2);
+    for (uint32_t k = 7; k <= 1000; ++k) one.insert(k * 0x9E3779B9u, int(k));
+    EXPECT_EQ(one.size(), 997u);
+    EXPECT_GE(one.bucketCount(), 997u);
+    EXPECT_LT(one.bucketCount(), 2048u);
+    for (uint32_t k = 7; k <= 1000; ++k) {
+        auto* e = one.find(k * 0x9E3779B9u);
+        ASSERT_NE(e, nullptr) << k;
+        EXPECT_EQ(e->value(), int(k));
+        EXPECT_EQ(one.bucketOf(e->key()), IdMap::bucketIndex(e->hash(), one.log2BucketCount()));
+    }
+    Zel::String8 s("filter");   // strings hash through their varying bits
+    EXPECT_EQ(Zel::String8HashReversed()(s), Zel::reverseBits(s.hash()));
+    EXPECT_EQ(Zel::reverseBits(1u), 0x80000000u);
+    EXPECT_EQ(Zel::PointerHashU32()(nullptr), 0u);
 }
 
 // Equal hashes share a chain; equality, not the hash, tells keys apart.
@@ -76,18 +63,27 @@ struct ConstantHash {
     uint32_t operator()(Zel::String8 const&) const { return 0x12345678u; }
 };
 
-TEST(HashMapOps, InsertOverwritesEraseReportsAbsenceAndCollidingKeysStayDistinct) {
+// Insert overwrites, erase reports absence, and the version grows on every
+// change only (an overwrite with the same value is one); keys with equal
+// hashes share a chain, told apart by equality.
+TEST(HashMapOps, InsertOverwritesEraseReportsAbsenceAndVersionCountsChanges) {
     IdMap m;
+    uint32_t const v = m.version();
     m.insert(7, 1);
-    auto* e = m.insert(7, 2);
+    EXPECT_EQ(m.insert(7, 2)->value(), 2);
+    m.insert(7, 2);
     EXPECT_EQ(m.size(), 1u);
-    EXPECT_EQ(e->value(), 2);
+    EXPECT_EQ(m.version(), v + 3);
     EXPECT_EQ(m.find(8), nullptr);
     EXPECT_FALSE(m.erase(8));
-    EXPECT_TRUE(m.erase(7));
-    EXPECT_EQ(m.find(7), nullptr);
-    EXPECT_TRUE(m.empty());
-    EXPECT_TRUE(m.begin() == m.end());
+    m.clear();   // not empty: a change
+    EXPECT_EQ(m.version(), v + 4);
+    EXPECT_TRUE(m.empty() && m.begin() == m.end());
+    m.clear();   // nothing to clear
+    m.insert(3, 3);
+    EXPECT_TRUE(m.erase(3));
+    EXPECT_EQ(m.find(3), nullptr);
+    EXPECT_EQ(m.version(), v + 6);
 
     HashMapGeneric<Zel::String8, int, ConstantHash> c;
     for (char const* k : {"a", "b", "c"}) c.insert(k, k[0] - 'a' + 1);
@@ -97,26 +93,8 @@ TEST(HashMapOps, InsertOverwritesEraseReportsAbsenceAndCollidingKeysStayDistinct
     EXPECT_EQ(c.find("c")->value(), 3);
 }
 
-TEST(HashMapOps, VersionGrowsOnEveryChangeOnly) {
-    IdMap m;
-    uint32_t v = m.version();
-    m.insert(1, 1);
-    EXPECT_EQ(m.version(), ++v);
-    m.insert(1, 1);   // an overwrite is a change even with the same value
-    EXPECT_EQ(m.version(), ++v);
-    m.find(1);
-    m.erase(2);
-    EXPECT_EQ(m.version(), v);
-    m.erase(1);
-    EXPECT_EQ(m.version(), ++v);
-    m.clear();        // nothing to clear
-    EXPECT_EQ(m.version(), v);
-    m.insert(3, 3);
-    m.clear();
-    EXPECT_EQ(m.version(), v + 2);
-    EXPECT_EQ(m.size(), 0u);
-}
-
+// Erasing through the iterator (at 64 buckets, each entry ends its chain)
+// visits every entry once.
 TEST(HashMapIteration, EraseThroughIteratorVisitsEveryOtherEntryOnce) {
     IdMap m(2);
     for (uint32_t k = 0; k < 64; ++k) m.insert(k * 0x04000001u, int(k));
@@ -129,21 +107,11 @@ TEST(HashMapIteration, EraseThroughIteratorVisitsEveryOtherEntryOnce) {
     EXPECT_EQ(seen.size(), 64u);
     EXPECT_EQ(m.size(), 32u);
     for (auto it = m.begin(); it != m.end(); ++it) EXPECT_EQ(it->value() % 2, 0);
-}
-
-TEST(HashMapIteration, ErasingTheLastEntryOfAChainMovesToTheNextBucket) {
-    IdMap m(4);
-    m.insert(0x00000001u, 1);
-    m.insert(0x00000002u, 2);   // same bucket 0
-    m.insert(0xF0000000u, 3);
-    auto it = m.begin();
-    ++it;
-    it = m.erase(it);
+    // An iterator made at a key starts there.
+    auto it = m.iteratorAt(2 * 0x04000001u);
     ASSERT_FALSE(it == m.end());
-    EXPECT_EQ(it->key(), 0xF0000000u);
-    it = m.erase(it);
-    EXPECT_TRUE(it == m.end());
-    EXPECT_EQ(m.size(), 1u);
+    EXPECT_EQ((++it)->key(), 4 * 0x04000001u);
+    EXPECT_TRUE(m.iteratorAt(3) == m.end());
 }
 
 TEST(HashMapIteration, OrderedFollowsLessAndSurvivesErase) {
@@ -163,17 +131,6 @@ TEST(HashMapIteration, OrderedFollowsLessAndSurvivesErase) {
     std::vector<uint32_t> got;
     for (auto const& e : d.ordered()) got.push_back(e->key());
     EXPECT_EQ(got, (std::vector<uint32_t>{9u, 5u, 1u}));
-}
-
-TEST(HashMapIteration, IteratorAtStartsAtTheKey) {
-    IdMap m(4);
-    m.insert(0x10000000u, 1);
-    m.insert(0x20000000u, 2);
-    auto it = m.iteratorAt(0x10000000u);
-    ASSERT_FALSE(it == m.end());
-    ++it;
-    EXPECT_EQ(it->key(), 0x20000000u);
-    EXPECT_TRUE(m.iteratorAt(3) == m.end());
 }
 
 // A named entry type: the allocation tracker counts it under its own name.

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
-#include "ActivityTestTypes.h"
+#include "TestTypes.h"
 #include "Zel/ActivityLoop.h"
 
 using namespace Zel;
-using namespace ZelActivityTest;
+using namespace ZelTest;
 
 namespace {
 
@@ -12,26 +12,23 @@ struct NotifieeTest : ::testing::Test {
     Held held;
     Ptr<Gauge> g = zelNew<Gauge>(Name("g"));
     Ptr<ActivityConfig> activity = zelNew<ActivityConfig>(Name("a"));
+    Ptr<Recorder> deferred() {
+        Ptr<Recorder> r = zelNew<Recorder>(g);
+        r->zelFwkActivityIs(activity);
+        return r;
+    }
 };
 
 } // namespace
 
-TEST_F(NotifieeTest, WithoutAnActivityDeliveryIsImmediate) {
-    Ptr<Recorder> r = zelNew<Recorder>(g);
-    g->levelIs(1);
-    g->levelIs(2);
-    EXPECT_EQ(r->seen, (std::vector<int>{1, 2}));
-    EXPECT_FALSE(r->zelQueuedForActivity());
-}
-
-TEST_F(NotifieeTest, WithAnActivityDeliveryWaitsForTheLoopInOrder) {
-    Ptr<Recorder> r = zelNew<Recorder>(g);
+TEST_F(NotifieeTest, ImmediateWithoutAnActivityQueuedInOrderWithOne) {
+    Ptr<Recorder> r = deferred();
     Ptr<Recorder> direct = zelNew<Recorder>(g);
-    r->zelFwkActivityIs(activity);
     g->levelIs(1);
     g->levelIs(2);
     EXPECT_TRUE(r->seen.empty());
     EXPECT_EQ(direct->seen, (std::vector<int>{1, 2}));
+    EXPECT_FALSE(direct->zelQueuedForActivity());
     EXPECT_TRUE(r->zelQueuedForActivity());
     EXPECT_EQ(ActivityLoop::instance().queued(), 1u) << "one queue entry per notifiee";
     manager()->execTimeIs(0.0);
@@ -40,8 +37,7 @@ TEST_F(NotifieeTest, WithAnActivityDeliveryWaitsForTheLoopInOrder) {
 }
 
 TEST_F(NotifieeTest, ChangesMadeByTheNotifieesOwnHandlerReachItAtOnce) {
-    Ptr<Recorder> r = zelNew<Recorder>(g);
-    r->zelFwkActivityIs(activity);
+    Ptr<Recorder> r = deferred();
     r->action = [&] { if (g->level() < 3) g->levelIs(g->level() + 1); };
     g->levelIs(1);
     manager()->execTimeIs(0.0);
@@ -52,8 +48,7 @@ TEST_F(NotifieeTest, ChangesMadeByTheNotifieesOwnHandlerReachItAtOnce) {
 TEST_F(NotifieeTest, DestroyedNotifieeWithQueuedNotificationsIsNeverCalled) {
     int calls = 0;
     {
-        Ptr<Recorder> r = zelNew<Recorder>(g);
-        r->zelFwkActivityIs(activity);
+        Ptr<Recorder> r = deferred();
         r->action = [&] { ++calls; };
         g->levelIs(5);
         EXPECT_EQ(ActivityLoop::instance().queued(), 1u);

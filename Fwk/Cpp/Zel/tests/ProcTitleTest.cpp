@@ -3,23 +3,12 @@
 #include <sys/prctl.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <thread>
 
-#include "Zel/Lock.h"
+#include "TestTypes.h"
 #include "Zel/ProcTitle.h"
 
 using namespace Zel;
-
-namespace {
-std::string readFile(std::string const& path) {
-    std::ifstream f(path, std::ios::binary);
-    std::stringstream s;
-    s << f.rdbuf();
-    return s.str();
-}
-} // namespace
 
 TEST(ProcTitle, ShownInCmdlineAndThreadNameWhileTheEnvironmentSurvives) {
     ASSERT_GT(procArgc(), 0);
@@ -28,11 +17,11 @@ TEST(ProcTitle, ShownInCmdlineAndThreadNameWhileTheEnvironmentSurvives) {
     // Run on a thread of its own so the test runner's thread keeps its name.
     std::thread t([&] {
         procTitleIs(procArgc(), procArgv(), "zeltitle", nullptr, "worker");
-        std::string comm = readFile("/proc/self/task/" + std::to_string(currentTid()) + "/comm");
+        std::string comm = ZelTest::readFile("/proc/self/task/" + std::to_string(currentTid()) + "/comm");
         EXPECT_EQ(comm, "zeltitle worker\n");
     });
     t.join();
-    std::string cmdline = readFile("/proc/self/cmdline");
+    std::string cmdline = ZelTest::readFile("/proc/self/cmdline");
     EXPECT_EQ(cmdline.substr(0, 16), std::string("zeltitle worker\0", 16));
     EXPECT_STREQ(procArgv()[0], "zeltitle worker");
     EXPECT_STREQ(std::getenv("ZEL_PROCTITLE_PROBE"), "still here");
@@ -42,14 +31,9 @@ TEST(ProcTitle, ShownInCmdlineAndThreadNameWhileTheEnvironmentSurvives) {
     setenv("ZEL_PROCTITLE_LATER", "set after", 1);
     EXPECT_STREQ(std::getenv("ZEL_PROCTITLE_LATER"), "set after");
     EXPECT_STREQ(std::getenv("ZEL_PROCTITLE_PROBE"), "still here");
-}
-
-TEST(ProcTitle, ExternalTitleAndSocketGlobals) {
+    // A title set by someone else is kept as given, and cleared by null.
     externalProcTitleIs("passive mount");
     EXPECT_EQ(externalProcTitle(), "passive mount");
-    NboAttrLog::externallySetSocket = 7;
-    NboAttrLog::externallySetSocketName = "s";
-    EXPECT_EQ(NboAttrLog::externallySetSocket, 7);
     externalProcTitleIs(nullptr);
     EXPECT_EQ(externalProcTitle(), "");
 }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <limits>
 
 #include "TestTypes.h"
@@ -55,7 +56,9 @@ TEST(ReflectionBuiltins, EachBuiltinGetsAndSetsThroughGenericIf) {
     checkField("b", &AllBuiltins::b, true, 1);
 }
 
-TEST(ReflectionBuiltins, BuiltinTypesAreRegisteredValuesWithTheirNames) {
+// Builtins are registered values under their own names; an alias names the
+// type it stands for; an unknown name is a NoTypeNode error naming it.
+TEST(ReflectionRegistry, TypesByNameAndAttributesByNameOrId) {
     EXPECT_EQ(Zel::typeNode("Zel::String"), &Zel::Builtin<String8>::_zelType);
     EXPECT_EQ(Zel::typeNode("unsigned long long"), &Zel::Builtin<unsigned long long>::_zelType);
     for (char const* n : {"char", "signed char", "unsigned char", "short", "unsigned short", "int",
@@ -64,21 +67,15 @@ TEST(ReflectionBuiltins, BuiltinTypesAreRegisteredValuesWithTheirNames) {
         EXPECT_STREQ(t->name(), n);
         EXPECT_TRUE(t->isValue() && t->isBuiltinType()) << n;
     }
-}
-
-TEST(ReflectionRegistry, UnknownNamesAndAliases) {
-    EXPECT_THROW(Zel::typeNode("ZelTest::Missing"), Zel::NoTypeNodeException);
     EXPECT_EQ(Zel::typeNodeOrNull("ZelTest::Missing"), nullptr);
     EXPECT_EQ(Zel::typeNode("Zel::AttributeId"), &Zel::Builtin<int>::_zelType);
     EXPECT_EQ(Zel::typeNode("ZelTest::Gadget"), &Gadget::_zelType);
     try {
         Zel::typeNode("ZelTest::Missing");
-    } catch (Zel::RangeException const& e) {   // NoTypeNode is a range error
+        ADD_FAILURE() << "an unknown type was found";
+    } catch (Zel::NoTypeNodeException const& e) {
         EXPECT_NE(e.message().str().find("ZelTest::Missing"), std::string::npos);
     }
-}
-
-TEST(ReflectionRegistry, AttributesByNameAndIdIncludeBaseTypes) {
     EXPECT_EQ(Gadget::_zelType.attr("level"), &Gadget::_zelAttrs[1]);
     EXPECT_EQ(Gadget::_zelType.attr(ZelTest::kFlag), &Gadget::_zelAttrs[3]);
     EXPECT_EQ(Gadget::_zelType.attr("nope"), nullptr);
@@ -86,127 +83,119 @@ TEST(ReflectionRegistry, AttributesByNameAndIdIncludeBaseTypes) {
     EXPECT_FALSE(Zel::PtrInterface::_zelType.isDerived(&Gadget::_zelType));
 }
 
-TEST(ReflectionValues, AValueGenericIfHoldsACopy) {
+// A value's GenericIf holds a copy; an entity's refers to (and holds a
+// reference on) the object, and is made by reflection from arguments.
+TEST(ReflectionObjects, ValuesAreCopiedEntitiesReferredTo) {
     AllBuiltins native;
     native.i = 5;
-    Ptr<GenericIf> g = AllBuiltins::_zelType.genericIf(&native, false);
-    AllBuiltins::_zelType.attr("i")->genericIfSet(g.ptr(), nullptr, Zel::toGenericIf(6).ptr());
+    Ptr<GenericIf> v = AllBuiltins::_zelType.genericIf(&native, false);
+    AllBuiltins::_zelType.attr("i")->genericIfSet(v.ptr(), nullptr, Zel::toGenericIf(6).ptr());
     EXPECT_EQ(native.i, 5);
-    EXPECT_EQ(held(*g).i, 6);
-}
+    EXPECT_EQ(held(*v).i, 6);
 
-TEST(ReflectionEntities, AnEntityGenericIfRefersToTheObject) {
     Ptr<Gadget> gadget = Zel::zelNew<Gadget>("g1");
     Ptr<GenericIf> g = Zel::genericIfOf(gadget.ptr());
     EXPECT_EQ(g->type(), &Gadget::_zelType);
-    EXPECT_EQ(gadget->references(), 2u);   // the GenericIf holds a reference
+    EXPECT_EQ(gadget->references(), 2u);
     Gadget::_zelType.attr("level")->genericIfSet(g.ptr(), nullptr, Zel::toGenericIf(9).ptr());
     EXPECT_EQ(gadget->level(), 9);
     gadget->levelIs(10);
     EXPECT_EQ(Zel::fromGenericIf<int>(Gadget::_zelType.attr("level")->genericIfGet(g.ptr(), nullptr).ptr()), 10);
     g.reset();
     EXPECT_EQ(gadget->references(), 1u);
+
+    Ptr<GenericIf> made = Zel::typeNode("ZelTest::Gadget")->genericIf(Zel::ArgVector{Zel::toGenericIf(String8("made"))}, false);
+    EXPECT_EQ(Zel::objectOf<Gadget>(made.ptr())->label(), "made");
 }
 
-TEST(ReflectionEntities, ConstructedByReflectionFromArguments) {
-    Zel::ArgVector args{Zel::toGenericIf(String8("made"))};
-    Ptr<GenericIf> g = Zel::typeNode("ZelTest::Gadget")->genericIf(args, false);
-    EXPECT_EQ(Zel::objectOf<Gadget>(g.ptr())->label(), "made");
-    EXPECT_THROW(Gadget::_zelType.genericIf(Zel::ArgVector{}, false), Zel::TypeException);
-    Zel::ArgVector wrong{Zel::toGenericIf(1)};
-    EXPECT_THROW(Gadget::_zelType.genericIf(wrong, false), Zel::TypeException);
-}
-
-TEST(ReflectionEntities, TypedNullHasTheTypeButNoObject) {
+TEST(ReflectionObjects, TypedNullHasTheTypeButNoObject) {
     Ptr<GenericIf const> n = Zel::GenericIfTraits<Ptr<Gadget>>::to(Ptr<Gadget>());
     EXPECT_EQ(n->type(), &Gadget::_zelType);
     EXPECT_EQ(n->valuePtr(), nullptr);
     EXPECT_EQ(n->strep(), "None");
     EXPECT_EQ(Zel::objectOf<Gadget>(n.ptr()), nullptr);
     EXPECT_EQ(Zel::fromGenericIf<Ptr<Gadget>>(n.ptr()), nullptr);
-    EXPECT_THROW(Gadget::_zelType.attr("level")->genericIfGet(n.ptr(), nullptr), Zel::RangeException);
     Ptr<GenericIf> viaType = Gadget::_zelType.genericIf(static_cast<void const*>(nullptr), false);
     EXPECT_EQ(viaType->valuePtr(), nullptr);
     EXPECT_TRUE(viaType->equals(*n));
 }
 
-TEST(ReflectionEntities, AnObjectOfAnotherTypeIsRefusedOnUnwrap) {
-    Ptr<GenericIf const> value = Zel::toGenericIf(3);
-    EXPECT_THROW(Zel::objectOf<Gadget>(value.ptr()), Zel::TypeException);
-    EXPECT_THROW(Zel::fromGenericIf<Ptr<Gadget>>(value.ptr()), Zel::TypeException);
-    EXPECT_THROW(value->ptrInterface(), Zel::TypeException);
-}
-
-class ReflectionRefusals : public ::testing::Test {
-protected:
+// The direct (GenericIf-free) paths see the same state as the general ones:
+// accessors copy into the scratch value, fields are read in place, and a
+// writable attribute without a setter has no direct path.
+TEST(ReflectionObjects, DirectPathsReadAndWriteLikeTheGeneralOnes) {
     Ptr<Gadget> gadget = Zel::zelNew<Gadget>("r");
     Ptr<GenericIf> g = Zel::genericIfOf(gadget.ptr());
-    Zel::ZelAttr const* attr(char const* n) { return Gadget::_zelType.attr(n); }
-};
-
-TEST_F(ReflectionRefusals, AttributeOfAnotherType) {
-    Zel::ZelAttr const* i = AllBuiltins::_zelType.attr("i");
-    EXPECT_THROW(i->genericIfGet(g.ptr(), nullptr), Zel::UnknownAttrException);
-    EXPECT_THROW(i->genericIfSet(g.ptr(), nullptr, Zel::toGenericIf(1).ptr()), Zel::UnknownAttrException);
-    EXPECT_THROW(attr("level")->genericIfGet(defaultValue().ptr(), nullptr), Zel::UnknownAttrException);
-}
-
-TEST_F(ReflectionRefusals, ConstGenericIfRefusesChangesButReads) {
-    Ptr<GenericIf> c = Zel::genericIfOf(gadget.ptr(), true);
-    EXPECT_THROW(attr("level")->genericIfSet(c.ptr(), nullptr, Zel::toGenericIf(1).ptr()), Zel::ConstException);
-    EXPECT_THROW(attr("flag")->genericIfDel(c.ptr(), nullptr), Zel::ConstException);
-    EXPECT_EQ(Zel::fromGenericIf<String8>(attr("label")->genericIfGet(c.ptr(), nullptr).ptr()), "r");
-    Ptr<GenericIf> cv = defaultValue(true);
-    EXPECT_THROW(AllBuiltins::_zelType.attr("b")->genericIfSet(cv.ptr(), nullptr, Zel::toGenericIf(true).ptr()),
-                 Zel::ConstException);
-    EXPECT_EQ(gadget->level(), 0);
-}
-
-TEST_F(ReflectionRefusals, FlagsAndMissingOperations) {
-    EXPECT_THROW(attr("label")->genericIfSet(g.ptr(), nullptr, Zel::toGenericIf(String8("x")).ptr()),
-                 Zel::NonwritableAttrException);
-    EXPECT_THROW(attr("level")->genericIfDel(g.ptr(), nullptr), Zel::NondeletableAttrException);
-    // Flags allow these; the handlers lack them.
-    EXPECT_THROW(attr("ratio")->genericIfSet(g.ptr(), nullptr, Zel::toGenericIf(1.0).ptr()),
-                 Zel::OpNotSupportedException);
-    EXPECT_THROW(attr("flag")->genericIfDel(g.ptr(), nullptr), Zel::OpNotSupportedException);
-    EXPECT_THROW(attr("level")->genericIfCall(g.ptr(), Zel::ArgVector{}), Zel::OpNotSupportedException);
-    EXPECT_THROW(attr("level")->genericIfMembers(g.ptr()), Zel::OpNotSupportedException);
-    // Refusals of the attribute flags are permission errors.
-    EXPECT_THROW(attr("label")->genericIfSet(g.ptr(), nullptr, Zel::toGenericIf(String8("x")).ptr()),
-                 Zel::PermissionException);
-    EXPECT_EQ(gadget->ratio(), 0.5);
-    EXPECT_EQ(gadget->label(), "r");
-}
-
-// The direct (GenericIf-free) paths make the same checks as the general
-// ones and see the same state.
-TEST_F(ReflectionRefusals, DirectPathsCheckLikeTheGeneralOnes) {
     String8 scratch;
-    // Accessors copy into the scratch value; fields are read in place.
-    EXPECT_EQ(attr("label")->genericIfGetNative(g.ptr(), &scratch), &scratch);
+    EXPECT_EQ(Gadget::_zelType.attr("label")->genericIfGetNative(g.ptr(), &scratch), &scratch);
     EXPECT_EQ(scratch, "r");
     Ptr<GenericIf> v = defaultValue();
     int ignored = 0;
     EXPECT_EQ(AllBuiltins::_zelType.attr("i")->genericIfGetNative(v.ptr(), &ignored),
               &static_cast<AllBuiltins*>(v->valuePtr())->i);
     int const seven = 7;
-    EXPECT_TRUE(attr("level")->genericIfSetNative(g.ptr(), &seven));
+    EXPECT_TRUE(Gadget::_zelType.attr("level")->genericIfSetNative(g.ptr(), &seven));
     EXPECT_EQ(gadget->level(), 7);
-    // Refusals come before any handler runs.
-    EXPECT_THROW(attr("label")->genericIfSetNative(g.ptr(), &scratch), Zel::NonwritableAttrException);
-    Ptr<GenericIf> c = Zel::genericIfOf(gadget.ptr(), true);
-    EXPECT_THROW(attr("level")->genericIfSetNative(c.ptr(), &seven), Zel::ConstException);
-    EXPECT_THROW(AllBuiltins::_zelType.attr("i")->genericIfGetNative(g.ptr(), &ignored), Zel::UnknownAttrException);
-    EXPECT_THROW(attr("level")->genericIfGetNative(nullptr, &ignored), Zel::RangeException);
-    // A writable attribute without a setter has no direct path either.
     double const ratio = 1.0;
-    EXPECT_FALSE(attr("ratio")->genericIfSetNative(g.ptr(), &ratio));
+    EXPECT_FALSE(Gadget::_zelType.attr("ratio")->genericIfSetNative(g.ptr(), &ratio));
     void const* member = nullptr;
-    EXPECT_FALSE(attr("level")->genericIfLookupNative(g.ptr(), &seven, member));
-    EXPECT_THROW(attr("level")->genericIfCallNative(g.ptr(), nullptr, 0, nullptr), Zel::OpNotSupportedException);
-    EXPECT_EQ(gadget->level(), 7);
+    EXPECT_FALSE(Gadget::_zelType.attr("level")->genericIfLookupNative(g.ptr(), &seven, member));
+}
+
+// Every refusal, general or direct, comes with its own kind before any
+// handler runs: nothing changes.
+TEST(ReflectionRefusals, EachRefusalHasItsKindAndChangesNothing) {
+    Ptr<Gadget> gadget = Zel::zelNew<Gadget>("r");
+    Ptr<GenericIf> g = Zel::genericIfOf(gadget.ptr());
+    Ptr<GenericIf> c = Zel::genericIfOf(gadget.ptr(), true);
+    Ptr<GenericIf> cv = defaultValue(true);
+    Ptr<GenericIf const> null = Zel::GenericIfTraits<Ptr<Gadget>>::to(Ptr<Gadget>());
+    Ptr<GenericIf const> one = Zel::toGenericIf(1), three = Zel::toGenericIf(3), x = Zel::toGenericIf(String8("x"));
+    auto attr = [](char const* n) { return Gadget::_zelType.attr(n); };
+    Zel::ZelAttr const* i = AllBuiltins::_zelType.attr("i");
+    int const seven = 7;
+    int ignored = 0;
+    String8 scratch;
+    struct Case { char const* kind; std::function<void()> act; };
+    Case const cases[] = {
+        {"Zel::UnknownAttrException", [&] { i->genericIfGet(g.ptr(), nullptr); }},
+        {"Zel::UnknownAttrException", [&] { i->genericIfSet(g.ptr(), nullptr, one.ptr()); }},
+        {"Zel::UnknownAttrException", [&] { attr("level")->genericIfGet(defaultValue().ptr(), nullptr); }},
+        {"Zel::UnknownAttrException", [&] { i->genericIfGetNative(g.ptr(), &ignored); }},
+        {"Zel::ConstException", [&] { attr("level")->genericIfSet(c.ptr(), nullptr, one.ptr()); }},
+        {"Zel::ConstException", [&] { attr("flag")->genericIfDel(c.ptr(), nullptr); }},
+        {"Zel::ConstException", [&] { AllBuiltins::_zelType.attr("b")->genericIfSet(cv.ptr(), nullptr, one.ptr()); }},
+        {"Zel::ConstException", [&] { attr("level")->genericIfSetNative(c.ptr(), &seven); }},
+        {"Zel::NonwritableAttrException", [&] { attr("label")->genericIfSet(g.ptr(), nullptr, x.ptr()); }},
+        {"Zel::NonwritableAttrException", [&] { attr("label")->genericIfSetNative(g.ptr(), &scratch); }},
+        {"Zel::NondeletableAttrException", [&] { attr("level")->genericIfDel(g.ptr(), nullptr); }},
+        // Flags allow these; the handlers lack them.
+        {"Zel::OpNotSupportedException", [&] { attr("ratio")->genericIfSet(g.ptr(), nullptr, Zel::toGenericIf(1.0).ptr()); }},
+        {"Zel::OpNotSupportedException", [&] { attr("flag")->genericIfDel(g.ptr(), nullptr); }},
+        {"Zel::OpNotSupportedException", [&] { attr("level")->genericIfCall(g.ptr(), Zel::ArgVector{}); }},
+        {"Zel::OpNotSupportedException", [&] { attr("level")->genericIfMembers(g.ptr()); }},
+        {"Zel::OpNotSupportedException", [&] { attr("level")->genericIfCallNative(g.ptr(), nullptr, 0, nullptr); }},
+        {"Zel::RangeException", [&] { attr("level")->genericIfGet(null.ptr(), nullptr); }},
+        {"Zel::RangeException", [&] { attr("level")->genericIfGetNative(nullptr, &ignored); }},
+        {"Zel::TypeException", [&] { Gadget::_zelType.genericIf(Zel::ArgVector{}, false); }},
+        {"Zel::TypeException", [&] { Gadget::_zelType.genericIf(Zel::ArgVector{one}, false); }},
+        {"Zel::TypeException", [&] { Zel::objectOf<Gadget>(three.ptr()); }},
+        {"Zel::TypeException", [&] { Zel::fromGenericIf<Ptr<Gadget>>(three.ptr()); }},
+        {"Zel::TypeException", [&] { three->ptrInterface(); }},
+    };
+    for (size_t n = 0; n < std::size(cases); ++n) {
+        SCOPED_TRACE("case " + std::to_string(n) + ", expecting " + cases[n].kind);
+        try {
+            cases[n].act();
+            ADD_FAILURE() << "nothing thrown";
+        } catch (Zel::Exception const& e) {
+            EXPECT_STREQ(e.name(), cases[n].kind) << e.message();
+        }
+    }
+    EXPECT_EQ(gadget->level(), 0);
     EXPECT_EQ(gadget->ratio(), 0.5);
+    EXPECT_EQ(gadget->label(), "r");
+    EXPECT_FALSE(gadget->flag());
 }
 
 } // namespace

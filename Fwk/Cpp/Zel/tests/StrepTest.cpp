@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <stdexcept>
 #include <type_traits>
@@ -48,36 +49,71 @@ void expectLimitsRoundTrip() {
            expectRoundTrip(T(0))));
 }
 
-TEST(StrepIntegers, LimitsRoundTrip) {
+TEST(Strep, EveryBuiltinRoundTrips) {
     expectLimitsRoundTrip<signed char, unsigned char, short, unsigned short, int, unsigned int, long,
                           unsigned long long, long long>();
     EXPECT_EQ(parseAll<Zel::AttributeId>("-17"), -17);
-}
-
-TEST(StrepIntegers, OneBeyondTheLimitIsARangeError) {
-    EXPECT_THROW(parseAll<signed char>("128"), Zel::RangeException);
-    EXPECT_THROW(parseAll<signed char>("-129"), Zel::RangeException);
-    EXPECT_THROW(parseAll<unsigned char>("256"), Zel::RangeException);
-    EXPECT_THROW(parseAll<short>("32768"), Zel::RangeException);
-    EXPECT_THROW(parseAll<unsigned short>("65536"), Zel::RangeException);
-    EXPECT_THROW(parseAll<int>("2147483648"), Zel::RangeException);
-    EXPECT_THROW(parseAll<unsigned int>("4294967296"), Zel::RangeException);
-    EXPECT_THROW(parseAll<long long>("9223372036854775808"), Zel::RangeException);
-    EXPECT_THROW(parseAll<unsigned long long>("18446744073709551616"), Zel::RangeException);
-    EXPECT_THROW(parseAll<unsigned int>("-1"), Zel::RangeException);
     EXPECT_EQ(parseAll<unsigned int>("-0"), 0u);
+    for (double d : {0.1, -2.5e-300, 1e300, 123456789.125, std::numeric_limits<double>::denorm_min(),
+                     std::numeric_limits<double>::max(), -0.0, HUGE_VAL}) {
+        expectRoundTrip(d);
+    }
+    for (float f : {0.1f, 3.4028235e38f, -1e-45f, 16777217.0f, -HUGE_VALF}) expectRoundTrip(f);
+    EXPECT_TRUE(std::signbit(parseAll<double>(Zel::valueToStrep(-0.0))));
+    EXPECT_TRUE(std::isnan(parseAll<double>(Zel::valueToStrep(std::nan("")))));
+    EXPECT_TRUE(std::isnan(parseAll<float>(Zel::valueToStrep(-std::nanf("")))));
+    expectRoundTrip(true);
+    expectRoundTrip(false);
+    std::string all;
+    for (int c = 0; c < 256; ++c) all += static_cast<char>(c);
+    expectRoundTrip(String8(all));
+    expectRoundTrip(String8(""));
+    expectRoundTrip(String8("it's a \\ back\tslash\r\n"));
+    for (int c = 0; c < 256; ++c) expectRoundTrip(static_cast<char>(c));
+    EXPECT_EQ(parseAll<String8>("'\\x41\\x42'"), "AB");   // upper and lower case hex are one
+    EXPECT_EQ(parseAll<String8>("'\\x4a'"), parseAll<String8>("'\\x4A'"));
 }
 
-TEST(StrepIntegers, OverflowIsNotMistakenForSyntax) {
-    // A well-formed number out of range is a range error, not a parse error.
-    auto e = thrown<Zel::RangeException>([] { parseAll<unsigned char>("300"); });
-    EXPECT_NE(e.message().str().find("300"), std::string::npos) << e.message();
-    EXPECT_THROW(parseAll<int>("x1"), Zel::ParseException);
-    EXPECT_THROW(parseAll<int>(""), Zel::ParseException);
-    EXPECT_THROW(parseAll<unsigned int>("-"), Zel::ParseException);
+template <class T>
+void parse(String8 const& text) { parseAll<T>(text); }
+
+// A well-formed number out of range is a range error, not a parse error;
+// malformed text of any kind is a parse error; an unknown type name is a
+// NoTypeNode error.
+TEST(Strep, RefusedTextsFailWithTheirKind) {
+    enum Kind { kRange, kParse, kNoType };
+    struct Case { void (*parse)(String8 const&); char const* text; Kind kind; };
+    using TypeP = Zel::ZelType const*;
+    using AttrP = Zel::ZelAttr const*;
+    Case const cases[] = {
+        {parse<signed char>, "128", kRange},  {parse<signed char>, "-129", kRange}, {parse<unsigned char>, "256", kRange},
+        {parse<unsigned char>, "300", kRange}, {parse<short>, "32768", kRange},     {parse<unsigned short>, "65536", kRange},
+        {parse<int>, "2147483648", kRange},   {parse<unsigned int>, "4294967296", kRange},
+        {parse<unsigned int>, "-1", kRange},  {parse<long long>, "9223372036854775808", kRange},
+        {parse<unsigned long long>, "18446744073709551616", kRange}, {parse<float>, "1e39", kRange},
+        {parse<int>, "x1", kParse},           {parse<int>, "", kParse},             {parse<unsigned int>, "-", kParse},
+        {parse<double>, "True", kParse},      {parse<bool>, "true", kParse},        {parse<bool>, "1", kParse},
+        {parse<String8>, "abc", kParse},      {parse<String8>, "'abc", kParse},     {parse<String8>, "'a\\q'", kParse},
+        {parse<String8>, "'\\x4'", kParse},   {parse<String8>, "'\\xzz'", kParse},  {parse<String8>, "'\\", kParse},
+        {parse<String8>, "", kParse},         {parse<char>, "''", kParse},          {parse<char>, "'ab'", kParse},
+        {parse<AttrP>, "type('Zel::Name')", kParse}, {parse<TypeP>, "typ('Zel::Name')", kParse},
+        {parse<TypeP>, "type('No::Such')", kNoType},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.text);
+        auto run = [&] { c.parse(c.text); };
+        if (c.kind == kRange) {
+            EXPECT_NE(thrown<Zel::RangeException>(run).message().str().find(c.text), std::string::npos);
+        } else if (c.kind == kParse) {
+            EXPECT_THROW(run(), Zel::ParseException);
+        } else {
+            EXPECT_THROW(run(), Zel::NoTypeNodeException);
+        }
+    }
+    thrown<Zel::RangeException>([] { parseAll<Zel::ZelAttr const*>("type('Zel::Name').attr('nope')"); });
 }
 
-TEST(StrepIntegers, StopsAtTheFirstNonDigit) {
+TEST(Strep, StopsAtTheFirstNonDigit) {
     String8 text("42, 'x'");
     Zel::StrepIt it = text.begin();
     EXPECT_EQ(Zel::sequenceToValue<int>(it, text.end()), 42);
@@ -86,51 +122,7 @@ TEST(StrepIntegers, StopsAtTheFirstNonDigit) {
     EXPECT_EQ(it, text.end());
 }
 
-TEST(StrepFloating, ShortestFormsRoundTripExactly) {
-    for (double d : {0.1, -2.5e-300, 1e300, 123456789.125, std::numeric_limits<double>::denorm_min(),
-                     std::numeric_limits<double>::max(), -0.0}) {
-        expectRoundTrip(d);
-    }
-    for (float f : {0.1f, 3.4028235e38f, -1e-45f, 16777217.0f}) expectRoundTrip(f);
-    EXPECT_TRUE(std::signbit(parseAll<double>(Zel::valueToStrep(-0.0))));
-}
-
-TEST(StrepFloating, InfinityNanAndOverflow) {
-    EXPECT_EQ(parseAll<double>(Zel::valueToStrep(HUGE_VAL)), HUGE_VAL);
-    EXPECT_EQ(parseAll<float>(Zel::valueToStrep(-HUGE_VALF)), -HUGE_VALF);
-    EXPECT_TRUE(std::isnan(parseAll<double>(Zel::valueToStrep(std::nan("")))));
-    EXPECT_TRUE(std::isnan(parseAll<float>(Zel::valueToStrep(-std::nanf("")))));
-    EXPECT_THROW(parseAll<float>("1e39"), Zel::RangeException);
-    EXPECT_THROW(parseAll<double>("True"), Zel::ParseException);
-}
-
-TEST(StrepBool, OnlyTheTwoLiterals) {
-    expectRoundTrip(true);
-    expectRoundTrip(false);
-    EXPECT_THROW(parseAll<bool>("true"), Zel::ParseException);
-    EXPECT_THROW(parseAll<bool>("1"), Zel::ParseException);
-}
-
-TEST(StrepStrings, EveryByteRoundTrips) {
-    std::string all;
-    for (int c = 0; c < 256; ++c) all += static_cast<char>(c);
-    expectRoundTrip(String8(all));
-    expectRoundTrip(String8(""));
-    expectRoundTrip(String8("it's a \\ back\tslash\r\n"));
-    for (int c = 0; c < 256; ++c) expectRoundTrip(static_cast<char>(c));
-}
-
-TEST(StrepStrings, MalformedLiteralsAreParseErrors) {
-    for (char const* bad : {"abc", "'abc", "'a\\q'", "'\\x4'", "'\\xzz'", "'\\", ""}) {
-        EXPECT_THROW(parseAll<String8>(bad), Zel::ParseException) << bad;
-    }
-    EXPECT_THROW(parseAll<char>("''"), Zel::ParseException);
-    EXPECT_THROW(parseAll<char>("'ab'"), Zel::ParseException);
-    EXPECT_EQ(parseAll<String8>("'\\x41\\x42'"), "AB");   // upper and lower case hex are one
-    EXPECT_EQ(parseAll<String8>("'\\x4a'"), parseAll<String8>("'\\x4A'"));
-}
-
-TEST(StrepDescriptors, TypesAndAttributesRoundTrip) {
+TEST(Strep, TypesAndAttributesRoundTrip) {
     Zel::ZelType const* name = &Zel::Name::_zelType;
     Zel::ZelAttr const* value = name->attr("value");
     EXPECT_EQ(Zel::rawPtrToStrep(name), "type('Zel::Name')");
@@ -145,14 +137,7 @@ TEST(StrepDescriptors, TypesAndAttributesRoundTrip) {
     EXPECT_EQ(parseAll<Zel::ZelType const*>("type('Zel::AttributeId')"), &Zel::Builtin<int>::_zelType);
 }
 
-TEST(StrepDescriptors, UnknownNamesAreRangeErrors) {
-    EXPECT_THROW(parseAll<Zel::ZelType const*>("type('No::Such')"), Zel::NoTypeNodeException);
-    EXPECT_THROW(parseAll<Zel::ZelAttr const*>("type('Zel::Name').attr('nope')"), Zel::RangeException);
-    EXPECT_THROW(parseAll<Zel::ZelAttr const*>("type('Zel::Name')"), Zel::ParseException);
-    EXPECT_THROW(parseAll<Zel::ZelType const*>("typ('Zel::Name')"), Zel::ParseException);
-}
-
-TEST(StrepNeedString, ConsumesExactlyOrNamesBothTexts) {
+TEST(Strep, NeedStringConsumesExactlyOrNamesBothTexts) {
     String8 text("Value('T', ** {");
     Zel::StrepIt it = text.begin();
     Zel::needString(it, text.end(), "Value(");
@@ -165,7 +150,7 @@ TEST(StrepNeedString, ConsumesExactlyOrNamesBothTexts) {
     Zel::needString(it, text.end(), "");   // the empty literal always matches
 }
 
-TEST(StrepDeserializeAttr, AddsTheFieldNameAndKeepsTheKind) {
+TEST(Strep, DeserializeAttrAddsTheFieldNameAndKeepsTheKindAndBacktrace) {
     String8 text("300");
     Zel::StrepIt it = text.begin();
     auto range = thrown<Zel::RangeException>([&] { Zel::deserializeAttr<unsigned char>(it, text.end(), "width"); });
@@ -180,9 +165,6 @@ TEST(StrepDeserializeAttr, AddsTheFieldNameAndKeepsTheKind) {
     it = type.begin();
     EXPECT_THROW(Zel::deserializeAttr<Zel::ZelType const*>(it, type.end(), "typeptr"),
                  Zel::NoTypeNodeException);
-}
-
-TEST(StrepDeserializeAttr, KeepsTheOriginalBacktrace) {
     Zel::RangeException original("boom");
     auto e = thrown<Zel::RangeException>([&] { Zel::rethrowFromDeserializeAttr(original, "f"); });
     EXPECT_EQ(e.message(), "f: boom");

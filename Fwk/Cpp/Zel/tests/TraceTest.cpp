@@ -4,10 +4,10 @@
 
 #include <cstdlib>
 #include <atomic>
-#include <fstream>
 #include <sstream>
 #include <thread>
 
+#include "TestTypes.h"
 #include "Zel/Trace.h"
 #include "Zel/TraceSettings.h"
 
@@ -39,12 +39,6 @@ struct TraceFileTest : ::testing::Test {
         traceSettingsReload();
         ::unlink(path.c_str());
     }
-    std::string contents() const {
-        std::ifstream f(path, std::ios::binary);
-        std::stringstream s;
-        s << f.rdbuf();
-        return s.str();
-    }
 };
 
 } // namespace
@@ -64,8 +58,7 @@ TEST_F(TraceFileTest, EnabledLevelsAreWrittenOneLineEachSuppressedOnesNot) {
     trace_h(h.ptr(), "dir/Here.cpp", 12, "withNul", String8("a\0b", 3), 2);
     trace_h(nullptr, "x.cpp", 1, "f", "default handle", 0);
 
-    std::string text = contents();
-    std::istringstream lines(text);
+    std::istringstream lines(ZelTest::readFile(path));
     std::string first, second, extra;
     ASSERT_TRUE(std::getline(lines, first));
     ASSERT_TRUE(std::getline(lines, second));

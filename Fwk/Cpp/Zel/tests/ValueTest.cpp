@@ -22,6 +22,11 @@ Ptr<GenericIf> construct(String8 const& text) {
 template <class T>
 T const& held(Ptr<GenericIf> const& g) { return *static_cast<T const*>(g->valuePtr()); }
 
+template <class T>
+void setStr(Ptr<GenericIf> const& g, char const* text) {
+    T::_zelType.attr("str")->genericIfSet(g.ptr(), nullptr, Zel::toGenericIf(String8(text)).ptr());
+}
+
 TEST(ValueStrep, ValuesPrintAsConstructorCallsInDeclarationOrder) {
     AllBuiltins v;
     v.s = "it's";
@@ -42,33 +47,25 @@ TEST(ValueStrep, ValuesPrintAsConstructorCallsInDeclarationOrder) {
     EXPECT_EQ(Zel::toGenericIf(false)->strep(), "False");
 }
 
-TEST(ValueEquality, AttributeWiseAndTypeStrict) {
+// Equal is attribute-wise and type-strict, equal values hash equal (signed
+// zeros too), and distinct values spread over the hashes.
+TEST(ValueEquality, AttributeWiseTypeStrictAndHashedAlike) {
     AllBuiltins a, b;
     a.s = b.s = "x";
-    EXPECT_TRUE(valueOf(a)->equals(*valueOf(b)));
-    EXPECT_EQ(valueOf(a)->hash(), valueOf(b)->hash());
-    b.ll = 1;
-    EXPECT_FALSE(valueOf(a)->equals(*valueOf(b)));
-    // Same bits, other type: never equal.
-    EXPECT_FALSE(Zel::toGenericIf(1)->equals(*Zel::toGenericIf(1u)));
-    EXPECT_FALSE(Zel::toGenericIf(1)->equals(*Zel::toGenericIf(1L)));
-}
-
-TEST(ValueEquality, EqualValuesHashEqualEvenForSignedZero) {
-    AllBuiltins a, b;
     a.d = 0.0;
     b.d = -0.0;
     EXPECT_TRUE(valueOf(a)->equals(*valueOf(b)));
     EXPECT_EQ(valueOf(a)->hash(), valueOf(b)->hash());
     EXPECT_EQ(Zel::toGenericIf(0.0f)->hash(), Zel::toGenericIf(-0.0f)->hash());
-}
-
-TEST(ValueEquality, DistinctValuesSpreadOverHashes) {
+    b.ll = 1;
+    EXPECT_FALSE(valueOf(a)->equals(*valueOf(b)));
+    // Same bits, other type: never equal.
+    EXPECT_FALSE(Zel::toGenericIf(1)->equals(*Zel::toGenericIf(1u)));
+    EXPECT_FALSE(Zel::toGenericIf(1)->equals(*Zel::toGenericIf(1L)));
     std::set<uint32_t> hashes;
     for (int i = 0; i < 100; ++i) {
-        AllBuiltins v;
-        v.i = i;
-        hashes.insert(valueOf(v)->hash());
+        a.i = i;
+        hashes.insert(valueOf(a)->hash());
         hashes.insert(Zel::toGenericIf(String8(std::to_string(i)))->hash());
     }
     EXPECT_GT(hashes.size(), 195u);
@@ -86,36 +83,30 @@ TEST(ValueName, ReflectsItsValue) {
 }
 
 TEST(ValueUri, SplitsSchemeAuthorityAndPath) {
-    Zel::Uri u("http://host:80/a/b");
-    EXPECT_EQ(u.scheme, "http");
-    EXPECT_EQ(u.authority, "host:80");
-    EXPECT_EQ(u.path, "/a/b");
-    Zel::Uri bare("zel:/x/y");
-    EXPECT_EQ(bare.authority, "");
-    EXPECT_EQ(bare.path, "/x/y");
-    Zel::Uri noPath("svn+ssh://host");
-    EXPECT_EQ(noPath.scheme, "svn+ssh");
-    EXPECT_EQ(noPath.path, "");
+    struct Case { char const* text; char const* scheme; char const* authority; char const* path; };
+    for (Case c : {Case{"http://host:80/a/b", "http", "host:80", "/a/b"}, Case{"zel:/x/y", "zel", "", "/x/y"},
+                   Case{"svn+ssh://host", "svn+ssh", "host", ""}}) {
+        Zel::Uri u(c.text);
+        EXPECT_EQ(u.scheme + " " + u.authority + " " + u.path, String8(c.scheme) + " " + c.authority + " " + c.path);
+    }
     for (char const* bad : {"no scheme", ":x", "1http://h", "ht tp://h", ""}) {
         EXPECT_THROW(Zel::Uri{String8(bad)}, Zel::RangeException) << bad;
     }
     EXPECT_THROW(construct<Zel::Uri>("nothing"), Zel::RangeException);
     Ptr<GenericIf> g = construct<Zel::Uri>("a:b");
     EXPECT_EQ(g->strep(), "Value('Zel::Uri', ** {'str': 'a:b'})");
-    EXPECT_THROW(Zel::Uri::_zelType.attr("str")->genericIfSet(g.ptr(), nullptr, Zel::toGenericIf(String8("c:d")).ptr()),
-                 Zel::NonwritableAttrException);
+    EXPECT_THROW(setStr<Zel::Uri>(g, "c:d"), Zel::NonwritableAttrException);
 }
 
 TEST(ValueEntityUri, CheckSchemeAcceptsZelOnly) {
     Zel::EntityUri("zel:/a/b").checkScheme();
     Zel::EntityUri(Zel::Uri("zel://agent/a")).checkScheme();
-    EXPECT_THROW(Zel::EntityUri("http://h/a").checkScheme(), Zel::RangeException);
-    EXPECT_THROW(Zel::EntityUri("ZEL:/a").checkScheme(), Zel::RangeException);
-    EXPECT_THROW(Zel::EntityUri("zelx:/a").checkScheme(), Zel::RangeException);
-    EXPECT_THROW(Zel::EntityUri().checkScheme(), Zel::RangeException);
+    for (Zel::EntityUri bad : {Zel::EntityUri("http://h/a"), Zel::EntityUri("ZEL:/a"), Zel::EntityUri("zelx:/a"),
+                               Zel::EntityUri()}) {
+        EXPECT_THROW(bad.checkScheme(), Zel::RangeException) << bad.str;
+    }
     // A copy made through reflection keeps what checkScheme looks at.
-    Ptr<GenericIf> g = construct<Zel::EntityUri>("zel:/a");
-    Zel::EntityUri copy = held<Zel::EntityUri>(g);
+    Zel::EntityUri copy = held<Zel::EntityUri>(construct<Zel::EntityUri>("zel:/a"));
     copy.checkScheme();
     EXPECT_EQ(copy.str, "zel:/a");
     EXPECT_TRUE(Zel::EntityUri("zel:/a") == copy);
@@ -124,7 +115,7 @@ TEST(ValueEntityUri, CheckSchemeAcceptsZelOnly) {
 TEST(ValueEntityUriPath, IsPlainWritableText) {
     Ptr<GenericIf> p = construct<Zel::EntityUriPath>("/a/b");
     EXPECT_EQ(held<Zel::EntityUriPath>(p).str, "/a/b");
-    Zel::EntityUriPath::_zelType.attr("str")->genericIfSet(p.ptr(), nullptr, Zel::toGenericIf(String8("/c")).ptr());
+    setStr<Zel::EntityUriPath>(p, "/c");
     EXPECT_EQ(p->strep(), "Value('Zel::EntityUriPath', ** {'str': '/c'})");
     EXPECT_FALSE(p->equals(*construct<Zel::EntityUriPath>("/a/b")));
     EXPECT_TRUE(Zel::EntityUriPath::_zelType.genericIf(Zel::ArgVector{}, false)->equals(
