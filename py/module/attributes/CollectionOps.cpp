@@ -118,19 +118,19 @@ PyResult none(AttributePhase& phase) {
 
 } // namespace
 
-PyResult FwkPyGenericIf_attributeCollection(GilHeld gil, PyObject* self, PyObject* args) {
+static PyResult attributeCollection(GilHeld gil, PyObject* self, PyObject* args) {
     return lookup(gil, self, args, true, false);
 }
 
-PyResult FwkPyGenericIf_rawAttributeCollection(GilHeld gil, PyObject* self, PyObject* args) {
+static PyResult rawAttributeCollection(GilHeld gil, PyObject* self, PyObject* args) {
     return lookup(gil, self, args, false, false);
 }
 
-PyResult FwkPyGenericIf_attributeCollectionVal(GilHeld gil, PyObject* self, PyObject* args) {
+static PyResult attributeCollectionVal(GilHeld gil, PyObject* self, PyObject* args) {
     return lookup(gil, self, args, true, true);
 }
 
-PyResult FwkPyGenericIf_attributeCollectionExist(GilHeld gil, PyObject* self, PyObject* args) {
+static PyResult attributeCollectionExist(GilHeld gil, PyObject* self, PyObject* args) {
     ZelAttr const* attr = nullptr;
     PyObject* key = nullptr;
     if (!Zel::parseAttrArgs(gil, args, "O&O:attributeCollection", attr, key)) return PyResult::failed();
@@ -144,7 +144,7 @@ PyResult FwkPyGenericIf_attributeCollectionExist(GilHeld gil, PyObject* self, Py
     });
 }
 
-PyResult FwkPyGenericIf_attributeCollectionIs(GilHeld gil, PyObject* self, PyObject* args) {
+static PyResult attributeCollectionIs(GilHeld gil, PyObject* self, PyObject* args) {
     ZelAttr const* attr = nullptr;
     PyObject* key = nullptr;
     PyObject* value = nullptr;
@@ -186,7 +186,7 @@ PyResult FwkPyGenericIf_attributeCollectionIs(GilHeld gil, PyObject* self, PyObj
     });
 }
 
-PyResult FwkPyGenericIf_attributeCollectionDel(GilHeld gil, PyObject* self, PyObject* args) {
+static PyResult attributeCollectionDel(GilHeld gil, PyObject* self, PyObject* args) {
     ZelAttr const* attr = nullptr;
     PyObject* key = nullptr;
     if (!PyArg_ParseTuple(args, "O&O:attributeCollectionDel", Convert_To_ZelAttr, &attr, &key)) {
@@ -202,7 +202,7 @@ PyResult FwkPyGenericIf_attributeCollectionDel(GilHeld gil, PyObject* self, PyOb
     });
 }
 
-PyResult FwkPyGenericIf_attributeAdd(GilHeld gil, PyObject* self, PyObject* args) {
+static PyResult attributeAdd(GilHeld gil, PyObject* self, PyObject* args) {
     ZelAttr const* attr = nullptr;
     PyObject* value = nullptr;
     if (!PyArg_ParseTuple(args, "O&O:attributeAdd", Convert_To_ZelAttr, &attr, &value)) return PyResult::failed();
@@ -225,7 +225,7 @@ PyResult FwkPyGenericIf_attributeAdd(GilHeld gil, PyObject* self, PyObject* args
     });
 }
 
-PyResult FwkPyGenericIf_attributeRemove(GilHeld gil, PyObject* self, PyObject* args) {
+static PyResult attributeRemove(GilHeld gil, PyObject* self, PyObject* args) {
     ZelAttr const* attr = nullptr;
     if (!PyArg_ParseTuple(args, "O&:attributeRemove", Convert_To_ZelAttr, &attr)) return PyResult::failed();
     return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
@@ -235,7 +235,7 @@ PyResult FwkPyGenericIf_attributeRemove(GilHeld gil, PyObject* self, PyObject* a
     });
 }
 
-PyResult FwkPyGenericIf_attributeMembers(GilHeld gil, PyObject* self, PyObject* args) {
+static PyResult attributeMembers(GilHeld gil, PyObject* self, PyObject* args) {
     ZelAttr const* attr = nullptr;
     if (!PyArg_ParseTuple(args, "O&:attributeMembers", Convert_To_ZelAttr, &attr)) return PyResult::failed();
     return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
@@ -244,3 +244,15 @@ PyResult FwkPyGenericIf_attributeMembers(GilHeld gil, PyObject* self, PyObject* 
         return phase.finish([&](GilHeld held) { return PyResult::of(held, PyLong_FromUnsignedLong(count)); });
     });
 }
+
+// The methods of _Zel.GifPtr: defined beside their bodies, which the
+// wrapper inlines.
+PyObject* FwkPyGenericIf_attributeCollection(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeCollection>(self, args); }
+PyObject* FwkPyGenericIf_rawAttributeCollection(PyObject* self, PyObject* args) noexcept { return Zel::entry<rawAttributeCollection>(self, args); }
+PyObject* FwkPyGenericIf_attributeCollectionVal(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeCollectionVal>(self, args); }
+PyObject* FwkPyGenericIf_attributeCollectionExist(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeCollectionExist>(self, args); }
+PyObject* FwkPyGenericIf_attributeCollectionIs(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeCollectionIs>(self, args); }
+PyObject* FwkPyGenericIf_attributeCollectionDel(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeCollectionDel>(self, args); }
+PyObject* FwkPyGenericIf_attributeAdd(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeAdd>(self, args); }
+PyObject* FwkPyGenericIf_attributeRemove(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeRemove>(self, args); }
+PyObject* FwkPyGenericIf_attributeMembers(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeMembers>(self, args); }

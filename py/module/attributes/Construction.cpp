@@ -127,7 +127,7 @@ bool callBuiltin(GilHeld gil, PyObject* self, Zel::ZelAttr const* attr, PyObject
 
 } // namespace
 
-PyResult FwkPyGenericIf_attributeFunction(GilHeld gil, PyObject* self, PyObject* args) {
+static PyResult attributeFunction(GilHeld gil, PyObject* self, PyObject* args) {
     Zel::ZelAttr const* attr = nullptr;
     PyObject* parameters = nullptr;
     if (!Zel::parseAttrArgs(gil, args, "O&O:attributeFunction", attr, parameters)) return PyResult::failed();
@@ -145,3 +145,7 @@ PyResult FwkPyGenericIf_attributeFunction(GilHeld gil, PyObject* self, PyObject*
         });
     });
 }
+
+// The methods of _Zel.GifPtr: defined beside their bodies, which the
+// wrapper inlines.
+PyObject* FwkPyGenericIf_attributeFunction(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeFunction>(self, args); }

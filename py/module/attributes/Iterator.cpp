@@ -148,7 +148,7 @@ PyTypeObject FwkPyGenericIfIterator_Type = [] {
     return t;
 }();
 
-PyResult FwkPyGenericIf_attributeIter(GilHeld gil, PyObject* self, PyObject* args) {
+static PyResult attributeIter(GilHeld gil, PyObject* self, PyObject* args) {
     Zel::ZelAttr const* attr = nullptr;
     int mode = 0;
     if (!PyArg_ParseTuple(args, "O&i:attributeIter", Convert_To_ZelAttr, &attr, &mode)) return PyResult::failed();
@@ -169,3 +169,7 @@ PyResult FwkPyGenericIf_attributeIter(GilHeld gil, PyObject* self, PyObject* arg
         });
     });
 }
+
+// The methods of _Zel.GifPtr: defined beside their bodies, which the
+// wrapper inlines.
+PyObject* FwkPyGenericIf_attributeIter(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeIter>(self, args); }

@@ -68,15 +68,15 @@ PyResult Zel::singletonGet(GilHeld gil, PyObject* self, ZelAttr const* attr, boo
     });
 }
 
-PyResult FwkPyGenericIf_attributeSingleton(GilHeld gil, PyObject* self, PyObject* args) {
+static PyResult attributeSingleton(GilHeld gil, PyObject* self, PyObject* args) {
     return get(gil, self, args, true);
 }
 
-PyResult FwkPyGenericIf_rawAttributeSingleton(GilHeld gil, PyObject* self, PyObject* args) {
+static PyResult rawAttributeSingleton(GilHeld gil, PyObject* self, PyObject* args) {
     return get(gil, self, args, false);
 }
 
-PyResult FwkPyGenericIf_attributeSingletonIs(GilHeld gil, PyObject* self, PyObject* args) {
+static PyResult attributeSingletonIs(GilHeld gil, PyObject* self, PyObject* args) {
     Zel::ZelAttr const* attr = nullptr;
     PyObject* value = nullptr;
     if (!Zel::parseAttrArgs(gil, args, "O&O:attributeSingletonIs", attr, value)) return PyResult::failed();
@@ -103,7 +103,7 @@ PyResult Zel::singletonSet(GilHeld gil, PyObject* self, ZelAttr const* attr, PyO
     });
 }
 
-PyResult FwkPyGenericIf_attributeSingletonDel(GilHeld gil, PyObject* self, PyObject* args) {
+static PyResult attributeSingletonDel(GilHeld gil, PyObject* self, PyObject* args) {
     Zel::ZelAttr const* attr = nullptr;
     if (!PyArg_ParseTuple(args, "O&:attributeSingletonDel", Convert_To_ZelAttr, &attr)) return PyResult::failed();
     return Zel::singletonDel(gil, self, attr);
@@ -117,7 +117,7 @@ PyResult Zel::singletonDel(GilHeld gil, PyObject* self, ZelAttr const* attr) {
     });
 }
 
-PyResult FwkPyGenericIf_attributeVersion(GilHeld gil, PyObject* self, PyObject* arg) {
+static PyResult attributeVersion(GilHeld gil, PyObject* self, PyObject* arg) {
     Zel::ZelAttr const* attr = nullptr;
     if (!Convert_To_ZelAttr(arg, &attr)) return PyResult::failed();
     return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
@@ -126,3 +126,11 @@ PyResult FwkPyGenericIf_attributeVersion(GilHeld gil, PyObject* self, PyObject* 
         return phase.finish([&](GilHeld held) { return PyResult::of(held, PyLong_FromUnsignedLong(version)); });
     });
 }
+
+// The methods of _Zel.GifPtr: defined beside their bodies, which the
+// wrapper inlines.
+PyObject* FwkPyGenericIf_attributeSingleton(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeSingleton>(self, args); }
+PyObject* FwkPyGenericIf_rawAttributeSingleton(PyObject* self, PyObject* args) noexcept { return Zel::entry<rawAttributeSingleton>(self, args); }
+PyObject* FwkPyGenericIf_attributeSingletonIs(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeSingletonIs>(self, args); }
+PyObject* FwkPyGenericIf_attributeSingletonDel(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeSingletonDel>(self, args); }
+PyObject* FwkPyGenericIf_attributeVersion(PyObject* self, PyObject* arg) noexcept { return Zel::entry<attributeVersion>(self, arg); }

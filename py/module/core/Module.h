@@ -53,23 +53,24 @@ Zel::PyResult PyZel_enableThreadSafePointers(Zel::GilHeld gil, PyObject* self, P
 Zel::PyResult PyZel_typeNode(Zel::GilHeld gil, PyObject* self, PyObject* args);
 
 // --- attribute operations (methods of _Zel.GifPtr) ---------------------------
+// Entry points, each defined beside its body (the attribute hot paths).
 
-Zel::PyResult FwkPyGenericIf_attributeSingletonIs(Zel::GilHeld gil, PyObject* self, PyObject* args);
-Zel::PyResult FwkPyGenericIf_attributeCollectionIs(Zel::GilHeld gil, PyObject* self, PyObject* args);
-Zel::PyResult FwkPyGenericIf_attributeSingleton(Zel::GilHeld gil, PyObject* self, PyObject* args);
-Zel::PyResult FwkPyGenericIf_rawAttributeSingleton(Zel::GilHeld gil, PyObject* self, PyObject* args);
-Zel::PyResult FwkPyGenericIf_attributeCollectionExist(Zel::GilHeld gil, PyObject* self, PyObject* args);
-Zel::PyResult FwkPyGenericIf_attributeCollection(Zel::GilHeld gil, PyObject* self, PyObject* args);
-Zel::PyResult FwkPyGenericIf_attributeCollectionVal(Zel::GilHeld gil, PyObject* self, PyObject* args);
-Zel::PyResult FwkPyGenericIf_rawAttributeCollection(Zel::GilHeld gil, PyObject* self, PyObject* args);
-Zel::PyResult FwkPyGenericIf_attributeVersion(Zel::GilHeld gil, PyObject* self, PyObject* attr);
-Zel::PyResult FwkPyGenericIf_attributeSingletonDel(Zel::GilHeld gil, PyObject* self, PyObject* args);
-Zel::PyResult FwkPyGenericIf_attributeCollectionDel(Zel::GilHeld gil, PyObject* self, PyObject* args);
-Zel::PyResult FwkPyGenericIf_attributeRemove(Zel::GilHeld gil, PyObject* self, PyObject* args);
-Zel::PyResult FwkPyGenericIf_attributeAdd(Zel::GilHeld gil, PyObject* self, PyObject* args);
-Zel::PyResult FwkPyGenericIf_attributeFunction(Zel::GilHeld gil, PyObject* self, PyObject* args);
-Zel::PyResult FwkPyGenericIf_attributeMembers(Zel::GilHeld gil, PyObject* self, PyObject* args);
-Zel::PyResult FwkPyGenericIf_attributeIter(Zel::GilHeld gil, PyObject* self, PyObject* args);
+PyObject* FwkPyGenericIf_attributeSingletonIs(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeCollectionIs(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeSingleton(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_rawAttributeSingleton(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeCollectionExist(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeCollection(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeCollectionVal(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_rawAttributeCollection(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeVersion(PyObject* self, PyObject* attr) noexcept;
+PyObject* FwkPyGenericIf_attributeSingletonDel(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeCollectionDel(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeRemove(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeAdd(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeFunction(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeMembers(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeIter(PyObject* self, PyObject* args) noexcept;
 
 extern PyTypeObject FwkPyGenericIfIterator_Type;
 
