@@ -9,6 +9,10 @@
 
 #include <structmember.h>   // after Python.h, which Module.h includes
 
+using Zel::GilHeld;
+using Zel::PyResult;
+using Zel::PyStatus;
+
 namespace {
 
 struct SingletonAttr {
@@ -41,44 +45,46 @@ PyObject* gifPtrOf(SingletonAttr* d, PyObject* proxy) {
     return ptr;
 }
 
-PyObject* descrGet(PyObject* self, PyObject* proxy, PyObject*) {
+PyResult descrGet(GilHeld gil, PyObject* self, PyObject* proxy, PyObject*) {
     SingletonAttr* d = self_(self);
     if (!proxy || proxy == Py_None) {   // looked up on the class
         Py_INCREF(self);
-        return self;
+        return PyResult::of(gil, self);
     }
     PyObject* ptr = gifPtrOf(d, proxy);
-    if (!ptr) return nullptr;
-    PyObject* r = Zel::singletonGet(ptr, zelAttr(d), true);
-    if (!r || Py_TYPE(r) != &FwkPyGenericIf_Type) return r;
-    Zel::PyRef handle(r);
-    return PyObject_CallFunctionObjArgs(d->wrap, r, nullptr);
+    if (!ptr) return PyResult::failed();
+    PyResult r = Zel::singletonGet(gil, ptr, zelAttr(d), true);
+    if (!r || Py_TYPE(r.raw()) != &FwkPyGenericIf_Type) return r;
+    // Called once the activity lock is let go: wrap is Python code.
+    Zel::PyRef handle(r.raw());
+    return PyResult::of(gil, PyObject_CallFunctionObjArgs(d->wrap, handle.get(), nullptr));
 }
 
-int descrSet(PyObject* self, PyObject* proxy, PyObject* value) {
+PyStatus descrSet(GilHeld gil, PyObject* self, PyObject* proxy, PyObject* value) {
     SingletonAttr* d = self_(self);
     PyObject* ptr = gifPtrOf(d, proxy);
-    if (!ptr) return -1;
-    Zel::PyRef r(value ? Zel::singletonSet(ptr, zelAttr(d), value) : Zel::singletonDel(ptr, zelAttr(d)));
-    return r ? 0 : -1;
+    if (!ptr) return PyStatus::failed();
+    Zel::PyRef r(value ? Zel::singletonSet(gil, ptr, zelAttr(d), value).raw()
+                       : Zel::singletonDel(gil, ptr, zelAttr(d)).raw());
+    return r ? PyStatus::ok() : PyStatus::failed();
 }
 
 // SingletonAttr(attr, proxyBase, wrap)
-int init(PyObject* self, PyObject* args, PyObject* kwds) {
+PyStatus init(GilHeld, PyObject* self, PyObject* args, PyObject* kwds) {
     static char const* keywords[] = {"attr", "proxyBase", "wrap", nullptr};
     PyObject *attr = nullptr, *wrap = nullptr;
     PyTypeObject* base = nullptr;
     if (!PyArg_ParseTupleAndKeywords(args, kwds, "O!O!O:SingletonAttr", const_cast<char**>(keywords), &PyZelAttr_Type,
                                      &attr, &PyType_Type, &base, &wrap)) {
-        return -1;
+        return PyStatus::failed();
     }
     // The slot's offset, from the member descriptor __slots__ made for it.
     Zel::PyRef slot(PyObject_GetAttrString(reinterpret_cast<PyObject*>(base), "ptr_"));
-    if (!slot) return -1;
+    if (!slot) return PyStatus::failed();
     if (Py_TYPE(slot.get()) != &PyMemberDescr_Type ||
         reinterpret_cast<PyMemberDescrObject*>(slot.get())->d_member->type != T_OBJECT_EX) {
         PyErr_SetString(PyExc_TypeError, "proxyBase must keep ptr_ in a __slots__ slot");
-        return -1;
+        return PyStatus::failed();
     }
     SingletonAttr* d = self_(self);
     Py_INCREF(attr);
@@ -91,21 +97,22 @@ int init(PyObject* self, PyObject* args, PyObject* kwds) {
     d->proxyBase = base;
     d->wrap = wrap;
     d->ptrOffset = reinterpret_cast<PyMemberDescrObject*>(slot.get())->d_member->offset;
-    return 0;
+    return PyStatus::ok();
 }
 
-void dealloc(PyObject* self) {
+Zel::PyDone dealloc(GilHeld, PyObject* self) {
     SingletonAttr* d = self_(self);
     Py_XDECREF(d->attr);
     Py_XDECREF(reinterpret_cast<PyObject*>(d->proxyBase));
     Py_XDECREF(d->wrap);
     Py_TYPE(self)->tp_free(self);
+    return Zel::PyDone::ok();
 }
 
-PyObject* repr(PyObject* self) {
+PyResult repr(GilHeld gil, PyObject* self) {
     SingletonAttr* d = self_(self);
-    if (!d->attr) return PyString_FromString("<Zel proxy attribute>");
-    return PyString_FromFormat("<Zel proxy attribute %s>", zelAttr(d)->name());
+    if (!d->attr) return PyResult::of(gil, PyString_FromString("<Zel proxy attribute>"));
+    return PyResult::of(gil, PyString_FromFormat("<Zel proxy attribute %s>", zelAttr(d)->name()));
 }
 
 } // namespace
@@ -115,13 +122,13 @@ PyTypeObject ZelProxy_SingletonAttr_Type = [] {
     Py_REFCNT(&t) = 1;
     t.tp_name = "_ZelProxy.SingletonAttr";
     t.tp_basicsize = sizeof(SingletonAttr);
-    t.tp_dealloc = dealloc;
-    t.tp_repr = repr;
+    t.tp_dealloc = Zel::entry<dealloc>;
+    t.tp_repr = Zel::entry<repr>;
     t.tp_flags = Py_TPFLAGS_DEFAULT;
     t.tp_doc = "SingletonAttr(attr, proxyBase, wrap): a singleton attribute of Zel proxies";
-    t.tp_descr_get = descrGet;
-    t.tp_descr_set = descrSet;
-    t.tp_init = init;
+    t.tp_descr_get = Zel::entry<descrGet>;
+    t.tp_descr_set = Zel::entry<descrSet>;
+    t.tp_init = Zel::entry<init>;
     t.tp_new = PyType_GenericNew;
     return t;
 }();

@@ -14,37 +14,55 @@
 
 #include "Command.h"
 #include "Serve.h"
+#include "module/core/EntryPoint.h"
+
+using Zel::GilHeld;
+using Zel::PyResult;
 
 namespace {
 
-PyObject* serve(PyObject*, PyObject* args) {
+// This module links Python alone: its errors are the standard library's.
+struct ServerFrame {
+    template <class Body>
+    auto enter(GilHeld gil, Body& body) {
+        return body(gil);
+    }
+    void translate() {
+        try {
+            throw;
+        } catch (std::bad_alloc const&) {
+            PyErr_NoMemory();
+        } catch (std::exception const& e) {
+            PyErr_SetString(PyExc_RuntimeError, e.what());
+        } catch (...) {
+            PyErr_SetString(PyExc_RuntimeError, "unknown C++ exception");
+        }
+    }
+};
+
+PyResult serve(GilHeld gil, PyObject*, PyObject* args) {
     int fd;
     PyObject *ns, *runExec, *formatError;
-    if (!PyArg_ParseTuple(args, "iO!OO:serve", &fd, &PyDict_Type, &ns, &runExec, &formatError)) return nullptr;
+    if (!PyArg_ParseTuple(args, "iO!OO:serve", &fd, &PyDict_Type, &ns, &runExec, &formatError)) {
+        return PyResult::failed();
+    }
     if (fd < 0 || !PyCallable_Check(runExec) || !PyCallable_Check(formatError)) {
         PyErr_SetString(PyExc_TypeError, "serve() takes a socket descriptor, a dict and two callables");
-        return nullptr;
+        return PyResult::failed();
     }
-    try {
-        std::string bad;
-        {
-            // The cached code goes with the lock held: serveConnection
-            // returns holding it, whichever way it ends.
-            ZelServer::Commands commands({ns, runExec, formatError});
-            ZelServer::serveConnection(fd, commands, bad);
-        }
-        if (bad.empty()) Py_RETURN_NONE;
-        return PyString_FromStringAndSize(bad.data(), Py_ssize_t(bad.size()));
-    } catch (std::bad_alloc const&) {
-        return PyErr_NoMemory();
-    } catch (std::exception const& e) {
-        PyErr_SetString(PyExc_RuntimeError, e.what());
-        return nullptr;
+    std::string bad;
+    {
+        // The cached code goes with the lock held: serveConnection
+        // returns holding it, whichever way it ends.
+        ZelServer::Commands commands({ns, runExec, formatError});
+        ZelServer::serveConnection(fd, commands, bad);
     }
+    if (bad.empty()) return PyResult::none(gil);
+    return PyResult::of(gil, PyString_FromStringAndSize(bad.data(), Py_ssize_t(bad.size())));
 }
 
 PyMethodDef functions[] = {
-    {"serve", serve, METH_VARARGS, "Serve one PyClient connection until it ends"},
+    {"serve", Zel::entryWith<ServerFrame, serve>, METH_VARARGS, "Serve one PyClient connection until it ends"},
     {nullptr, nullptr, 0, nullptr},
 };
 

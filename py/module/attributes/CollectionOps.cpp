@@ -3,32 +3,33 @@
 #include "module/convert/Convert.h"
 #include "module/convert/NativeValue.h"
 
+using Zel::Attribute;
+using Zel::AttributePhase;
+using Zel::EntryPoint;
 using Zel::GenericIf;
+using Zel::GilHeld;
 using Zel::Ptr;
-using Zel::PyLockAnchor;
+using Zel::PyResult;
 using Zel::ZelAttr;
-using Zel::attributeOperation;
 using Zel::gifOf;
 
 namespace {
 
-// The key as the attribute's index type; a null result with `ok` false
-// means a Python error is pending and the interpreter lock is held.
-Ptr<GenericIf const> convertKey(PyLockAnchor& anchor, char const*& prefix, ZelAttr const* attr, PyObject* key,
-                               bool& ok) {
-    prefix = "index type : ";
-    Ptr<GenericIf const> converted = PyObjectToGenericIf(key, attr->indexType());
-    ok = conversionSucceeded(anchor, converted);
-    return converted;
+// The key as the attribute's index type; `ok` false means the conversion
+// was refused with a Python error pending.
+Ptr<GenericIf const> convertKey(AttributePhase& phase, ZelAttr const* attr, PyObject* key, bool& ok) {
+    phase.stageIs("index type : ");
+    return Zel::toFramework(phase, key, attr->indexType(), ok);
 }
 
 // A missing key is reported as Python's KeyError carrying the very key
 // object, as a dict would.
-PyObject* raiseKeyError(PyLockAnchor& anchor, PyObject* key) {
-    anchor.gilHeldIs(true);
-    Zel::PyRef args(PyTuple_Pack(1, key));
-    if (args) PyErr_SetObject(PyExc_KeyError, args.get());
-    return nullptr;
+PyResult raiseKeyError(AttributePhase& phase, PyObject* key) {
+    return phase.finish([&](GilHeld) {
+        Zel::PyRef args(PyTuple_Pack(1, key));
+        if (args) PyErr_SetObject(PyExc_KeyError, args.get());
+        return PyResult::failed();
+    });
 }
 
 // A look-up of a builtin member by a builtin key, without a GenericIf for
@@ -37,7 +38,8 @@ PyObject* raiseKeyError(PyLockAnchor& anchor, PyObject* key) {
 // the collection before the activity lock is let go. False, with nothing
 // left behind, when the key does not convert or the attribute has no
 // direct path; the general path then does (and refuses) it all.
-bool lookupBuiltin(PyObject* self, ZelAttr const* attr, PyObject* key, bool valueLookup, PyObject*& result) {
+bool lookupBuiltin(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* key, bool valueLookup,
+                   PyResult& result) {
     Zel::ZelType const* memberType = attr->memberType();
     if (!memberType || !memberType->isBuiltinType()) return false;
     // A direct value look-up refuses a missing key its own way: leave
@@ -45,51 +47,52 @@ bool lookupBuiltin(PyObject* self, ZelAttr const* attr, PyObject* key, bool valu
     bool const keyErrorWhenMissing = !(valueLookup && attr->directLookup());
     return Zel::native::visitBuiltin(attr->indexType(), [&](auto tag) {
         typename decltype(tag)::type k{};
-        if (!Zel::native::fromPython(key, k)) {
+        if (!Zel::native::fromPython(gil, key, k)) {
             PyErr_Clear();
             return false;
         }
         bool direct = true;
-        result = attributeOperation(attr, [&](PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
-            prefix = keyErrorWhenMissing ? "iterkey : " : "error in accessor : ";
+        result = EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
+            phase.stageIs(keyErrorWhenMissing ? "iterkey : " : "error in accessor : ");
             void const* member = nullptr;
             if (!attr->genericIfLookupNative(gifOf(self), &k, member) || (!member && !keyErrorWhenMissing)) {
                 direct = false;
-                return nullptr;
+                return PyResult::failed();
             }
-            if (!member) return raiseKeyError(anchor, key);
-            anchor.gilHeldIs(true);
-            PyObject* out = nullptr;
-            Zel::native::visitBuiltin(memberType, [&](auto vtag) {
-                out = Zel::native::toPython(*static_cast<typename decltype(vtag)::type const*>(member));
-                return true;
+            if (!member) return raiseKeyError(phase, key);
+            return phase.finish([&](GilHeld held) {
+                PyObject* out = nullptr;
+                Zel::native::visitBuiltin(memberType, [&](auto vtag) {
+                    out = Zel::native::toPython(held, *static_cast<typename decltype(vtag)::type const*>(member));
+                    return true;
+                });
+                return PyResult::of(held, out);
             });
-            return out;
         });
         return direct;
     });
 }
 
-PyObject* lookup(PyObject* self, PyObject* args, bool useDefault, bool valueLookup) {
+PyResult lookup(GilHeld gil, PyObject* self, PyObject* args, bool useDefault, bool valueLookup) {
     ZelAttr const* attr = nullptr;
     PyObject* key = nullptr;
     // All four look-ups share this name in their argument errors.
-    if (!Zel::parseAttrArgs(args, "O&O:attributeCollection", attr, key)) return nullptr;
-    PyObject* result = nullptr;
-    if (lookupBuiltin(self, attr, key, valueLookup, result)) return result;
-    return attributeOperation(attr, [&](PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
+    if (!Zel::parseAttrArgs(gil, args, "O&O:attributeCollection", attr, key)) return PyResult::failed();
+    PyResult result = PyResult::failed();
+    if (lookupBuiltin(gil, self, attr, key, valueLookup, result)) return result;
+    return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
         bool ok = false;
-        Ptr<GenericIf const> const k = convertKey(anchor, prefix, attr, key, ok);
-        if (!ok) return nullptr;
+        Ptr<GenericIf const> const k = convertKey(phase, attr, key, ok);
+        if (!ok) return PyResult::failed();
         Ptr<GenericIf const> value;
         if (valueLookup && attr->directLookup()) {
-            prefix = "error in accessor : ";
+            phase.stageIs("error in accessor : ");
             value = attr->genericIfGet(gifOf(self), k.ptr());
         } else {
-            prefix = "iterkey : ";
+            phase.stageIs("iterkey : ");
             Zel::AttributeIterator it = attr->genericIfIteratorKey(gifOf(self), k.ptr());
-            if (!it.valid()) return raiseKeyError(anchor, key);
-            prefix = "error in accessor : ";
+            if (!it.valid()) return raiseKeyError(phase, key);
+            phase.stageIs("error in accessor : ");
             if (valueLookup) {
                 it.checkValid();
                 value = it.value();
@@ -97,50 +100,56 @@ PyObject* lookup(PyObject* self, PyObject* args, bool useDefault, bool valueLook
                 value = attr->genericIfGet(gifOf(self), k.ptr());
             }
         }
-        anchor.gilHeldIs(true);
-        return GenericIfToPyObjectInternal(value, useDefault);
+        return phase.finish([&](GilHeld held) { return Zel::toPython(held, value, useDefault); });
     });
 }
 
 // Set, add and remove give back the element the framework made or took.
-PyObject* elementOrNone(Ptr<GenericIf const> const& element) {
-    if (!element) Py_RETURN_NONE;
-    return GenericIfToPyObject(element);
+PyResult elementOrNone(AttributePhase& phase, Ptr<GenericIf const> const& element) {
+    return phase.finish([&](GilHeld held) {
+        if (!element) return PyResult::none(held);
+        return Zel::toPython(held, element);
+    });
+}
+
+PyResult none(AttributePhase& phase) {
+    return phase.finish([](GilHeld held) { return PyResult::none(held); });
 }
 
 } // namespace
 
-PyObject* FwkPyGenericIf_attributeCollection(PyObject* self, PyObject* args) { return lookup(self, args, true, false); }
-
-PyObject* FwkPyGenericIf_rawAttributeCollection(PyObject* self, PyObject* args) {
-    return lookup(self, args, false, false);
+static PyResult attributeCollection(GilHeld gil, PyObject* self, PyObject* args) {
+    return lookup(gil, self, args, true, false);
 }
 
-PyObject* FwkPyGenericIf_attributeCollectionVal(PyObject* self, PyObject* args) {
-    return lookup(self, args, true, true);
+static PyResult rawAttributeCollection(GilHeld gil, PyObject* self, PyObject* args) {
+    return lookup(gil, self, args, false, false);
 }
 
-PyObject* FwkPyGenericIf_attributeCollectionExist(PyObject* self, PyObject* args) {
+static PyResult attributeCollectionVal(GilHeld gil, PyObject* self, PyObject* args) {
+    return lookup(gil, self, args, true, true);
+}
+
+static PyResult attributeCollectionExist(GilHeld gil, PyObject* self, PyObject* args) {
     ZelAttr const* attr = nullptr;
     PyObject* key = nullptr;
-    if (!Zel::parseAttrArgs(args, "O&O:attributeCollection", attr, key)) return nullptr;
-    return attributeOperation(attr, [&](PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
+    if (!Zel::parseAttrArgs(gil, args, "O&O:attributeCollection", attr, key)) return PyResult::failed();
+    return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
         bool ok = false;
-        Ptr<GenericIf const> const k = convertKey(anchor, prefix, attr, key, ok);
-        if (!ok) return nullptr;
-        prefix = "error in accessor : ";
+        Ptr<GenericIf const> const k = convertKey(phase, attr, key, ok);
+        if (!ok) return PyResult::failed();
+        phase.stageIs("error in accessor : ");
         bool const exists = attr->genericIfExist(gifOf(self), k.ptr());
-        anchor.gilHeldIs(true);
-        return PyBool_FromLong(exists);
+        return phase.finish([&](GilHeld held) { return PyResult::of(held, PyBool_FromLong(exists)); });
     });
 }
 
-PyObject* FwkPyGenericIf_attributeCollectionIs(PyObject* self, PyObject* args) {
+static PyResult attributeCollectionIs(GilHeld gil, PyObject* self, PyObject* args) {
     ZelAttr const* attr = nullptr;
     PyObject* key = nullptr;
     PyObject* value = nullptr;
     if (!PyArg_ParseTuple(args, "O&OO:attributeCollectionIs", Convert_To_ZelAttr, &attr, &key, &value)) {
-        return nullptr;
+        return PyResult::failed();
     }
     // A collection keyed by a field of its elements takes the key from the
     // element; a separate key could only contradict it. Descriptors are
@@ -152,88 +161,98 @@ PyObject* FwkPyGenericIf_attributeCollectionIs(PyObject* self, PyObject* args) {
         text += ": index type : expected None for the index type, got: ";
         text += typeNameFromPyObject(key);
         PyErr_SetString(PyExc_AttributeError, text.c_str());
-        return nullptr;
+        return PyResult::failed();
     }
-    return attributeOperation(attr, [&](PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
+    return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
         if (attr->instantiating()) {
-            Zel::ArgVector const arguments = PyTupleToGenericIfVector(value, attr, false);
-            prefix = "error in mutator : ";
+            Zel::ArgVector const arguments =
+                phase.withGil([&](GilHeld held) { return Zel::argumentsFromTuple(held, value, attr, false); });
+            phase.stageIs("error in mutator : ");
             Ptr<GenericIf const> const created = attr->genericIfSet(gifOf(self), arguments);
-            anchor.gilHeldIs(true);
-            return elementOrNone(created);
+            return elementOrNone(phase, created);
         }
         Ptr<GenericIf const> k;
+        bool ok = true;
         if (!internalKey) {
-            bool ok = false;
-            k = convertKey(anchor, prefix, attr, key, ok);
-            if (!ok) return nullptr;
+            k = convertKey(phase, attr, key, ok);
+            if (!ok) return PyResult::failed();
         }
-        prefix = "";
-        Ptr<GenericIf const> const converted = PyObjectToGenericIf(value, attr->memberType());
-        if (!conversionSucceeded(anchor, converted)) return nullptr;
-        prefix = "error in mutator : ";
-        attr->genericIfSet(gifOf(self), k.ptr(), converted.ptr());
-        anchor.gilHeldIs(true);
-        Py_RETURN_NONE;
+        phase.stageIs("");
+        Ptr<GenericIf const> const v = Zel::toFramework(phase, value, attr->memberType(), ok);
+        if (!ok) return PyResult::failed();
+        phase.stageIs("error in mutator : ");
+        attr->genericIfSet(gifOf(self), k.ptr(), v.ptr());
+        return none(phase);
     });
 }
 
-PyObject* FwkPyGenericIf_attributeCollectionDel(PyObject* self, PyObject* args) {
+static PyResult attributeCollectionDel(GilHeld gil, PyObject* self, PyObject* args) {
     ZelAttr const* attr = nullptr;
     PyObject* key = nullptr;
-    if (!PyArg_ParseTuple(args, "O&O:attributeCollectionDel", Convert_To_ZelAttr, &attr, &key)) return nullptr;
-    return attributeOperation(attr, [&](PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
+    if (!PyArg_ParseTuple(args, "O&O:attributeCollectionDel", Convert_To_ZelAttr, &attr, &key)) {
+        return PyResult::failed();
+    }
+    return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
         bool ok = false;
-        Ptr<GenericIf const> const k = convertKey(anchor, prefix, attr, key, ok);
-        if (!ok) return nullptr;
-        prefix = "error in del : ";
+        Ptr<GenericIf const> const k = convertKey(phase, attr, key, ok);
+        if (!ok) return PyResult::failed();
+        phase.stageIs("error in del : ");
         attr->genericIfDel(gifOf(self), k.ptr());
-        anchor.gilHeldIs(true);
-        Py_RETURN_NONE;
+        return none(phase);
     });
 }
 
-PyObject* FwkPyGenericIf_attributeAdd(PyObject* self, PyObject* args) {
+static PyResult attributeAdd(GilHeld gil, PyObject* self, PyObject* args) {
     ZelAttr const* attr = nullptr;
     PyObject* value = nullptr;
-    if (!PyArg_ParseTuple(args, "O&O:attributeAdd", Convert_To_ZelAttr, &attr, &value)) return nullptr;
-    return attributeOperation(attr, [&](PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
+    if (!PyArg_ParseTuple(args, "O&O:attributeAdd", Convert_To_ZelAttr, &attr, &value)) return PyResult::failed();
+    return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
         if (attr->instantiating()) {
             // The framework supplies the argument at the attribute's own
             // recorded position (the automatic key).
-            Zel::ArgVector const arguments = PyTupleToGenericIfVector(value, attr, true);
-            prefix = "error in mutator : ";
+            Zel::ArgVector const arguments =
+                phase.withGil([&](GilHeld held) { return Zel::argumentsFromTuple(held, value, attr, true); });
+            phase.stageIs("error in mutator : ");
             Ptr<GenericIf const> const added = attr->genericIfAdd(gifOf(self), arguments);
-            anchor.gilHeldIs(true);
-            return elementOrNone(added);
+            return elementOrNone(phase, added);
         }
-        Ptr<GenericIf const> const converted = PyObjectToGenericIf(value, attr->memberType());
-        if (!conversionSucceeded(anchor, converted)) return nullptr;
-        prefix = "error in mutator : ";
-        attr->genericIfAdd(gifOf(self), converted.ptr());
-        anchor.gilHeldIs(true);
-        Py_RETURN_NONE;
+        bool ok = true;
+        Ptr<GenericIf const> const v = Zel::toFramework(phase, value, attr->memberType(), ok);
+        if (!ok) return PyResult::failed();
+        phase.stageIs("error in mutator : ");
+        attr->genericIfAdd(gifOf(self), v.ptr());
+        return none(phase);
     });
 }
 
-PyObject* FwkPyGenericIf_attributeRemove(PyObject* self, PyObject* args) {
+static PyResult attributeRemove(GilHeld gil, PyObject* self, PyObject* args) {
     ZelAttr const* attr = nullptr;
-    if (!PyArg_ParseTuple(args, "O&:attributeRemove", Convert_To_ZelAttr, &attr)) return nullptr;
-    return attributeOperation(attr, [&](PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
-        prefix = "error in del : ";
+    if (!PyArg_ParseTuple(args, "O&:attributeRemove", Convert_To_ZelAttr, &attr)) return PyResult::failed();
+    return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
+        phase.stageIs("error in del : ");
         Ptr<GenericIf const> const removed = attr->genericIfRemove(gifOf(self));
-        anchor.gilHeldIs(true);
-        return elementOrNone(removed);
+        return elementOrNone(phase, removed);
     });
 }
 
-PyObject* FwkPyGenericIf_attributeMembers(PyObject* self, PyObject* args) {
+static PyResult attributeMembers(GilHeld gil, PyObject* self, PyObject* args) {
     ZelAttr const* attr = nullptr;
-    if (!PyArg_ParseTuple(args, "O&:attributeMembers", Convert_To_ZelAttr, &attr)) return nullptr;
-    return attributeOperation(attr, [&](PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
-        prefix = "error in members : ";
+    if (!PyArg_ParseTuple(args, "O&:attributeMembers", Convert_To_ZelAttr, &attr)) return PyResult::failed();
+    return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
+        phase.stageIs("error in members : ");
         uint64_t const count = attr->genericIfMembers(gifOf(self));
-        anchor.gilHeldIs(true);
-        return PyLong_FromUnsignedLong(count);
+        return phase.finish([&](GilHeld held) { return PyResult::of(held, PyLong_FromUnsignedLong(count)); });
     });
 }
+
+// The methods of _Zel.GifPtr: defined beside their bodies, which the
+// wrapper inlines.
+PyObject* FwkPyGenericIf_attributeCollection(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeCollection>(self, args); }
+PyObject* FwkPyGenericIf_rawAttributeCollection(PyObject* self, PyObject* args) noexcept { return Zel::entry<rawAttributeCollection>(self, args); }
+PyObject* FwkPyGenericIf_attributeCollectionVal(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeCollectionVal>(self, args); }
+PyObject* FwkPyGenericIf_attributeCollectionExist(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeCollectionExist>(self, args); }
+PyObject* FwkPyGenericIf_attributeCollectionIs(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeCollectionIs>(self, args); }
+PyObject* FwkPyGenericIf_attributeCollectionDel(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeCollectionDel>(self, args); }
+PyObject* FwkPyGenericIf_attributeAdd(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeAdd>(self, args); }
+PyObject* FwkPyGenericIf_attributeRemove(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeRemove>(self, args); }
+PyObject* FwkPyGenericIf_attributeMembers(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeMembers>(self, args); }

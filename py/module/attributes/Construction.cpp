@@ -4,14 +4,21 @@
 #include "module/convert/NativeValue.h"
 #include "Zel/Format.h"
 
-PyObject* PyZel_nullGenericIf(PyObject*, PyObject*) { return MakeFwkPyGenericIf(Zel::Ptr<Zel::GenericIf const>()); }
+using Zel::EntryPoint;
+using Zel::GilHeld;
+using Zel::NativePhase;
+using Zel::PyResult;
+
+PyResult PyZel_nullGenericIf(GilHeld gil, PyObject*, PyObject*) {
+    return Zel::gifPtr(gil, Zel::Ptr<Zel::GenericIf const>());
+}
 
 namespace {
 
-// The constructor's arguments, read from the Python tuple: needs the
-// interpreter lock. An empty result with a Python error pending is a
-// refusal reported by the element conversion.
-Zel::ArgVector constructorArguments(Zel::ZelType const* type, PyObject* tuple) {
+// The constructor's arguments, read from the Python tuple. An empty result
+// with a Python error pending is a refusal reported by the element
+// conversion.
+Zel::ArgVector constructorArguments(GilHeld gil, Zel::ZelType const* type, PyObject* tuple) {
     if (!PyTuple_CheckExact(tuple)) {
         throw Zel::TypeException(Zel::String8("expected tuple, got ") + typeNameFromPyObject(tuple));
     }
@@ -35,7 +42,7 @@ Zel::ArgVector constructorArguments(Zel::ZelType const* type, PyObject* tuple) {
             throw Zel::InternalException(
                 Zel::format("unknown type while processing constructor parameter %u: %s", i, e.message().c_str()));
         }
-        Zel::Ptr<Zel::GenericIf const> a = PyTupleToGenericIfVector_helper(parameterType, tuple, i, true);
+        Zel::Ptr<Zel::GenericIf const> a = Zel::argumentFromTuple(gil, parameterType, tuple, i, true);
         if (!a && PyErr_Occurred()) return {};
         arguments.push_back(std::move(a));
     }
@@ -44,37 +51,34 @@ Zel::ArgVector constructorArguments(Zel::ZelType const* type, PyObject* tuple) {
 
 } // namespace
 
-PyObject* PyZel_newGenericIf(PyObject*, PyObject* args) {
+PyResult PyZel_newGenericIf(GilHeld gil, PyObject*, PyObject* args) {
     Zel::ZelType const* type = nullptr;
     PyObject* parameters = nullptr;
-    if (!PyArg_ParseTuple(args, "O&O:newGenericIf", Convert_To_ZelType, &type, &parameters)) return nullptr;
-    try {
-        Zel::PyLockAnchor anchor(0);
-        Zel::Expect expect(Zel::Exception::idExpectAll);
-        Zel::Ptr<Zel::GenericIf const> made;
-        if (parameters == Py_None) {
-            made = type->genericIf(static_cast<void const*>(nullptr), false);
-        } else {
-            Zel::ArgVector arguments;
-            {
-                Zel::GilEnsure gil;
-                arguments = constructorArguments(type, parameters);
-                if (PyErr_Occurred()) return nullptr;
-            }
-            made = type->genericIf(arguments, false);
-        }
-        anchor.gilHeldIs(true);
-        return MakeFwkPyGenericIf(made);
-    } catch (Zel::Exception& e) {
+    if (!PyArg_ParseTuple(args, "O&O:newGenericIf", Convert_To_ZelType, &type, &parameters)) {
+        return PyResult::failed();
+    }
+    auto rename = [type](Zel::Exception& e) {
         Zel::String8 m(type->name());
         m += ": newGenericIf : ";
         m += e.message();
         e.messageIs(std::move(m));
-        Zel::translateCppExceptionToPython();
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-    }
-    return nullptr;
+    };
+    return EntryPoint::run(gil, Zel::Renamed{rename}, [&](NativePhase& phase) {
+        Zel::Ptr<Zel::GenericIf const> made;
+        if (parameters == Py_None) {
+            made = type->genericIf(static_cast<void const*>(nullptr), false);
+        } else {
+            bool refused = false;
+            Zel::ArgVector const arguments = phase.withGil([&](GilHeld held) {
+                Zel::ArgVector a = constructorArguments(held, type, parameters);
+                refused = PyErr_Occurred() != nullptr;
+                return a;
+            });
+            if (refused) return PyResult::failed();
+            made = type->genericIf(arguments, false);
+        }
+        return phase.finish([&](GilHeld held) { return Zel::gifPtr(held, made); });
+    });
 }
 
 namespace {
@@ -89,7 +93,7 @@ constexpr Py_ssize_t kMaxNativeArguments = 6;
 // back. False, with nothing left behind, when anything does not fit (types
 // not resolved yet, a value that does not convert, no direct path); the
 // general path then does (and refuses) it all.
-bool callBuiltin(PyObject* self, Zel::ZelAttr const* attr, PyObject* parameters, PyObject*& result) {
+bool callBuiltin(GilHeld gil, PyObject* self, Zel::ZelAttr const* attr, PyObject* parameters, PyResult& result) {
     if (!PyTuple_CheckExact(parameters)) return false;
     std::vector<Zel::ZelType const*> const* types = cachedParameterTypes(attr);
     Py_ssize_t const n = PyTuple_GET_SIZE(parameters);
@@ -100,41 +104,48 @@ bool callBuiltin(PyObject* self, Zel::ZelAttr const* attr, PyObject* parameters,
     Zel::native::Slot slots[kMaxNativeArguments];
     void const* arguments[kMaxNativeArguments];
     for (Py_ssize_t i = 0; i < n; ++i) {
-        if (!slots[i].assign((*types)[i], PyTuple_GET_ITEM(parameters, i))) {
+        if (!slots[i].assign(gil, (*types)[i], PyTuple_GET_ITEM(parameters, i))) {
             PyErr_Clear();
             return false;
         }
         arguments[i] = slots[i].ptr();
     }
     bool direct = true;
-    result = Zel::attributeOperation(attr, [&](Zel::PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
-        prefix = "error in function call : ";
+    result = EntryPoint::run(gil, Zel::Attribute{attr}, [&](Zel::AttributePhase& phase) {
+        phase.stageIs("error in function call : ");
         if (!attr->genericIfCallNative(Zel::gifOf(self), arguments, static_cast<size_t>(n), out.ptr())) {
             direct = false;
-            return nullptr;
+            return PyResult::failed();
         }
-        anchor.gilHeldIs(true);
-        if (!resultType) Py_RETURN_NONE;
-        return out.toPython(resultType);
+        return phase.finish([&](GilHeld held) {
+            if (!resultType) return PyResult::none(held);
+            return PyResult::of(held, out.toPython(held, resultType));
+        });
     });
     return direct;
 }
 
 } // namespace
 
-PyObject* FwkPyGenericIf_attributeFunction(PyObject* self, PyObject* args) {
+static PyResult attributeFunction(GilHeld gil, PyObject* self, PyObject* args) {
     Zel::ZelAttr const* attr = nullptr;
     PyObject* parameters = nullptr;
-    if (!Zel::parseAttrArgs(args, "O&O:attributeFunction", attr, parameters)) return nullptr;
-    PyObject* result = nullptr;
-    if (callBuiltin(self, attr, parameters, result)) return result;
-    return Zel::attributeOperation(attr, [&](Zel::PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
-        prefix = "function args : ";
-        Zel::ArgVector const arguments = PyTupleToGenericIfVector(parameters, attr, false);
-        prefix = "error in function call : ";
-        Zel::Ptr<Zel::GenericIf const> const result = attr->genericIfCall(Zel::gifOf(self), arguments);
-        anchor.gilHeldIs(true);
-        if (!result) Py_RETURN_NONE;
-        return GenericIfToPyObject(result);
+    if (!Zel::parseAttrArgs(gil, args, "O&O:attributeFunction", attr, parameters)) return PyResult::failed();
+    PyResult result = PyResult::failed();
+    if (callBuiltin(gil, self, attr, parameters, result)) return result;
+    return EntryPoint::run(gil, Zel::Attribute{attr}, [&](Zel::AttributePhase& phase) {
+        phase.stageIs("function args : ");
+        Zel::ArgVector const arguments =
+            phase.withGil([&](GilHeld held) { return Zel::argumentsFromTuple(held, parameters, attr, false); });
+        phase.stageIs("error in function call : ");
+        Zel::Ptr<Zel::GenericIf const> const called = attr->genericIfCall(Zel::gifOf(self), arguments);
+        return phase.finish([&](GilHeld held) {
+            if (!called) return PyResult::none(held);
+            return Zel::toPython(held, called);
+        });
     });
 }
+
+// The methods of _Zel.GifPtr: defined beside their bodies, which the
+// wrapper inlines.
+PyObject* FwkPyGenericIf_attributeFunction(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeFunction>(self, args); }

@@ -20,23 +20,36 @@ struct FwkPyGenericIfIterator {
 
 FwkPyGenericIfIterator* iter_(PyObject* o) { return reinterpret_cast<FwkPyGenericIfIterator*>(o); }
 
+using Zel::EntryPoint;
+using Zel::GilHeld;
+using Zel::NativePhase;
+using Zel::PyDone;
+using Zel::PyResult;
+
 // A builtin key or member, converted in place; null (no Python error) when
 // `p` is null or `type` not a builtin.
-PyObject* builtinToPython(Zel::ZelType const* type, void const* p) {
+PyObject* builtinToPython(GilHeld gil, Zel::ZelType const* type, void const* p) {
     PyObject* out = nullptr;
     if (!p || !type) return nullptr;
     Zel::native::visitBuiltin(type, [&](auto tag) {
-        out = Zel::native::toPython(*static_cast<typename decltype(tag)::type const*>(p));
+        out = Zel::native::toPython(gil, *static_cast<typename decltype(tag)::type const*>(p));
         return true;
     });
     return out;
+}
+
+PyResult stopIteration(NativePhase& phase) {
+    return phase.finish([](GilHeld) {
+        PyErr_SetNone(PyExc_StopIteration);
+        return PyResult::failed();
+    });
 }
 
 // One step over a collection of builtins: the element is converted where
 // it lies (the activity lock keeps it there) after the iterator has moved
 // past it. False with nothing done when the collection's iterator has no
 // such step; at the end, StopIteration.
-bool nextBuiltin(Zel::PyLockAnchor& anchor, FwkPyGenericIfIterator* self, PyObject*& result) {
+bool nextBuiltin(NativePhase& phase, FwkPyGenericIfIterator* self, PyResult& result) {
     Zel::ZelType const* keyType = self->attr->indexType();
     Zel::ZelType const* memberType = self->attr->memberType();
     if (!keyType || !keyType->isBuiltinType() || !memberType || !memberType->isBuiltinType()) return false;
@@ -44,41 +57,33 @@ bool nextBuiltin(Zel::PyLockAnchor& anchor, FwkPyGenericIfIterator* self, PyObje
     void const* value = nullptr;
     int const stepped = self->it.impl()->nextNative(key, value);
     if (stepped < 0) return false;
-    anchor.gilHeldIs(true);
     if (stepped == 0) {
-        PyErr_SetNone(PyExc_StopIteration);
-        result = nullptr;
+        result = stopIteration(phase);
         return true;
     }
-    switch (self->mode) {
-    case keys:
-        result = builtinToPython(keyType, key);
-        break;
-    case values:
-        result = builtinToPython(memberType, value);
-        break;
-    default: {
-        Zel::PyRef k(builtinToPython(keyType, key));
-        Zel::PyRef v(builtinToPython(memberType, value));
-        result = k && v ? PyTuple_Pack(2, k.get(), v.get()) : nullptr;
-    }
-    }
+    result = phase.finish([&](GilHeld gil) {
+        switch (self->mode) {
+        case keys:
+            return PyResult::of(gil, builtinToPython(gil, keyType, key));
+        case values:
+            return PyResult::of(gil, builtinToPython(gil, memberType, value));
+        default: {
+            Zel::PyRef k(builtinToPython(gil, keyType, key));
+            Zel::PyRef v(builtinToPython(gil, memberType, value));
+            return PyResult::of(gil, k && v ? PyTuple_Pack(2, k.get(), v.get()) : nullptr);
+        }
+        }
+    });
     return true;
 }
 
-PyObject* FwkPyGenericIfIterator_iternext(PyObject* obj) {
+PyResult iternext(GilHeld gil, PyObject* obj) {
     Zel::AttributeIterator& it = iter_(obj)->it;
     int const mode = iter_(obj)->mode;
-    try {
-        Zel::PyLockAnchor anchor(0);
-        Zel::Expect expect(Zel::Exception::idExpectAll);
-        PyObject* result = nullptr;
-        if (it.impl() && nextBuiltin(anchor, iter_(obj), result)) return result;
-        if (!it.impl() || !it.valid()) {
-            anchor.gilHeldIs(true);
-            PyErr_SetNone(PyExc_StopIteration);
-            return nullptr;
-        }
+    return EntryPoint::run(gil, Zel::Activity{}, [&](NativePhase& phase) {
+        PyResult result = PyResult::failed();
+        if (it.impl() && nextBuiltin(phase, iter_(obj), result)) return result;
+        if (!it.impl() || !it.valid()) return stopIteration(phase);
         Zel::Ptr<Zel::GenericIf const> key, value;
         if (mode != values) {
             it.checkValid();
@@ -89,44 +94,44 @@ PyObject* FwkPyGenericIfIterator_iternext(PyObject* obj) {
             value = it.value();
         }
         it.advance();
-        anchor.gilHeldIs(true);
-        switch (mode) {
-        case keys:
-            return GenericIfToPyObject(key);
-        case values:
-            return GenericIfToPyObject(value);
-        case items: {
-            Zel::PyRef k(GenericIfToPyObject(key));
-            if (!k) return nullptr;
-            Zel::PyRef v(GenericIfToPyObject(value));
-            if (!v) return nullptr;
-            return Py_BuildValue("(O,O)", k.get(), v.get());
-        }
-        default:
-            zelPyCheckFailed("mode <= items", __FILE__, __LINE__, __PRETTY_FUNCTION__);
-        }
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-    }
-    return nullptr;
+        return phase.finish([&](GilHeld held) {
+            switch (mode) {
+            case keys:
+                return Zel::toPython(held, key);
+            case values:
+                return Zel::toPython(held, value);
+            case items: {
+                PyResult k = Zel::toPython(held, key);
+                if (!k) return k;
+                Zel::PyRef kRef(k.raw());
+                PyResult v = Zel::toPython(held, value);
+                if (!v) return v;
+                Zel::PyRef vRef(v.raw());
+                return PyResult::of(held, Py_BuildValue("(O,O)", kRef.get(), vRef.get()));
+            }
+            default:
+                zelPyCheckFailed("mode <= items", __FILE__, __LINE__, __PRETTY_FUNCTION__);
+            }
+        });
+    });
 }
 
-void FwkPyGenericIfIterator_dealloc(PyObject* obj) {
+PyDone dealloc(GilHeld gil, PyObject* obj) {
     FwkPyGenericIfIterator* self = iter_(obj);
-    try {
-        // Dropping the object reference may destroy framework objects,
-        // which expects the activity lock.
-        Zel::PyLockAnchor anchor(0);
-        self->it.reset();
-    } catch (...) {
+    // Dropping the object reference may destroy framework objects, which
+    // expects the activity lock.
+    if (!EntryPoint::run(gil, Zel::Activity{0, {}}, [&](NativePhase&) {
+            self->it.reset();
+            return Zel::PyStatus::ok();
+        })) {
         // The activity lock could not be taken: leak the position rather
         // than drop references unprotected.
         new Zel::AttributeIterator(std::move(self->it));
-        Zel::translateCppExceptionToPython();
         PyErr_WriteUnraisable(obj);
     }
     self->it.~AttributeIterator();
     Py_TYPE(obj)->tp_free(obj);
+    return PyDone::ok();
 }
 
 } // namespace
@@ -136,30 +141,35 @@ PyTypeObject FwkPyGenericIfIterator_Type = [] {
     Py_REFCNT(&t) = 1;
     t.tp_name = "_Zel.GenericIfIterator";
     t.tp_basicsize = sizeof(FwkPyGenericIfIterator);
-    t.tp_dealloc = FwkPyGenericIfIterator_dealloc;
+    t.tp_dealloc = Zel::entry<dealloc>;
     t.tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_ITER;
     t.tp_doc = "GenericIfIterator object";
-    t.tp_iternext = FwkPyGenericIfIterator_iternext;
+    t.tp_iternext = Zel::entry<iternext>;
     return t;
 }();
 
-PyObject* FwkPyGenericIf_attributeIter(PyObject* self, PyObject* args) {
+static PyResult attributeIter(GilHeld gil, PyObject* self, PyObject* args) {
     Zel::ZelAttr const* attr = nullptr;
     int mode = 0;
-    if (!PyArg_ParseTuple(args, "O&i:attributeIter", Convert_To_ZelAttr, &attr, &mode)) return nullptr;
+    if (!PyArg_ParseTuple(args, "O&i:attributeIter", Convert_To_ZelAttr, &attr, &mode)) return PyResult::failed();
     if (static_cast<unsigned>(mode) > items) {
         PyErr_SetString(PyExc_ValueError, "Invalid iterator mode");
-        return nullptr;
+        return PyResult::failed();
     }
-    return Zel::attributeOperation(attr, [&](Zel::PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
-        prefix = "error in iter : ";
+    return EntryPoint::run(gil, Zel::Attribute{attr}, [&](Zel::AttributePhase& phase) {
+        phase.stageIs("error in iter : ");
         Zel::AttributeIterator it = attr->genericIfIterator(Zel::gifOf(self));
-        anchor.gilHeldIs(true);
-        auto* result = reinterpret_cast<FwkPyGenericIfIterator*>(_PyObject_New(&FwkPyGenericIfIterator_Type));
-        if (!result) return nullptr;   // `it` goes while the activity lock is still held
-        new (&result->it) Zel::AttributeIterator(std::move(it));
-        result->attr = attr;
-        result->mode = mode;
-        return reinterpret_cast<PyObject*>(result);
+        return phase.finish([&](GilHeld held) {
+            auto* result = reinterpret_cast<FwkPyGenericIfIterator*>(_PyObject_New(&FwkPyGenericIfIterator_Type));
+            if (!result) return PyResult::failed();   // `it` goes while the activity lock is still held
+            new (&result->it) Zel::AttributeIterator(std::move(it));
+            result->attr = attr;
+            result->mode = mode;
+            return PyResult::of(held, reinterpret_cast<PyObject*>(result));
+        });
     });
 }
+
+// The methods of _Zel.GifPtr: defined beside their bodies, which the
+// wrapper inlines.
+PyObject* FwkPyGenericIf_attributeIter(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeIter>(self, args); }

@@ -3,8 +3,11 @@
 #include "module/convert/Convert.h"
 #include "module/convert/NativeValue.h"
 
-using Zel::PyLockAnchor;
-using Zel::attributeOperation;
+using Zel::Attribute;
+using Zel::AttributePhase;
+using Zel::EntryPoint;
+using Zel::GilHeld;
+using Zel::PyResult;
 using Zel::gifOf;
 
 namespace {
@@ -14,110 +17,120 @@ namespace {
 // change: the accepted Python types are immutable) and handed over as a
 // C++ value. False, with nothing done, for anything else; the general
 // path then converts (and refuses) under the lock anchor.
-bool setBuiltin(PyObject* self, Zel::ZelAttr const* attr, PyObject* value, PyObject*& result) {
+bool setBuiltin(GilHeld gil, PyObject* self, Zel::ZelAttr const* attr, PyObject* value, PyResult& result) {
     return Zel::native::visitBuiltin(attr->memberType(), [&](auto tag) {
         using T = typename decltype(tag)::type;
         T v{};
-        if (!Zel::native::fromPython(value, v)) {
+        if (!Zel::native::fromPython(gil, value, v)) {
             PyErr_Clear();
             return false;
         }
-        result = attributeOperation(attr, [&](PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
-            prefix = "error in mutator : ";
+        result = EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
+            phase.stageIs("error in mutator : ");
             Zel::GenericIf const* object = gifOf(self);
             if (!attr->genericIfSetNative(object, &v)) {
                 attr->genericIfSet(object, nullptr, Zel::GenericIfTraits<T>::to(v).ptr());
             }
-            anchor.gilHeldIs(true);
-            Py_RETURN_NONE;
+            return phase.finish([](GilHeld held) { return PyResult::none(held); });
         });
         return true;
     });
 }
 
-PyObject* get(PyObject* self, PyObject* args, bool useDefault) {
+PyResult get(GilHeld gil, PyObject* self, PyObject* args, bool useDefault) {
     Zel::ZelAttr const* attr = nullptr;
     // Both getters report argument errors under one name.
-    if (!Zel::parseAttrArgs(args, "O&:attributeSingleton", attr)) return nullptr;
-    return Zel::singletonGet(self, attr, useDefault);
+    if (!Zel::parseAttrArgs(gil, args, "O&:attributeSingleton", attr)) return PyResult::failed();
+    return Zel::singletonGet(gil, self, attr, useDefault);
 }
 
 } // namespace
 
-PyObject* Zel::singletonGet(PyObject* self, ZelAttr const* attr, bool useDefault) {
-    return attributeOperation(attr, [&](PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
-        prefix = "error in accessor : ";
+PyResult Zel::singletonGet(GilHeld gil, PyObject* self, ZelAttr const* attr, bool useDefault) {
+    return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
+        phase.stageIs("error in accessor : ");
         // A builtin is read straight into a C++ value: no GenericIf.
-        PyObject* result = nullptr;
-        if (Zel::native::visitBuiltin(attr->memberType(), [&](auto tag) {
+        PyResult result = PyResult::failed();
+        if (native::visitBuiltin(attr->memberType(), [&](auto tag) {
                 using T = typename decltype(tag)::type;
                 T scratch{};
                 void const* v = attr->genericIfGetNative(gifOf(self), &scratch);
                 if (!v) return false;
-                anchor.gilHeldIs(true);
-                result = Zel::native::toPython(*static_cast<T const*>(v));
+                result = phase.finish([&](GilHeld held) {
+                    return PyResult::of(held, native::toPython(held, *static_cast<T const*>(v)));
+                });
                 return true;
             })) {
             return result;
         }
-        Zel::Ptr<Zel::GenericIf const> const value = attr->genericIfGet(gifOf(self), nullptr);
-        anchor.gilHeldIs(true);
-        return GenericIfToPyObjectInternal(value, useDefault);
+        Ptr<GenericIf const> const value = attr->genericIfGet(gifOf(self), nullptr);
+        return phase.finish([&](GilHeld held) { return toPython(held, value, useDefault); });
     });
 }
 
-PyObject* FwkPyGenericIf_attributeSingleton(PyObject* self, PyObject* args) { return get(self, args, true); }
+static PyResult attributeSingleton(GilHeld gil, PyObject* self, PyObject* args) {
+    return get(gil, self, args, true);
+}
 
-PyObject* FwkPyGenericIf_rawAttributeSingleton(PyObject* self, PyObject* args) { return get(self, args, false); }
+static PyResult rawAttributeSingleton(GilHeld gil, PyObject* self, PyObject* args) {
+    return get(gil, self, args, false);
+}
 
-PyObject* FwkPyGenericIf_attributeSingletonIs(PyObject* self, PyObject* args) {
+static PyResult attributeSingletonIs(GilHeld gil, PyObject* self, PyObject* args) {
     Zel::ZelAttr const* attr = nullptr;
     PyObject* value = nullptr;
-    if (!Zel::parseAttrArgs(args, "O&O:attributeSingletonIs", attr, value)) return nullptr;
-    return Zel::singletonSet(self, attr, value);
+    if (!Zel::parseAttrArgs(gil, args, "O&O:attributeSingletonIs", attr, value)) return PyResult::failed();
+    return Zel::singletonSet(gil, self, attr, value);
 }
 
-PyObject* Zel::singletonSet(PyObject* self, ZelAttr const* attr, PyObject* value) {
-    PyObject* result = nullptr;
-    if (!attr->instantiating() && setBuiltin(self, attr, value, result)) return result;
-    return attributeOperation(attr, [&](PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
+PyResult Zel::singletonSet(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* value) {
+    PyResult result = PyResult::failed();
+    if (!attr->instantiating() && setBuiltin(gil, self, attr, value, result)) return result;
+    return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
         if (attr->instantiating()) {
-            Zel::ArgVector const arguments = PyTupleToGenericIfVector(value, attr, false);
-            prefix = "error in mutator : ";
+            ArgVector const arguments =
+                phase.withGil([&](GilHeld held) { return argumentsFromTuple(held, value, attr, false); });
+            phase.stageIs("error in mutator : ");
             attr->genericIfSet(gifOf(self), arguments);
         } else {
-            Zel::Ptr<Zel::GenericIf const> const converted = PyObjectToGenericIf(value, attr->memberType());
-            if (!conversionSucceeded(anchor, converted)) return nullptr;
-            prefix = "error in mutator : ";
-            attr->genericIfSet(gifOf(self), nullptr, converted.ptr());
+            bool ok = true;
+            Ptr<GenericIf const> const v = toFramework(phase, value, attr->memberType(), ok);
+            if (!ok) return PyResult::failed();
+            phase.stageIs("error in mutator : ");
+            attr->genericIfSet(gifOf(self), nullptr, v.ptr());
         }
-        anchor.gilHeldIs(true);
-        Py_RETURN_NONE;
+        return phase.finish([](GilHeld held) { return PyResult::none(held); });
     });
 }
 
-PyObject* FwkPyGenericIf_attributeSingletonDel(PyObject* self, PyObject* args) {
+static PyResult attributeSingletonDel(GilHeld gil, PyObject* self, PyObject* args) {
     Zel::ZelAttr const* attr = nullptr;
-    if (!PyArg_ParseTuple(args, "O&:attributeSingletonDel", Convert_To_ZelAttr, &attr)) return nullptr;
-    return Zel::singletonDel(self, attr);
+    if (!PyArg_ParseTuple(args, "O&:attributeSingletonDel", Convert_To_ZelAttr, &attr)) return PyResult::failed();
+    return Zel::singletonDel(gil, self, attr);
 }
 
-PyObject* Zel::singletonDel(PyObject* self, ZelAttr const* attr) {
-    return attributeOperation(attr, [&](PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
-        prefix = "error in del : ";
+PyResult Zel::singletonDel(GilHeld gil, PyObject* self, ZelAttr const* attr) {
+    return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
+        phase.stageIs("error in del : ");
         attr->genericIfDel(gifOf(self), nullptr);
-        anchor.gilHeldIs(true);
-        Py_RETURN_NONE;
+        return phase.finish([](GilHeld held) { return PyResult::none(held); });
     });
 }
 
-PyObject* FwkPyGenericIf_attributeVersion(PyObject* self, PyObject* arg) {
+static PyResult attributeVersion(GilHeld gil, PyObject* self, PyObject* arg) {
     Zel::ZelAttr const* attr = nullptr;
-    if (!Convert_To_ZelAttr(arg, &attr)) return nullptr;
-    return attributeOperation(attr, [&](PyLockAnchor& anchor, char const*& prefix) -> PyObject* {
-        prefix = "error in version : ";
+    if (!Convert_To_ZelAttr(arg, &attr)) return PyResult::failed();
+    return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
+        phase.stageIs("error in version : ");
         uint64_t const version = attr->genericIfVersion(gifOf(self));
-        anchor.gilHeldIs(true);
-        return PyLong_FromUnsignedLong(version);
+        return phase.finish([&](GilHeld held) { return PyResult::of(held, PyLong_FromUnsignedLong(version)); });
     });
 }
+
+// The methods of _Zel.GifPtr: defined beside their bodies, which the
+// wrapper inlines.
+PyObject* FwkPyGenericIf_attributeSingleton(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeSingleton>(self, args); }
+PyObject* FwkPyGenericIf_rawAttributeSingleton(PyObject* self, PyObject* args) noexcept { return Zel::entry<rawAttributeSingleton>(self, args); }
+PyObject* FwkPyGenericIf_attributeSingletonIs(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeSingletonIs>(self, args); }
+PyObject* FwkPyGenericIf_attributeSingletonDel(PyObject* self, PyObject* args) noexcept { return Zel::entry<attributeSingletonDel>(self, args); }
+PyObject* FwkPyGenericIf_attributeVersion(PyObject* self, PyObject* arg) noexcept { return Zel::entry<attributeVersion>(self, arg); }

@@ -25,11 +25,11 @@ std::vector<ZelType const*> const* cachedParameterTypes(ZelAttr const* attr) {
     return it == types.end() ? nullptr : &it->second;
 }
 
-Ptr<GenericIf const> PyTupleToGenericIfVector_helper(ZelType const* type, PyObject* tuple, unsigned position,
-                                                     bool isConstructor) {
+Ptr<GenericIf const> Zel::argumentFromTuple(GilHeld gil, ZelType const* type, PyObject* tuple, unsigned position,
+                                            bool isConstructor) {
     ZELPY_CHECK(type);
     try {
-        return PyObjectToGenericIf_unsafe(PyTuple_GET_ITEM(tuple, position), type);
+        return toFramework(gil, PyTuple_GET_ITEM(tuple, position), type);
     } catch (TypeException const& e) {
         String8 m("Error processing ");
         if (isConstructor) m += "constructor ";
@@ -39,8 +39,17 @@ Ptr<GenericIf const> PyTupleToGenericIfVector_helper(ZelType const* type, PyObje
     }
 }
 
+Ptr<GenericIf const> PyTupleToGenericIfVector_helper(ZelType const* type, PyObject* tuple, unsigned position,
+                                                     bool isConstructor) {
+    return argumentFromTuple(NativeCallerGil::held(), type, tuple, position, isConstructor);
+}
+
 ArgVector PyTupleToGenericIfVector(PyObject* args, ZelAttr const* attr, bool skipOne) {
     GilEnsure gil;
+    return argumentsFromTuple(NativeCallerGil::held(), args, attr, skipOne);
+}
+
+ArgVector Zel::argumentsFromTuple(GilHeld gil, PyObject* args, ZelAttr const* attr, bool skipOne) {
     if (Py_TYPE(args) != &PyTuple_Type) throw TypeException(String8("expected tuple, got ") + typeNameFromPyObject(args));
     unsigned expected = attr->instantiatingArgNames() - (skipOne ? 1 : 0);
     Py_ssize_t passed = PyTuple_GET_SIZE(args);
@@ -80,7 +89,7 @@ ArgVector PyTupleToGenericIfVector(PyObject* args, ZelAttr const* attr, bool ski
             resolved.push_back(type);
         }
         if (i == skip) continue;
-        out.push_back(PyTupleToGenericIfVector_helper(type, args, k, false));
+        out.push_back(argumentFromTuple(gil, type, args, k, false));
         ++k;
     }
     if (!cached && complete) parameterTypes().emplace(attr, std::move(resolved));

@@ -1,10 +1,49 @@
 // Conversions between Python values and framework values, and argument
 // tuples. Implemented in ToFramework.cpp, ArgTuples.cpp and ToPython.cpp.
+//
+// The module's own code calls the forms in namespace Zel, which ask for
+// the proof that the interpreter lock is held (GilHeld); the exported
+// forms below them are for native callers (tests, fuzz targets, tools)
+// and take the lock themselves or hold it by their contract.
 #pragma once
 
 #include <vector>
 
 #include "module/core/Module.h"
+
+namespace Zel {
+
+// Python value -> framework value of `type`: a thrown framework exception,
+// or a null result with a Python TypeError set, is a refusal.
+Ptr<GenericIf const> toFramework(GilHeld gil, PyObject* obj, ZelType const* type);
+// Its refusal as a Python error: false when `converted` is null with the
+// Python error set (a null value is legitimate for handles).
+inline bool converted(GilHeld, Ptr<GenericIf const> const& value) { return value || !PyErr_Occurred(); }
+
+// toFramework from a native phase, which takes the interpreter lock back
+// for it; `ok` false for a refusal with the Python error pending.
+inline Ptr<GenericIf const> toFramework(NativePhase& phase, PyObject* obj, ZelType const* type, bool& ok) {
+    return phase.withGil([&](GilHeld gil) {
+        Ptr<GenericIf const> value = toFramework(gil, obj, type);
+        ok = converted(gil, value);
+        return value;
+    });
+}
+
+// Framework value -> Python value: scalars and strings for builtins and
+// string-like values, enumerator names, the default attribute (unless
+// `useDefault` is false), else a GifPtr.
+PyResult toPython(GilHeld gil, Ptr<GenericIf const> const& value, bool useDefault = true);
+
+// Python tuple -> argument vector for the attribute's instantiating or
+// call parameters, without the instantiating key when `skipOne`.
+ArgVector argumentsFromTuple(GilHeld gil, PyObject* args, ZelAttr const* attr, bool skipOne);
+// The tuple's element at `position` as a value of `type`; a refusal's
+// message names the (constructor) parameter.
+Ptr<GenericIf const> argumentFromTuple(GilHeld gil, ZelType const* type, PyObject* tuple, unsigned position,
+                                       bool isConstructor);
+
+} // namespace Zel
 
 // Python value -> framework value of `type`. The unsafe form needs the
 // interpreter lock; the safe form takes it itself (PyGILState_Ensure), so
@@ -24,7 +63,6 @@ bool reprWithin(PyObject* obj, size_t items, size_t depth);
 // Needs the interpreter lock.
 ZEL_API PyObject* GenericIfToPyObjectInternal(Zel::Ptr<Zel::GenericIf const> const& g, bool useDefault);
 ZEL_API PyObject* GenericIfToPyObject(Zel::Ptr<Zel::GenericIf const> const& g);
-ZEL_API PyObject* FwkPy_String_FromString(Zel::String8 const& s);
 
 // Python tuple -> argument vector for the attribute's instantiating or call
 // parameters; takes the interpreter lock itself.

@@ -44,37 +44,37 @@ bool visitBuiltin(ZelType const* t, F&& f) {
     return false;
 }
 
-// --- native -> Python (new reference; interpreter lock held) ---------------
+// --- native -> Python (new reference) ----------------------------------------
 
 // Python ints keep to the 32-bit range the Python side expects; wider
 // values become longs.
-inline PyObject* intOrLong(long long v) {
+inline PyObject* intOrLong(GilHeld, long long v) {
     if (v >= INT32_MIN && v <= INT32_MAX) return PyInt_FromLong(static_cast<long>(v));
     return PyLong_FromLongLong(v);
 }
-inline PyObject* fromUnsigned(unsigned long long v) {
+inline PyObject* fromUnsigned(GilHeld, unsigned long long v) {
     if (v < (1ull << 31)) return PyInt_FromLong(static_cast<long>(v));
     return PyLong_FromUnsignedLongLong(v);
 }
 
-inline PyObject* toPython(String8 const& v) {
+inline PyObject* toPython(GilHeld, String8 const& v) {
     return PyString_FromStringAndSize(v.data(), static_cast<Py_ssize_t>(v.size()));
 }
-inline PyObject* toPython(unsigned char v) { return PyInt_FromLong(v); }
-inline PyObject* toPython(signed char v) { return PyInt_FromLong(v); }
-inline PyObject* toPython(short v) { return PyInt_FromLong(v); }
-inline PyObject* toPython(unsigned short v) { return PyInt_FromLong(v); }
-inline PyObject* toPython(int v) { return PyInt_FromLong(v); }
-inline PyObject* toPython(long v) { return intOrLong(v); }
-inline PyObject* toPython(unsigned int v) { return fromUnsigned(v); }
-inline PyObject* toPython(unsigned long long v) { return fromUnsigned(v); }
-inline PyObject* toPython(long long v) { return intOrLong(v); }
-inline PyObject* toPython(char v) { return PyString_FromStringAndSize(&v, 1); }
-inline PyObject* toPython(bool v) { return PyBool_FromLong(v); }
-inline PyObject* toPython(float v) { return PyFloat_FromDouble(v); }
-inline PyObject* toPython(double v) { return PyFloat_FromDouble(v); }
+inline PyObject* toPython(GilHeld, unsigned char v) { return PyInt_FromLong(v); }
+inline PyObject* toPython(GilHeld, signed char v) { return PyInt_FromLong(v); }
+inline PyObject* toPython(GilHeld, short v) { return PyInt_FromLong(v); }
+inline PyObject* toPython(GilHeld, unsigned short v) { return PyInt_FromLong(v); }
+inline PyObject* toPython(GilHeld, int v) { return PyInt_FromLong(v); }
+inline PyObject* toPython(GilHeld gil, long v) { return intOrLong(gil, v); }
+inline PyObject* toPython(GilHeld gil, unsigned int v) { return fromUnsigned(gil, v); }
+inline PyObject* toPython(GilHeld gil, unsigned long long v) { return fromUnsigned(gil, v); }
+inline PyObject* toPython(GilHeld gil, long long v) { return intOrLong(gil, v); }
+inline PyObject* toPython(GilHeld, char v) { return PyString_FromStringAndSize(&v, 1); }
+inline PyObject* toPython(GilHeld, bool v) { return PyBool_FromLong(v); }
+inline PyObject* toPython(GilHeld, float v) { return PyFloat_FromDouble(v); }
+inline PyObject* toPython(GilHeld, double v) { return PyFloat_FromDouble(v); }
 
-// --- Python -> native (interpreter lock held) ------------------------------
+// --- Python -> native ------------------------------------------------------
 // Strict: exact Python number types and explicit range checks (Python ints
 // are 64-bit here, but the accepted ranges are those of 32-bit int and
 // long). False for a refusal, possibly with a Python error pending that
@@ -101,19 +101,19 @@ bool ranged(PyObject* o, T& out, long lo, long hi) {
 }
 } // namespace detail
 
-inline bool fromPython(PyObject* o, String8& out) {
+inline bool fromPython(GilHeld, PyObject* o, String8& out) {
     if (!PyString_Check(o)) return false;
     out = String8(PyString_AS_STRING(o), static_cast<size_t>(PyString_GET_SIZE(o)));
     return true;
 }
-inline bool fromPython(PyObject* o, unsigned char& out) { return detail::ranged(o, out, 0, UCHAR_MAX); }
-inline bool fromPython(PyObject* o, signed char& out) { return detail::ranged(o, out, SCHAR_MIN, SCHAR_MAX); }
-inline bool fromPython(PyObject* o, unsigned short& out) { return detail::ranged(o, out, 0, USHRT_MAX); }
-inline bool fromPython(PyObject* o, short& out) { return detail::ranged(o, out, SHRT_MIN, SHRT_MAX); }
-inline bool fromPython(PyObject* o, int& out) { return detail::ranged(o, out, INT32_MIN, INT32_MAX); }
-inline bool fromPython(PyObject* o, long& out) { return detail::ranged(o, out, INT32_MIN, INT32_MAX); }
+inline bool fromPython(GilHeld, PyObject* o, unsigned char& out) { return detail::ranged(o, out, 0, UCHAR_MAX); }
+inline bool fromPython(GilHeld, PyObject* o, signed char& out) { return detail::ranged(o, out, SCHAR_MIN, SCHAR_MAX); }
+inline bool fromPython(GilHeld, PyObject* o, unsigned short& out) { return detail::ranged(o, out, 0, USHRT_MAX); }
+inline bool fromPython(GilHeld, PyObject* o, short& out) { return detail::ranged(o, out, SHRT_MIN, SHRT_MAX); }
+inline bool fromPython(GilHeld, PyObject* o, int& out) { return detail::ranged(o, out, INT32_MIN, INT32_MAX); }
+inline bool fromPython(GilHeld, PyObject* o, long& out) { return detail::ranged(o, out, INT32_MIN, INT32_MAX); }
 
-inline bool fromPython(PyObject* o, unsigned int& out) {
+inline bool fromPython(GilHeld, PyObject* o, unsigned int& out) {
     if (detail::exactInt(o)) {
         long v = PyInt_AS_LONG(o);
         if (v < 0 || v > long(UINT32_MAX)) return false;
@@ -127,7 +127,7 @@ inline bool fromPython(PyObject* o, unsigned int& out) {
     return true;
 }
 
-inline bool fromPython(PyObject* o, unsigned long long& out) {
+inline bool fromPython(GilHeld, PyObject* o, unsigned long long& out) {
     if (detail::exactInt(o)) {
         long v = PyInt_AS_LONG(o);
         if (v < 0) return false;
@@ -139,7 +139,7 @@ inline bool fromPython(PyObject* o, unsigned long long& out) {
     return !PyErr_Occurred();
 }
 
-inline bool fromPython(PyObject* o, long long& out) {
+inline bool fromPython(GilHeld, PyObject* o, long long& out) {
     // A Python int always fits.
     if (detail::exactInt(o)) {
         out = PyInt_AS_LONG(o);
@@ -150,7 +150,7 @@ inline bool fromPython(PyObject* o, long long& out) {
     return !PyErr_Occurred();
 }
 
-inline bool fromPython(PyObject* o, double& out) {
+inline bool fromPython(GilHeld, PyObject* o, double& out) {
     if (detail::exactFloat(o)) {
         out = PyFloat_AS_DOUBLE(o);
         return true;
@@ -160,20 +160,20 @@ inline bool fromPython(PyObject* o, double& out) {
     return !PyErr_Occurred();
 }
 
-inline bool fromPython(PyObject* o, float& out) {
+inline bool fromPython(GilHeld gil, PyObject* o, float& out) {
     double d;
-    if (!fromPython(o, d)) return false;
+    if (!fromPython(gil, o, d)) return false;
     out = static_cast<float>(d);
     return true;
 }
 
-inline bool fromPython(PyObject* o, bool& out) {
+inline bool fromPython(GilHeld, PyObject* o, bool& out) {
     if (Py_TYPE(o) != &PyBool_Type) return false;
     out = o == Py_True;
     return true;
 }
 
-inline bool fromPython(PyObject* o, char& out) {
+inline bool fromPython(GilHeld, PyObject* o, char& out) {
     if (!PyString_Check(o) || PyString_GET_SIZE(o) != 1) return false;
     out = PyString_AS_STRING(o)[0];
     return true;
@@ -198,14 +198,14 @@ public:
     }
     // `o` converted to the builtin `t`; false for a refusal (a Python
     // error may be pending) or a type that is not a builtin.
-    bool assign(ZelType const* t, PyObject* o) {
-        return visitBuiltin(t, [&](auto tag) { return fromPython(o, emplaceAs<typename decltype(tag)::type>()); });
+    bool assign(GilHeld gil, ZelType const* t, PyObject* o) {
+        return visitBuiltin(t, [&](auto tag) { return fromPython(gil, o, emplaceAs<typename decltype(tag)::type>()); });
     }
     // The value (of the builtin `t` it was made as) as a new reference.
-    PyObject* toPython(ZelType const* t) const {
+    PyObject* toPython(GilHeld gil, ZelType const* t) const {
         PyObject* out = nullptr;
         visitBuiltin(t, [&](auto tag) {
-            out = native::toPython(*static_cast<typename decltype(tag)::type const*>(ptr()));
+            out = native::toPython(gil, *static_cast<typename decltype(tag)::type const*>(ptr()));
             return true;
         });
         return out;

@@ -26,12 +26,12 @@ constexpr size_t kLiteralDepth = 1000;
 
 [[noreturn]] void refuse(PyObject* obj, ZelType const* type) { GenericIf_TypeExceptionThrow(obj, type); }
 
-Ptr<GenericIf const> toBuiltin(PyObject* obj, ZelType const* type) {
+Ptr<GenericIf const> toBuiltin(GilHeld gil, PyObject* obj, ZelType const* type) {
     Ptr<GenericIf const> result;
     bool const builtin = native::visitBuiltin(type, [&](auto tag) {
         using T = typename decltype(tag)::type;
         T v{};
-        if (!native::fromPython(obj, v)) {
+        if (!native::fromPython(gil, obj, v)) {
             // A long out of the C range leaves OverflowError set; the
             // refusal is the error, and none may stay pending under it.
             PyErr_Clear();
@@ -74,8 +74,7 @@ Ptr<GenericIf const> toEnum(PyObject* obj, ZelType const* type) {
     }
     std::vector<ZelAttr const*> attrs;
     for (unsigned i = 0; i < type->attrCount(); ++i) attrs.push_back(&type->attrs()[i]);
-    std::stable_sort(attrs.begin(), attrs.end(),
-                     [](ZelAttr const* a, ZelAttr const* b) { return a->attributeId() < b->attributeId(); });
+    std::stable_sort(attrs.begin(), attrs.end(), compareZelAttrsById);
     std::ostringstream os;
     os << type->name() << " expected one of: ";
     bool first = true;
@@ -134,9 +133,9 @@ Ptr<GenericIf const> toHandle(PyObject* obj, ZelType const* type) {
 
 } // namespace
 
-Ptr<GenericIf const> PyObjectToGenericIf_unsafe(PyObject* obj, ZelType const* type) {
+Ptr<GenericIf const> Zel::toFramework(GilHeld gil, PyObject* obj, ZelType const* type) {
     if (!type) throw TypeException("introspection failed: expected type is NULL");
-    if (type->isBuiltinType()) return toBuiltin(obj, type);
+    if (type->isBuiltinType()) return toBuiltin(gil, obj, type);
     if (type == &EntityUri::_zelType) {
         EntityUri uri{Uri(String8(stringOrRefuse(obj, type)))};
         uri.checkScheme();
@@ -181,9 +180,9 @@ Ptr<GenericIf const> PyObjectToGenericIf_unsafe(PyObject* obj, ZelType const* ty
                     PyErr_SetString(PyExc_TypeError, "repr failed");
                     return Ptr<GenericIf const>();
                 }
-                converted = PyObjectToGenericIf(repr.get(), d.defaultType);
+                converted = toFramework(gil, repr.get(), d.defaultType);
             } else {
-                converted = PyObjectToGenericIf(obj, d.defaultType);
+                converted = toFramework(gil, obj, d.defaultType);
             }
         } catch (TypeException const&) {
             refused = true;
@@ -215,7 +214,11 @@ Ptr<GenericIf const> PyObjectToGenericIf_unsafe(PyObject* obj, ZelType const* ty
     return Ptr<GenericIf const>();
 }
 
+Ptr<GenericIf const> PyObjectToGenericIf_unsafe(PyObject* obj, ZelType const* type) {
+    return toFramework(NativeCallerGil::held(), obj, type);
+}
+
 Ptr<GenericIf const> PyObjectToGenericIf(PyObject* obj, ZelType const* type) {
     GilEnsure gil;
-    return PyObjectToGenericIf_unsafe(obj, type);
+    return toFramework(NativeCallerGil::held(), obj, type);
 }

@@ -19,11 +19,11 @@ using Zel::PyGenericIf::TypeAttributeIdKey;
 
 namespace {
 
-PyObject* fromBuiltin(GenericIf const& g) {
+PyObject* fromBuiltin(GilHeld gil, GenericIf const& g) {
     PyObject* result = nullptr;
     if (native::visitBuiltin(g.type(), [&](auto tag) {
             using T = typename decltype(tag)::type;
-            result = native::toPython(*static_cast<T const*>(g.valuePtr()));
+            result = native::toPython(gil, *static_cast<T const*>(g.valuePtr()));
             return true;
         })) {
         return result;
@@ -32,15 +32,15 @@ PyObject* fromBuiltin(GenericIf const& g) {
     return nullptr;
 }
 
-PyObject* stringAttr(GenericIf const& g, char const* name) {
+PyObject* stringAttr(GilHeld gil, GenericIf const& g, char const* name) {
     Ptr<GenericIf const> v = g.type()->attr(name)->genericIfGet(&g, nullptr);
-    return FwkPy_String_FromString(*v->attrValPtr<String8>());
+    return native::toPython(gil, *v->attrValPtr<String8>());
 }
 
 // The globals that a repr-style default attribute is evaluated in: those of
 // the caller's caller, as the value is normally read two frames below the
 // user's code; with a shallower stack the current frame's, then __main__'s.
-PyObject* reprGlobals() {
+PyObject* reprGlobals(GilHeld) {
     PyFrameObject* f = PyEval_GetFrame();
     if (f && f->f_back && f->f_back->f_back) return f->f_back->f_back->f_globals;
     if (f) return f->f_globals;
@@ -48,8 +48,8 @@ PyObject* reprGlobals() {
     return main ? PyModule_GetDict(main) : nullptr;
 }
 
-PyObject* evalRepr(String8 const& text) {
-    PyObject* globals = reprGlobals();
+PyObject* evalRepr(GilHeld gil, String8 const& text) {
+    PyObject* globals = reprGlobals(gil);
     if (!globals) return nullptr;
     PyObject* locals = PyEval_GetLocals();
     return PyRun_StringFlags(text.c_str(), Py_eval_input, globals, locals ? locals : globals, nullptr);
@@ -57,17 +57,15 @@ PyObject* evalRepr(String8 const& text) {
 
 } // namespace
 
-PyObject* FwkPy_String_FromString(String8 const& s) {
-    return PyString_FromStringAndSize(s.data(), static_cast<Py_ssize_t>(s.size()));
-}
+namespace {
 
-PyObject* GenericIfToPyObjectInternal(Ptr<GenericIf const> const& g, bool useDefault) {
+PyObject* pyValue(GilHeld gil, Ptr<GenericIf const> const& g, bool useDefault) {
     if (!g) Py_RETURN_NONE;
     ZelType const* t = g->type();
     if (t->hasOwnPtrInterface() && !g->valuePtr()) Py_RETURN_NONE;
-    if (t->isBuiltinType()) return fromBuiltin(*g);
-    if (t == &EntityUri::_zelType || t == &EntityUriPath::_zelType) return stringAttr(*g, "str");
-    if (t == &Name::_zelType) return stringAttr(*g, "value");
+    if (t->isBuiltinType()) return fromBuiltin(gil, *g);
+    if (t == &EntityUri::_zelType || t == &EntityUriPath::_zelType) return stringAttr(gil, *g, "str");
+    if (t == &Name::_zelType) return stringAttr(gil, *g, "value");
     if (t->isEnumType()) {
         int32_t v = *static_cast<int32_t const*>(g->valuePtr());
         if (Ptr<PyObjHandle> h = FwkPyGenericIfMapping::global()->attributeData(TypeAttributeIdKey(t, v))) {
@@ -83,22 +81,34 @@ PyObject* GenericIfToPyObjectInternal(Ptr<GenericIf const> const& g, bool useDef
         PyErr_SetString(PyExc_TypeError, d.errorMessage.c_str());
         return nullptr;
     }
-    if (!useDefault || !d.defaultType || !d.defaultAttributeUsedForAccessor) return MakeFwkPyGenericIf(g);
+    if (!useDefault || !d.defaultType || !d.defaultAttributeUsedForAccessor) return gifPtr(gil, g).raw();
     if (d.defaultId == 0) {
         // Resolved by name once per type.
         ZelAttr const* byName = d.defaultAttr ? t->attr(d.defaultAttr->name()) : nullptr;
-        if (!byName) return MakeFwkPyGenericIf(g);
+        if (!byName) return gifPtr(gil, g).raw();
         d.defaultId = byName->attributeId();
         mapping->defaultAttributeDataIs(t, d);
     }
     ZelAttr const* attr = t->attr(d.defaultId);
-    if (!attr) return MakeFwkPyGenericIf(g);
+    if (!attr) return gifPtr(gil, g).raw();
     Ptr<GenericIf const> value = attr->genericIfGet(g.ptr(), nullptr);
-    if (d.usePythonRepr) return evalRepr(*value->attrValPtr<String8>());
-    return GenericIfToPyObject(value);
+    if (d.usePythonRepr) return evalRepr(gil, *value->attrValPtr<String8>());
+    return Zel::toPython(gil, value).raw();
+}
+
+} // namespace
+
+PyResult Zel::toPython(GilHeld gil, Ptr<GenericIf const> const& value, bool useDefault) {
+    return PyResult::of(gil, pyValue(gil, value, useDefault));
+}
+
+PyObject* GenericIfToPyObjectInternal(Ptr<GenericIf const> const& g, bool useDefault) {
+    return pyValue(NativeCallerGil::held(), g, useDefault);
 }
 
 PyObject* GenericIfToPyObject(Ptr<GenericIf const> const& g) {
+    // Its own reference: the conversion may run Python code (a repr-style
+    // default), which may drop the caller's.
     Ptr<GenericIf const> held(g);
-    return GenericIfToPyObjectInternal(held, true);
+    return pyValue(NativeCallerGil::held(), held, true);
 }

@@ -9,6 +9,9 @@
 #include <new>
 
 
+using Zel::GilHeld;
+using Zel::PyResult;
+
 namespace {
 
 struct PyBacktrace {
@@ -17,56 +20,52 @@ struct PyBacktrace {
     PyObject* what;
 };
 
-PyObject* PyBacktrace_new(PyTypeObject* type, PyObject*, PyObject*) {
+PyResult PyBacktrace_new(GilHeld gil, PyTypeObject* type, PyObject*, PyObject*) {
     auto* self = reinterpret_cast<PyBacktrace*>(type->tp_alloc(type, 0));
-    if (!self) return nullptr;
+    if (!self) return PyResult::failed();
     new (&self->backtrace) Zel::Ptr<Zel::Backtrace>();
     self->what = nullptr;
-    return reinterpret_cast<PyObject*>(self);
+    return PyResult::of(gil, reinterpret_cast<PyObject*>(self));
 }
 
-void PyBacktrace_dealloc(PyObject* obj) {
+Zel::PyDone PyBacktrace_dealloc(GilHeld, PyObject* obj) {
     auto* self = reinterpret_cast<PyBacktrace*>(obj);
     self->backtrace.~Ptr();
     Py_XDECREF(self->what);
     Py_TYPE(obj)->tp_free(obj);
+    return Zel::PyDone::ok();
 }
 
-PyObject* PyBacktrace_repr(PyObject* obj) {
+PyResult PyBacktrace_repr(GilHeld gil, PyObject* obj) {
     auto* self = reinterpret_cast<PyBacktrace*>(obj);
     char buf[300];
     char const* what = self->what && PyString_Check(self->what) ? PyString_AS_STRING(self->what)
                                                                : "<unknown exception>";
     std::snprintf(buf, sizeof buf, "<backtrace for \"%.300s\" with %d frames>", what,
                   self->backtrace ? self->backtrace->frames() : 0);
-    return PyString_FromString(buf);
+    return PyResult::of(gil, PyString_FromString(buf));
 }
 
-PyObject* PyBacktrace_grab(PyObject* obj, PyObject*) {
+PyResult PyBacktrace_grab(GilHeld gil, PyObject* obj, PyObject*) {
     auto* self = reinterpret_cast<PyBacktrace*>(obj);
-    try {
-        Zel::Ptr<Zel::Backtrace> b = Zel::Backtrace::BacktraceIs(0, 2);
-        // A Backtrace is grabbed once in practice; a record replaced by a
-        // second grab is left as it is rather than released.
-        (void)self->backtrace.release();
-        self->backtrace = std::move(b);
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
-    Py_RETURN_NONE;
+    Zel::Ptr<Zel::Backtrace> b = Zel::Backtrace::BacktraceIs(0, 2);
+    // A Backtrace is grabbed once in practice; a record replaced by a
+    // second grab is left as it is rather than released.
+    (void)self->backtrace.release();
+    self->backtrace = std::move(b);
+    return PyResult::none(gil);
 }
 
-PyObject* noMemory() {
+PyResult noMemory() {
     PyErr_SetString(PyExc_MemoryError, "unable to allocate memory for backtrace");
-    return nullptr;
+    return PyResult::failed();
 }
 
-PyObject* PyBacktrace_frames(PyObject* obj, PyObject*) {
+PyResult PyBacktrace_frames(GilHeld gil, PyObject* obj, PyObject*) {
     auto* self = reinterpret_cast<PyBacktrace*>(obj);
     Zel::PyRef list(PyList_New(0));
     if (!list) return noMemory();
-    if (!self->backtrace) return list.release();
+    if (!self->backtrace) return PyResult::of(gil, list.release());
     int const count = self->backtrace->frames();
     char** symbols = backtrace_symbols(self->backtrace->addresses(), count);
     if (!symbols) return noMemory();
@@ -78,12 +77,12 @@ PyObject* PyBacktrace_frames(PyObject* obj, PyObject*) {
         Zel::PyRef s(PyString_FromString(symbols[i]));
         if (!s || PyList_Append(list.get(), s.get()) < 0) return noMemory();
     }
-    return list.release();
+    return PyResult::of(gil, list.release());
 }
 
 PyMethodDef PyBacktrace_methods[] = {
-    {"grab", PyBacktrace_grab, METH_NOARGS, "grab a backtrace"},
-    {"frames", PyBacktrace_frames, METH_NOARGS, "return stack frames"},
+    {"grab", Zel::entry<PyBacktrace_grab>, METH_NOARGS, "grab a backtrace"},
+    {"frames", Zel::entry<PyBacktrace_frames>, METH_NOARGS, "return stack frames"},
     {nullptr, nullptr, 0, nullptr},
 };
 
@@ -97,13 +96,13 @@ PyTypeObject PyBacktrace_Type = [] {
     Py_REFCNT(&t) = 1;
     t.tp_name = "Backtrace";
     t.tp_basicsize = sizeof(PyBacktrace);
-    t.tp_dealloc = PyBacktrace_dealloc;
-    t.tp_repr = PyBacktrace_repr;
+    t.tp_dealloc = Zel::entry<PyBacktrace_dealloc>;
+    t.tp_repr = Zel::entry<PyBacktrace_repr>;
     t.tp_flags = Py_TPFLAGS_DEFAULT;
     t.tp_doc = "PyBacktrace objects";
     t.tp_methods = PyBacktrace_methods;
     t.tp_members = PyBacktrace_members;
-    t.tp_new = PyBacktrace_new;
+    t.tp_new = Zel::entry<PyBacktrace_new>;
     return t;
 }();
 

@@ -8,48 +8,51 @@
 
 static_assert(sizeof(FwkPyGenericIf) <= 32, "a GifPtr is a Python header and one counted pointer");
 
+using Zel::Activity;
+using Zel::EntryPoint;
+using Zel::GilHeld;
+using Zel::NativePhase;
+using Zel::PyLockAnchor;
+using Zel::PyResult;
+using Zel::gifOf;
+
 namespace {
 
-using Zel::PyLockAnchor;
-
 FwkPyGenericIf* self_(PyObject* o) { return reinterpret_cast<FwkPyGenericIf*>(o); }
-Zel::GenericIf const* gifOf(PyObject* o) { return self_(o)->gif.ptr(); }
 
-void FwkPyGenericIf_dealloc(PyObject* obj) {
+Zel::PyDone dealloc(GilHeld gil, PyObject* obj) {
     FwkPyGenericIf* self = self_(obj);
-    if (self->gif) {
-        try {
-            // Dropping the last reference runs the object's destructor,
-            // which expects the activity lock.
-            PyLockAnchor anchor(0);
+    // Dropping the last reference runs the object's destructor, which
+    // expects the activity lock.
+    if (self->gif && !EntryPoint::run(gil, Activity{0, {}}, [&](NativePhase&) {
             self->gif.reset();
-        } catch (...) {
-            // The activity lock could not be taken: keep the reference
-            // (a leak) rather than change the count unprotected.
-            (void)self->gif.release();
-            Zel::translateCppExceptionToPython();
-            PyErr_WriteUnraisable(obj);
-        }
+            return Zel::PyStatus::ok();
+        })) {
+        // The activity lock could not be taken: keep the reference (a
+        // leak) rather than change the count unprotected.
+        (void)self->gif.release();
+        PyErr_WriteUnraisable(obj);
     }
     self->gif.~Ptr();
     Py_TYPE(obj)->tp_free(obj);
+    return Zel::PyDone::ok();
 }
 
-PyObject* FwkPyGenericIf_str(PyObject* obj) {
+PyResult str(GilHeld gil, PyObject* obj) {
     Zel::GenericIf const* g = gifOf(obj);
-    if (!g) return PyString_FromString("<null>");
+    if (!g) return PyResult::of(gil, PyString_FromString("<null>"));
     char buf[600];
     std::snprintf(buf, sizeof buf, "<_Zel.GifPtr to object of type '%s' at %p>", g->type()->name(),
                   static_cast<void const*>(g));
-    return PyString_FromString(buf);
+    return PyResult::of(gil, PyString_FromString(buf));
 }
 
-PyObject* FwkPyGenericIf_repr(PyObject* obj) {
+PyResult repr(GilHeld gil, PyObject* obj) {
     Zel::GenericIf const* g = gifOf(obj);
-    if (!g) return PyString_FromString("<null>");
+    if (!g) return PyResult::of(gil, PyString_FromString("<null>"));
     char buf[600];
     std::snprintf(buf, sizeof buf, "_Zel.GifPtr(%p,'%s')", static_cast<void const*>(g), g->type()->name());
-    return PyString_FromString(buf);
+    return PyResult::of(gil, PyString_FromString(buf));
 }
 
 // The operations below need an object: a null handle is refused with an
@@ -59,70 +62,53 @@ Zel::GenericIf const* liveGif(PyObject* obj) {
     throw Zel::RangeException("null _Zel.GifPtr");
 }
 
-// Python objects are built while the framework object is read: full anchor.
-PyObject* FwkPyGenericIf_typeName(PyObject* obj, PyObject*) {
-    try {
-        PyLockAnchor anchor(PyLockAnchor::retakeGil);
-        return PyString_FromString(liveGif(obj)->type()->name());
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
+// Python objects are built while the framework object is read: both
+// locks for the whole body. Only hash() anticipates the framework's errors.
+template <class Read>
+PyResult readBoth(GilHeld gil, Zel::Exception::IdBitArray expected, Read read) {
+    return EntryPoint::run(gil, Activity{PyLockAnchor::retakeGil, expected},
+                           [&](NativePhase& phase) { return phase.finish(read); });
 }
 
-PyObject* FwkPyGenericIf_isConst(PyObject* obj, PyObject*) {
-    try {
-        PyLockAnchor anchor(PyLockAnchor::retakeGil);
-        return PyBool_FromLong(liveGif(obj)->isConst());
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
+PyResult typeName(GilHeld gil, PyObject* obj, PyObject*) {
+    return readBoth(gil, {}, [&](GilHeld held) {
+        return PyResult::of(held, PyString_FromString(liveGif(obj)->type()->name()));
+    });
 }
 
-PyObject* FwkPyGenericIf_hash(PyObject* obj, PyObject*) {
-    try {
-        PyLockAnchor anchor(PyLockAnchor::retakeGil);
-        Zel::Expect expect(Zel::Exception::idExpectAll);
-        return PyLong_FromUnsignedLong(liveGif(obj)->hash());
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
+PyResult isConst(GilHeld gil, PyObject* obj, PyObject*) {
+    return readBoth(gil, {}, [&](GilHeld held) { return PyResult::of(held, PyBool_FromLong(liveGif(obj)->isConst())); });
 }
 
-PyObject* FwkPyGenericIf_strRep(PyObject* obj, PyObject*) {
-    try {
-        PyLockAnchor anchor(PyLockAnchor::retakeGil);
+PyResult hash(GilHeld gil, PyObject* obj, PyObject*) {
+    return readBoth(gil, {Zel::Exception::idExpectAll}, [&](GilHeld held) {
+        return PyResult::of(held, PyLong_FromUnsignedLong(liveGif(obj)->hash()));
+    });
+}
+
+PyResult strRep(GilHeld gil, PyObject* obj, PyObject*) {
+    return readBoth(gil, {}, [&](GilHeld held) {
         Zel::String8 const s = liveGif(obj)->strep();
         // Full length: embedded NUL bytes are part of the representation.
-        return PyString_FromStringAndSize(s.data(), static_cast<Py_ssize_t>(s.size()));
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
+        return PyResult::of(held, PyString_FromStringAndSize(s.data(), static_cast<Py_ssize_t>(s.size())));
+    });
 }
 
-PyObject* FwkPyGenericIf_ptr(PyObject* obj, void*) {
+PyResult ptr(GilHeld gil, PyObject* obj, void*) {
     Zel::GenericIf const* g = gifOf(obj);
     if (!g) {
         PyErr_SetString(PyExc_IndexError, "null _Zel.GifPtr");
-        return nullptr;
+        return PyResult::failed();
     }
     // Only the address is read, without the activity lock: no reference
     // count changes. A value is refused before the framework would throw
     // for it, as building that exception makes counted objects.
     if (!g->type()->hasOwnPtrInterface()) {
         PyErr_SetString(PyExc_TypeError, "Cannot access the ptr for this type");
-        return nullptr;
+        return PyResult::failed();
     }
-    try {
-        Zel::PtrInterface* object = g->ptrInterface();
-        return PyLong_FromVoidPtr(object ? dynamic_cast<void*>(object) : nullptr);
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
+    Zel::PtrInterface* object = g->ptrInterface();
+    return PyResult::of(gil, PyLong_FromVoidPtr(object ? dynamic_cast<void*>(object) : nullptr));
 }
 
 // Attribute methods, notifiees and conversions join this table as they
@@ -149,16 +135,16 @@ PyMethodDef FwkPyGenericIf_methods[] = {
     {"attributeFunction", FwkPyGenericIf_attributeFunction, METH_VARARGS, "call a function attribute"},
     {"attributeMembers", FwkPyGenericIf_attributeMembers, METH_VARARGS, "return the number of items in a collection"},
     {"attributeIter", FwkPyGenericIf_attributeIter, METH_VARARGS, "get a collection iterator with an id"},
-    {"isConst", FwkPyGenericIf_isConst, METH_NOARGS, "return the constness of the _Zel.GifPtr"},
-    {"typeName", FwkPyGenericIf_typeName, METH_NOARGS, "return the typename of the _Zel.GifPtr"},
-    {"hash", FwkPyGenericIf_hash, METH_NOARGS, "return the hash of the _Zel.GifPtr"},
-    {"strRep", FwkPyGenericIf_strRep, METH_NOARGS, "return the string representation of the _Zel.GifPtr"},
-    {"newNotifiee", FwkPyGenericIf_newNotifiee, METH_VARARGS, "make and returns a notifiee"},
+    {"isConst", Zel::entry<isConst>, METH_NOARGS, "return the constness of the _Zel.GifPtr"},
+    {"typeName", Zel::entry<typeName>, METH_NOARGS, "return the typename of the _Zel.GifPtr"},
+    {"hash", Zel::entry<hash>, METH_NOARGS, "return the hash of the _Zel.GifPtr"},
+    {"strRep", Zel::entry<strRep>, METH_NOARGS, "return the string representation of the _Zel.GifPtr"},
+    {"newNotifiee", Zel::entry<FwkPyGenericIf_newNotifiee>, METH_VARARGS, "make and returns a notifiee"},
     {nullptr, nullptr, 0, nullptr},
 };
 
 PyGetSetDef FwkPyGenericIf_getset[] = {
-    {const_cast<char*>("ptr"), FwkPyGenericIf_ptr, nullptr, const_cast<char*>("pointer value as an int"), nullptr},
+    {const_cast<char*>("ptr"), Zel::entry<ptr>, nullptr, const_cast<char*>("pointer value as an int"), nullptr},
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 
@@ -169,9 +155,9 @@ PyTypeObject FwkPyGenericIf_Type = [] {
     Py_REFCNT(&t) = 1;
     t.tp_name = "_Zel.GifPtr";
     t.tp_basicsize = sizeof(FwkPyGenericIf);
-    t.tp_dealloc = FwkPyGenericIf_dealloc;
-    t.tp_repr = FwkPyGenericIf_repr;
-    t.tp_str = FwkPyGenericIf_str;
+    t.tp_dealloc = Zel::entry<dealloc>;
+    t.tp_repr = Zel::entry<repr>;
+    t.tp_str = Zel::entry<str>;
     t.tp_flags = Py_TPFLAGS_DEFAULT;
     t.tp_doc = "GifPtr objects";
     t.tp_methods = FwkPyGenericIf_methods;
@@ -179,53 +165,60 @@ PyTypeObject FwkPyGenericIf_Type = [] {
     return t;
 }();
 
-PyObject* MakeFwkPyGenericIf(Zel::Ptr<Zel::GenericIf const> const& gif) {
+PyResult Zel::gifPtr(GilHeld gil, Ptr<GenericIf const> const& gif) {
     FwkPyGenericIf* self = PyObject_New(FwkPyGenericIf, &FwkPyGenericIf_Type);
-    if (!self) return nullptr;
-    new (&self->gif) Zel::Ptr<Zel::GenericIf const>(gif);
-    return reinterpret_cast<PyObject*>(self);
+    if (!self) return PyResult::failed();
+    new (&self->gif) Ptr<GenericIf const>(gif);
+    return PyResult::of(gil, reinterpret_cast<PyObject*>(self));
+}
+
+PyResult Zel::gifPtrOf(GilHeld gil, Ptr<PtrInterface> const& object) {
+    return gifPtr(gil, genericIfOf(object.ptr(), false));
+}
+
+PyObject* MakeFwkPyGenericIf(Zel::Ptr<Zel::GenericIf const> const& gif) {
+    return Zel::gifPtr(Zel::NativeCallerGil::held(), gif).raw();
 }
 
 PyObject* FwkPyObj_FromPtrInterface(Zel::Ptr<Zel::PtrInterface> const& object) {
-    try {
-        return MakeFwkPyGenericIf(Zel::genericIfOf(object.ptr(), false));
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
+    return EntryPoint::run(Zel::NativeCallerGil::held(), Zel::PythonOnly{},
+                           [&](GilHeld gil) { return Zel::gifPtrOf(gil, object); })
+        .raw();
 }
+
+namespace {
+
+int typeMismatch() {
+    PyErr_SetString(PyExc_TypeError, "Expected a Zel::PtrInterface or None");
+    return 0;
+}
+
+} // namespace
 
 int Convert_To_PtrInterface_Or_Null(PyObject* obj, Zel::PtrInterface** out) {
     if (obj == Py_None) {
         *out = nullptr;
         return 1;
     }
-    if (!FwkPyGenericIf_Check(obj)) {
-        PyErr_SetString(PyExc_TypeError, "Expected a Zel::PtrInterface or None");
-        return 0;
-    }
+    if (!FwkPyGenericIf_Check(obj)) return typeMismatch();
     Zel::GenericIf const* g = gifOf(obj);
     if (!g) {   // a null handle stands for no object
         *out = nullptr;
         return 1;
     }
     bool mismatch = false;
-    try {
-        Zel::GilUnlockAnchorThreadSafePtr anchor;
-        Zel::Expect expect(Zel::Exception::idType);
-        try {
-            *out = g->ptrInterface();
-        } catch (Zel::TypeException const&) {
-            mismatch = true;
-        }
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return 0;
-    }
-    if (mismatch) {
-        PyErr_SetString(PyExc_TypeError, "Expected a Zel::PtrInterface or None");
-        return 0;
-    }
+    Zel::PyStatus const read =
+        EntryPoint::run(Zel::NativeCallerGil::held(), Zel::RefCounts{{Zel::Exception::idType}}, [&] {
+            try {
+                *out = g->ptrInterface();
+            } catch (Zel::TypeException const&) {
+                // Not an object: the probe's answer, a refusal below.
+                mismatch = true;
+            }
+            return Zel::PyStatus::ok();
+        });
+    if (!read) return 0;
+    if (mismatch) return typeMismatch();
     return 1;
 }
 

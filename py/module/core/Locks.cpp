@@ -71,29 +71,29 @@ Zel::Lock* activityLock() { return Zel::ActivityImplFacility::activityManagerSm(
 
 // A failure of the mutex itself (anything but EDEADLK) is not turned into a
 // Python error: the activity lock is broken and the process cannot go on,
-// so these entries are noexcept and such a failure terminates.
-PyObject* PyZel_acquireActivityLock(PyObject*, PyObject*) noexcept {
+// so these bodies are noexcept and such a failure terminates.
+Zel::PyResult PyZel_acquireActivityLock(Zel::GilHeld gil, PyObject*, PyObject*) noexcept {
     static Zel::Lock* const lock = activityLock();
     bool taken;
     {
-        Zel::GilUnlockAnchor gil;
+        Zel::GilUnlockAnchor released;
         taken = lock->lock();
     }
-    return PyBool_FromLong(taken);
+    return Zel::PyResult::of(gil, PyBool_FromLong(taken));
 }
 
-PyObject* PyZel_releaseActivityLock(PyObject*, PyObject*) noexcept {
+Zel::PyResult PyZel_releaseActivityLock(Zel::GilHeld gil, PyObject*, PyObject*) noexcept {
     static Zel::Lock* const lock = activityLock();
     lock->unlock();
-    Py_RETURN_NONE;
+    return Zel::PyResult::none(gil);
 }
 
-PyObject* PyZel_activityLockOwner(PyObject*, PyObject*) noexcept {
+Zel::PyResult PyZel_activityLockOwner(Zel::GilHeld gil, PyObject*, PyObject*) noexcept {
     static Zel::Lock* const lock = activityLock();
-    return PyLong_FromLong(lock->owner());
+    return Zel::PyResult::of(gil, PyLong_FromLong(lock->owner()));
 }
 
-PyObject* PyZel_enableThreadSafePointers(PyObject*, PyObject*) noexcept {
+Zel::PyResult PyZel_enableThreadSafePointers(Zel::GilHeld gil, PyObject*, PyObject*) noexcept {
     Zel::VFPtrInterface::enableThreadSafePointers = true;
-    Py_RETURN_NONE;
+    return Zel::PyResult::none(gil);
 }

@@ -16,6 +16,7 @@
 #include "ZelPy/Locks.h"
 #include "ZelPy/Module.h"
 #include "ZelPy/Types.h"
+#include "module/core/Frames.h"
 #include "support/Gil.h"
 #include "support/PyRef.h"
 
@@ -43,75 +44,56 @@ PyObject* getFromZel(char const* name);
 extern "C" void printPythonBacktrace(int fd);
 
 // --- module functions (entries of the module's function table) ---------------
+// Each is the body of its entry point, entered through Zel::entry<...>.
 
-PyObject* PyZel_acquireActivityLock(PyObject* self, PyObject* unused) noexcept;
-PyObject* PyZel_releaseActivityLock(PyObject* self, PyObject* unused) noexcept;
-PyObject* PyZel_activityLockOwner(PyObject* self, PyObject* unused) noexcept;
-PyObject* PyZel_enableThreadSafePointers(PyObject* self, PyObject* unused) noexcept;
-PyObject* PyZel_typeNode(PyObject* self, PyObject* args);
+Zel::PyResult PyZel_acquireActivityLock(Zel::GilHeld gil, PyObject* self, PyObject* unused) noexcept;
+Zel::PyResult PyZel_releaseActivityLock(Zel::GilHeld gil, PyObject* self, PyObject* unused) noexcept;
+Zel::PyResult PyZel_activityLockOwner(Zel::GilHeld gil, PyObject* self, PyObject* unused) noexcept;
+Zel::PyResult PyZel_enableThreadSafePointers(Zel::GilHeld gil, PyObject* self, PyObject* unused) noexcept;
+Zel::PyResult PyZel_typeNode(Zel::GilHeld gil, PyObject* self, PyObject* args);
 
 // --- attribute operations (methods of _Zel.GifPtr) ---------------------------
+// Entry points, each defined beside its body (the attribute hot paths).
 
-PyObject* FwkPyGenericIf_attributeSingletonIs(PyObject* self, PyObject* args);
-PyObject* FwkPyGenericIf_attributeCollectionIs(PyObject* self, PyObject* args);
-PyObject* FwkPyGenericIf_attributeSingleton(PyObject* self, PyObject* args);
-PyObject* FwkPyGenericIf_rawAttributeSingleton(PyObject* self, PyObject* args);
-PyObject* FwkPyGenericIf_attributeCollectionExist(PyObject* self, PyObject* args);
-PyObject* FwkPyGenericIf_attributeCollection(PyObject* self, PyObject* args);
-PyObject* FwkPyGenericIf_attributeCollectionVal(PyObject* self, PyObject* args);
-PyObject* FwkPyGenericIf_rawAttributeCollection(PyObject* self, PyObject* args);
-PyObject* FwkPyGenericIf_attributeVersion(PyObject* self, PyObject* attr);
-PyObject* FwkPyGenericIf_attributeSingletonDel(PyObject* self, PyObject* args);
-PyObject* FwkPyGenericIf_attributeCollectionDel(PyObject* self, PyObject* args);
-PyObject* FwkPyGenericIf_attributeRemove(PyObject* self, PyObject* args);
-PyObject* FwkPyGenericIf_attributeAdd(PyObject* self, PyObject* args);
-PyObject* FwkPyGenericIf_attributeFunction(PyObject* self, PyObject* args);
-PyObject* FwkPyGenericIf_attributeMembers(PyObject* self, PyObject* args);
-PyObject* FwkPyGenericIf_attributeIter(PyObject* self, PyObject* args);
+PyObject* FwkPyGenericIf_attributeSingletonIs(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeCollectionIs(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeSingleton(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_rawAttributeSingleton(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeCollectionExist(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeCollection(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeCollectionVal(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_rawAttributeCollection(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeVersion(PyObject* self, PyObject* attr) noexcept;
+PyObject* FwkPyGenericIf_attributeSingletonDel(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeCollectionDel(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeRemove(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeAdd(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeFunction(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeMembers(PyObject* self, PyObject* args) noexcept;
+PyObject* FwkPyGenericIf_attributeIter(PyObject* self, PyObject* args) noexcept;
 
 extern PyTypeObject FwkPyGenericIfIterator_Type;
 
 namespace Zel {
 
-// The common frame of an attribute operation: release-anchor (flags 0),
-// Expect for id 1, and a framework exception rewritten with the attribute
-// and whatever prefix the body last stored in `prefix` (the stage it had
-// reached). The body returns a new reference, or null with a Python error
-// set, and re-takes the interpreter lock itself before touching Python.
-template <class Body>
-PyObject* attributeOperation(ZelAttr const* attr, Body&& body) {
-    char const* prefix = "";
-    try {
-        PyLockAnchor anchor(0);
-        Expect expect(Exception::idExpectAll);
-        return body(anchor, prefix);
-    } catch (Exception& e) {
-        updateException(&e, attr, prefix);
-    } catch (...) {
-        translateCppExceptionToPython();
-    }
-    return nullptr;
-}
-
-// A null conversion result is either a legitimate null value or a refusal
-// with a Python error set; telling them apart needs the interpreter lock.
-// Returns false (interpreter lock held) for a refusal.
-inline bool conversionSucceeded(PyLockAnchor& anchor, Ptr<GenericIf const> const& converted) {
-    if (converted) return true;
-    anchor.gilHeldIs(true);
-    if (PyErr_Occurred()) return false;
-    anchor.gilHeldIs(false);
-    return true;
-}
-
 inline GenericIf const* gifOf(PyObject* self) { return reinterpret_cast<FwkPyGenericIf*>(self)->gif.ptr(); }
+
+// A new GifPtr holding `gif` (null stays null).
+PyResult gifPtr(GilHeld gil, Ptr<GenericIf const> const& gif);
+// A new GifPtr for a counted framework object; throws what making its
+// GenericIf throws.
+PyResult gifPtrOf(GilHeld gil, Ptr<PtrInterface> const& object);
+// The one wrapper of a descriptor; None for null.
+PyResult typeObject(GilHeld gil, ZelType const* type);
+PyResult attrObject(GilHeld gil, ZelAttr const* attr);
 
 // attributeSingleton / rawAttributeSingleton (useDefault false),
 // attributeSingletonIs and attributeSingletonDel of the GifPtr `self`,
-// with their arguments already parsed.
-ZEL_API PyObject* singletonGet(PyObject* self, ZelAttr const* attr, bool useDefault);
-ZEL_API PyObject* singletonSet(PyObject* self, ZelAttr const* attr, PyObject* value);
-ZEL_API PyObject* singletonDel(PyObject* self, ZelAttr const* attr);
+// with their arguments already parsed: the bodies of those methods and of
+// _ZelProxy's descriptors, run inside their entry points.
+PyResult singletonGet(GilHeld gil, PyObject* self, ZelAttr const* attr, bool useDefault);
+PyResult singletonSet(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* value);
+PyResult singletonDel(GilHeld gil, PyObject* self, ZelAttr const* attr);
 
 // Argument parsing of the hot entry points: a tuple of exactly the
 // expected size whose first item is a _Zel.ZelAttr is unpacked in place;
@@ -121,13 +103,13 @@ inline bool attrArgFits(PyObject* args, Py_ssize_t size) {
     return PyTuple_GET_SIZE(args) == size && PyObject_TypeCheck(PyTuple_GET_ITEM(args, 0), &PyZelAttr_Type);
 }
 
-inline bool parseAttrArgs(PyObject* args, char const* format, ZelAttr const*& attr) {
+inline bool parseAttrArgs(GilHeld, PyObject* args, char const* format, ZelAttr const*& attr) {
     if (!attrArgFits(args, 1)) return PyArg_ParseTuple(args, format, Convert_To_ZelAttr, &attr);
     attr = reinterpret_cast<PyZelAttr*>(PyTuple_GET_ITEM(args, 0))->attr;
     return true;
 }
 
-inline bool parseAttrArgs(PyObject* args, char const* format, ZelAttr const*& attr, PyObject*& second) {
+inline bool parseAttrArgs(GilHeld, PyObject* args, char const* format, ZelAttr const*& attr, PyObject*& second) {
     if (!attrArgFits(args, 2)) return PyArg_ParseTuple(args, format, Convert_To_ZelAttr, &attr, &second);
     attr = reinterpret_cast<PyZelAttr*>(PyTuple_GET_ITEM(args, 0))->attr;
     second = PyTuple_GET_ITEM(args, 1);
@@ -138,16 +120,16 @@ inline bool parseAttrArgs(PyObject* args, char const* format, ZelAttr const*& at
 
 // --- remaining module functions --------------------------------------------
 
-PyObject* PyZel_globalDir(PyObject* self, PyObject* unused);
-PyObject* PyZel_globalNboAttrLogConnectionDir(PyObject* self, PyObject* unused);
-PyObject* PyZel_globalNboAttrLogDemuxerManager(PyObject* self, PyObject* unused);
-PyObject* PyZel_trace_h(PyObject* self, PyObject* args);
-PyObject* PyZel_setproctitle(PyObject* self, PyObject* args);
-PyObject* PyZel_setexternalinfo(PyObject* self, PyObject* args);
-PyObject* PyZel_printexternalinfo(PyObject* self, PyObject* args);
-PyObject* PyZel_traceLineSuppressed(PyObject* self, PyObject* args);
-PyObject* PyZel_activityManagerExecTimeIs(PyObject* self, PyObject* args);
-PyObject* PyZel_singleton(PyObject* self, PyObject* args);
-PyObject* PyZel_handle(PyObject* self, PyObject* args);
-PyObject* PyZel_nullGenericIf(PyObject* self, PyObject* unused);
-PyObject* PyZel_newGenericIf(PyObject* self, PyObject* args);
+Zel::PyResult PyZel_globalDir(Zel::GilHeld gil, PyObject* self, PyObject* unused);
+Zel::PyResult PyZel_globalNboAttrLogConnectionDir(Zel::GilHeld gil, PyObject* self, PyObject* unused);
+Zel::PyResult PyZel_globalNboAttrLogDemuxerManager(Zel::GilHeld gil, PyObject* self, PyObject* unused);
+Zel::PyResult PyZel_trace_h(Zel::GilHeld gil, PyObject* self, PyObject* args);
+Zel::PyResult PyZel_setproctitle(Zel::GilHeld gil, PyObject* self, PyObject* args);
+Zel::PyResult PyZel_setexternalinfo(Zel::GilHeld gil, PyObject* self, PyObject* args);
+Zel::PyResult PyZel_printexternalinfo(Zel::GilHeld gil, PyObject* self, PyObject* args);
+Zel::PyResult PyZel_traceLineSuppressed(Zel::GilHeld gil, PyObject* self, PyObject* args);
+Zel::PyResult PyZel_activityManagerExecTimeIs(Zel::GilHeld gil, PyObject* self, PyObject* args);
+Zel::PyResult PyZel_singleton(Zel::GilHeld gil, PyObject* self, PyObject* args);
+Zel::PyResult PyZel_handle(Zel::GilHeld gil, PyObject* self, PyObject* args);
+Zel::PyResult PyZel_nullGenericIf(Zel::GilHeld gil, PyObject* self, PyObject* unused);
+Zel::PyResult PyZel_newGenericIf(Zel::GilHeld gil, PyObject* self, PyObject* args);

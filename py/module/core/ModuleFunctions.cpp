@@ -14,88 +14,73 @@
 // Exported by the interpreter but declared in none of its headers.
 extern "C" void Py_GetArgcArgv(int* argc, char*** argv);
 
+using Zel::Activity;
+using Zel::EntryPoint;
+using Zel::GilHeld;
+using Zel::NativePhase;
+using Zel::PyResult;
+
 namespace {
 
 // Parsing needs the interpreter lock, which may be taken while holding the
 // activity lock (the permitted order); it is given back for the
 // framework call.
 template <class... Out>
-bool parseUnderAnchor(Zel::PyLockAnchor& anchor, PyObject* args, char const* format, Out... out) {
-    anchor.gilHeldIs(true);
-    bool const parsed = PyArg_ParseTuple(args, format, out...);
-    if (parsed) anchor.gilHeldIs(false);
-    return parsed;
+bool parseUnderAnchor(NativePhase& phase, PyObject* args, char const* format, Out... out) {
+    return phase.withGil([&](GilHeld) { return PyArg_ParseTuple(args, format, out...) != 0; });
+}
+
+PyResult none(NativePhase& phase) {
+    return phase.finish([](GilHeld held) { return PyResult::none(held); });
 }
 
 template <class Root>
-PyObject* root(Root get) {
-    try {
-        Zel::PyLockAnchor anchor(0);
-        Zel::Ptr<Zel::PtrInterface> object;
-        {
-            Zel::Expect expect(Zel::Exception::idExpectAll);
-            object = get();
-        }
-        anchor.gilHeldIs(true);
-        return FwkPyObj_FromPtrInterface(object);
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
+PyResult root(GilHeld gil, Root get) {
+    return EntryPoint::run(gil, Activity{}, [&](NativePhase& phase) {
+        Zel::Ptr<Zel::PtrInterface> const object = get();
+        return phase.finish([&](GilHeld held) { return Zel::gifPtrOf(held, object); });
+    });
 }
 
 } // namespace
 
-PyObject* PyZel_globalDir(PyObject*, PyObject*) {
-    return root([] { return Zel::Ptr<Zel::PtrInterface>(Zel::globalDir()); });
+PyResult PyZel_globalDir(GilHeld gil, PyObject*, PyObject*) {
+    return root(gil, [] { return Zel::Ptr<Zel::PtrInterface>(Zel::globalDir()); });
 }
 
-PyObject* PyZel_globalNboAttrLogConnectionDir(PyObject*, PyObject*) {
+PyResult PyZel_globalNboAttrLogConnectionDir(GilHeld gil, PyObject*, PyObject*) {
     // A raw pointer: the Ptr takes the counted reference.
-    return root([] { return Zel::Ptr<Zel::PtrInterface>(Zel::NboAttrLog::connectionDir()); });
+    return root(gil, [] { return Zel::Ptr<Zel::PtrInterface>(Zel::NboAttrLog::connectionDir()); });
 }
 
-PyObject* PyZel_globalNboAttrLogDemuxerManager(PyObject*, PyObject*) {
-    return root([] { return Zel::Ptr<Zel::PtrInterface>(Zel::globalNboAttrLogDemuxerManager()); });
+PyResult PyZel_globalNboAttrLogDemuxerManager(GilHeld gil, PyObject*, PyObject*) {
+    return root(gil, [] { return Zel::Ptr<Zel::PtrInterface>(Zel::globalNboAttrLogDemuxerManager()); });
 }
 
-PyObject* PyZel_singleton(PyObject*, PyObject* args) {
-    try {
-        Zel::PyLockAnchor anchor(0);
+PyResult PyZel_singleton(GilHeld gil, PyObject*, PyObject* args) {
+    return EntryPoint::run(gil, Activity{}, [&](NativePhase& phase) {
         char const* name = nullptr;
-        if (!parseUnderAnchor(anchor, args, "s:singleton", &name)) return nullptr;
-        Zel::Ptr<Zel::Entity> entity;
-        {
-            Zel::Expect expect(Zel::Exception::idExpectAll);
-            entity = Zel::Entity::singleton(Zel::Name(name));
-            if (!entity) throw Zel::TypeException(Zel::String8("Type ") + name + " not found");
-        }
-        anchor.gilHeldIs(true);
-        return FwkPyObj_FromPtrInterface(entity);
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
+        if (!parseUnderAnchor(phase, args, "s:singleton", &name)) return PyResult::failed();
+        Zel::Ptr<Zel::Entity> const entity = Zel::Entity::singleton(Zel::Name(name));
+        if (!entity) throw Zel::TypeException(Zel::String8("Type ") + name + " not found");
+        return phase.finish([&](GilHeld held) { return Zel::gifPtrOf(held, entity); });
+    });
 }
 
-PyObject* PyZel_handle(PyObject*, PyObject* args) {
-    try {
-        Zel::PyLockAnchor anchor(Zel::PyLockAnchor::retakeGil);
-        PyObject* object = nullptr;
-        if (!PyArg_ParseTuple(args, "O:handle", &object)) return nullptr;
-        Zel::Ptr<Zel::PyObjHandle> handle;
-        {
-            Zel::Expect expect(Zel::Exception::idExpectAll);
-            handle = Zel::pyObjHandleFactory(object, false);
-        }
-        return FwkPyObj_FromPtrInterface(handle);
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
+PyResult PyZel_handle(GilHeld gil, PyObject*, PyObject* args) {
+    return EntryPoint::run(gil, Activity{Zel::PyLockAnchor::retakeGil}, [&](NativePhase& phase) {
+        // Both locks from here on: the handle takes its reference to the
+        // object as it is made.
+        return phase.finish([&](GilHeld held) {
+            PyObject* object = nullptr;
+            if (!PyArg_ParseTuple(args, "O:handle", &object)) return PyResult::failed();
+            Zel::Ptr<Zel::PyObjHandle> const handle = Zel::pyObjHandleFactory(object, false);
+            return Zel::gifPtrOf(held, handle);
+        });
+    });
 }
 
-PyObject* PyZel_trace_h(PyObject*, PyObject* args) {
+PyResult PyZel_trace_h(GilHeld gil, PyObject*, PyObject* args) {
     Zel::PtrInterface* object = nullptr;
     char const* file = nullptr;
     int line = 0;
@@ -105,116 +90,86 @@ PyObject* PyZel_trace_h(PyObject*, PyObject* args) {
     int level = 0;
     if (!PyArg_ParseTuple(args, "O&siss#i:trace_h", Convert_To_PtrInterface_Or_Null, &object, &file, &line,
                           &function, &message, &messageLength, &level)) {
-        return nullptr;
+        return PyResult::failed();
     }
-    try {
-        Zel::GilUnlockAnchorThreadSafePtr anchor;
-        Zel::Expect expect(Zel::Exception::idExpectAll);
+    Zel::PyStatus const traced = EntryPoint::run(gil, Zel::RefCounts{}, [&] {
         // The exact length: embedded NUL bytes are part of the message.
         Zel::trace_h(object, file, line, function, Zel::String8(message, static_cast<size_t>(messageLength)), level);
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
-    Py_RETURN_NONE;
+        return Zel::PyStatus::ok();
+    });
+    if (!traced) return PyResult::failed();
+    return PyResult::none(gil);
 }
 
-PyObject* PyZel_traceLineSuppressed(PyObject*, PyObject* args) {
+PyResult PyZel_traceLineSuppressed(GilHeld gil, PyObject*, PyObject* args) {
     Zel::PtrInterface* object = nullptr;
     int level = 0;
     if (!PyArg_ParseTuple(args, "O&i:traceLineSuppressed", Convert_To_PtrInterface_Or_Null, &object, &level)) {
-        return nullptr;
+        return PyResult::failed();
     }
-    try {
-        Zel::Expect expect(Zel::Exception::idExpectAll);
-        return PyBool_FromLong(Zel::traceLineSuppressed(object, level));
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
+    return EntryPoint::run(gil, Zel::Expecting{}, [&](GilHeld held) {
+        return PyResult::of(held, PyBool_FromLong(Zel::traceLineSuppressed(object, level)));
+    });
 }
 
-PyObject* PyZel_setproctitle(PyObject*, PyObject* args) {
-    try {
-        Zel::PyLockAnchor anchor(0);
+PyResult PyZel_setproctitle(GilHeld gil, PyObject*, PyObject* args) {
+    return EntryPoint::run(gil, Activity{}, [&](NativePhase& phase) {
         int argc = 0;
         char** argv = nullptr;
         char const* a = nullptr;
         char const* b = nullptr;
         char const* c = nullptr;
-        anchor.gilHeldIs(true);
-        Py_GetArgcArgv(&argc, &argv);
-        if (!parseUnderAnchor(anchor, args, "sss:setproctitle", &a, &b, &c)) return nullptr;
-        {
-            Zel::Expect expect(Zel::Exception::idExpectAll);
-            Zel::procTitleIs(argc, argv, a, b, c);
-        }
-        anchor.gilHeldIs(true);
-        Py_RETURN_NONE;
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
+        bool const parsed = phase.withGil([&](GilHeld) {
+            Py_GetArgcArgv(&argc, &argv);
+            return PyArg_ParseTuple(args, "sss:setproctitle", &a, &b, &c) != 0;
+        });
+        if (!parsed) return PyResult::failed();
+        Zel::procTitleIs(argc, argv, a, b, c);
+        return none(phase);
+    });
 }
 
-PyObject* PyZel_setexternalinfo(PyObject*, PyObject* args) {
-    try {
-        Zel::PyLockAnchor anchor(0);
+PyResult PyZel_setexternalinfo(GilHeld gil, PyObject*, PyObject* args) {
+    return EntryPoint::run(gil, Activity{}, [&](NativePhase& phase) {
         char const* title = nullptr;
         int socket = 0;
         char const* socketName = nullptr;
-        if (!parseUnderAnchor(anchor, args, "sis:setexternalinfo", &title, &socket, &socketName)) return nullptr;
-        {
-            Zel::Expect expect(Zel::Exception::idExpectAll);
-            Zel::externalProcTitleIs(title);
-            // No socket: the recorded socket and its name stay as they were.
-            if (socket) {
-                Zel::NboAttrLog::externallySetSocket = socket;
-                Zel::NboAttrLog::externallySetSocketName = Zel::String8(socketName);
-            }
+        if (!parseUnderAnchor(phase, args, "sis:setexternalinfo", &title, &socket, &socketName)) {
+            return PyResult::failed();
         }
-        anchor.gilHeldIs(true);
-        Py_RETURN_NONE;
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
+        Zel::externalProcTitleIs(title);
+        // No socket: the recorded socket and its name stay as they were.
+        if (socket) {
+            Zel::NboAttrLog::externallySetSocket = socket;
+            Zel::NboAttrLog::externallySetSocketName = Zel::String8(socketName);
+        }
+        return none(phase);
+    });
 }
 
-PyObject* PyZel_printexternalinfo(PyObject*, PyObject*) {
-    try {
-        Zel::PyLockAnchor anchor(0);
-        {
-            Zel::Expect expect(Zel::Exception::idExpectAll);
-            int const socket = Zel::NboAttrLog::externallySetSocket;
-            Zel::String8 const title = Zel::externalProcTitle();
-            std::printf("externalProcTitle=%s, externallySetSocket=%d, externallySetSocketName=%s\n", title.c_str(),
-                        socket, Zel::NboAttrLog::externallySetSocketName.c_str());
-            std::fflush(stdout);
-        }
-        anchor.gilHeldIs(true);
-        Py_RETURN_NONE;
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
+PyResult PyZel_printexternalinfo(GilHeld gil, PyObject*, PyObject*) {
+    return EntryPoint::run(gil, Activity{}, [&](NativePhase& phase) {
+        int const socket = Zel::NboAttrLog::externallySetSocket;
+        Zel::String8 const title = Zel::externalProcTitle();
+        std::printf("externalProcTitle=%s, externallySetSocket=%d, externallySetSocketName=%s\n", title.c_str(),
+                    socket, Zel::NboAttrLog::externallySetSocketName.c_str());
+        std::fflush(stdout);
+        return none(phase);
+    });
 }
 
-PyObject* PyZel_activityManagerExecTimeIs(PyObject*, PyObject* args) {
+PyResult PyZel_activityManagerExecTimeIs(GilHeld gil, PyObject*, PyObject* args) {
     double seconds = 0;
-    if (!PyArg_ParseTuple(args, "d:activityManagerExecTimeIs", &seconds)) return nullptr;
-    try {
-        Zel::Expect expect(Zel::Exception::idExpectAll);
-        // The loop releases the activity lock for callbacks: it must be
-        // releasable here.
-        Zel::PyLockAnchor anchor(Zel::PyLockAnchor::requireReleasable);
-        Zel::Ptr<Zel::ActivityManagerConfig> config = Zel::ActivityFacility::activityManagerConfig();
-        config->execTimeIs(seconds);
-        config.reset();
-        anchor.gilHeldIs(true);
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
-    Py_RETURN_NONE;
+    if (!PyArg_ParseTuple(args, "d:activityManagerExecTimeIs", &seconds)) return PyResult::failed();
+    // The loop releases the activity lock for callbacks: it must be
+    // releasable here. Expected from before the anchor, which refuses
+    // otherwise.
+    return EntryPoint::run(gil, Zel::Expecting{}, [&](GilHeld held) {
+        return EntryPoint::run(held, Activity{Zel::PyLockAnchor::requireReleasable, {}}, [&](NativePhase& phase) {
+            Zel::Ptr<Zel::ActivityManagerConfig> config = Zel::ActivityFacility::activityManagerConfig();
+            config->execTimeIs(seconds);
+            config.reset();
+            return none(phase);
+        });
+    });
 }

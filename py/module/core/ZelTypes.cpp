@@ -6,6 +6,10 @@
 #include "module/core/Module.h"
 #include "Zel/Exception.h"
 
+using Zel::EntryPoint;
+using Zel::GilHeld;
+using Zel::PyResult;
+
 namespace {
 
 // Descriptor -> its wrapper; each entry owns one reference, so wrappers
@@ -14,7 +18,7 @@ std::map<Zel::ZelType const*, PyObject*> typeCache;
 std::map<Zel::ZelAttr const*, PyObject*> attrCache;
 
 template <class Wrapper, class Desc>
-PyObject* cachedWrapper(std::map<Desc const*, PyObject*>& cache, PyTypeObject* type, Desc const* desc,
+PyObject* cachedWrapper(GilHeld, std::map<Desc const*, PyObject*>& cache, PyTypeObject* type, Desc const* desc,
                         Desc const* Wrapper::*field) {
     if (!desc) Py_RETURN_NONE;
     auto it = cache.find(desc);
@@ -39,22 +43,22 @@ PyObject* cachedWrapper(std::map<Desc const*, PyObject*>& cache, PyTypeObject* t
 Zel::ZelType const* typeOf(PyObject* o) { return reinterpret_cast<PyZelType*>(o)->type; }
 Zel::ZelAttr const* attrOf(PyObject* o) { return reinterpret_cast<PyZelAttr*>(o)->attr; }
 
-PyObject* internedOrNone(char const* s) {
-    if (!s) Py_RETURN_NONE;
-    return PyString_InternFromString(s);
+PyResult internedOrNone(GilHeld gil, char const* s) {
+    if (!s) return PyResult::none(gil);
+    return PyResult::of(gil, PyString_InternFromString(s));
 }
 
 // A tuple of the names (or type names) of a null-ended argument list.
-PyObject* argTuple(Zel::ArgDesc const* args, unsigned count, bool typeNames) {
+PyResult argTuple(GilHeld gil, Zel::ArgDesc const* args, unsigned count, bool typeNames) {
     Zel::PyRef tuple(PyTuple_New(count));
-    if (!tuple) return nullptr;
+    if (!tuple) return PyResult::failed();
     for (unsigned i = 0; i < count; ++i) {
         char const* s = args && args[i].name ? (typeNames ? args[i].typeName : args[i].name) : "";
         PyObject* item = PyString_InternFromString(s);
-        if (!item) return nullptr;
+        if (!item) return PyResult::failed();
         PyTuple_SET_ITEM(tuple.get(), i, item);
     }
-    return tuple.release();
+    return PyResult::of(gil, tuple.release());
 }
 
 // The member type's attribute that keys the collection, if any.
@@ -65,84 +69,90 @@ Zel::ZelAttr const* internalIndexAttr(Zel::ZelAttr const* a) {
 
 // --- _Zel.ZelType -------------------------------------------------------------
 
-PyObject* PyZelType_repr(PyObject* self) { return PyString_FromFormat("type('%s')", typeOf(self)->name()); }
-
-PyObject* PyZelType_isDerived(PyObject* self, PyObject* args) {
-    Zel::ZelType const* other = nullptr;
-    if (!PyArg_ParseTuple(args, "O&:isDerived", Convert_To_ZelType, &other)) return nullptr;
-    return PyBool_FromLong(typeOf(self)->isDerived(other));
+PyResult typeRepr(GilHeld gil, PyObject* self) {
+    return PyResult::of(gil, PyString_FromFormat("type('%s')", typeOf(self)->name()));
 }
 
-PyObject* PyZelType_attr(PyObject* self, PyObject* args) {
+PyResult isDerived(GilHeld gil, PyObject* self, PyObject* args) {
+    Zel::ZelType const* other = nullptr;
+    if (!PyArg_ParseTuple(args, "O&:isDerived", Convert_To_ZelType, &other)) return PyResult::failed();
+    return PyResult::of(gil, PyBool_FromLong(typeOf(self)->isDerived(other)));
+}
+
+PyResult attr(GilHeld gil, PyObject* self, PyObject* args) {
     PyObject* key = nullptr;
-    if (!PyArg_ParseTuple(args, "O:attr", &key)) return nullptr;
+    if (!PyArg_ParseTuple(args, "O:attr", &key)) return PyResult::failed();
     Zel::ZelType const* t = typeOf(self);
     // Exact types only: a bool is not an attribute id, a unicode not a name.
-    if (PyString_CheckExact(key)) return PyZelAttr_FromZelAttr(t->attr(PyString_AS_STRING(key)));
+    if (PyString_CheckExact(key)) return Zel::attrObject(gil, t->attr(PyString_AS_STRING(key)));
     long id;
     if (PyInt_CheckExact(key)) {
         id = PyInt_AS_LONG(key);
     } else if (PyLong_CheckExact(key)) {
         id = PyLong_AsLong(key);
-        if (id == -1 && PyErr_Occurred()) return nullptr;
+        if (id == -1 && PyErr_Occurred()) return PyResult::failed();
     } else {
         PyErr_SetString(PyExc_TypeError, "Expected a str, int or long");
-        return nullptr;
+        return PyResult::failed();
     }
-    return PyZelAttr_FromZelAttr(t->attr(static_cast<Zel::AttributeId>(id)));
+    return Zel::attrObject(gil, t->attr(static_cast<Zel::AttributeId>(id)));
 }
 
-PyObject* PyZelType_fullTypeName(PyObject* self, void*) { return PyString_InternFromString(typeOf(self)->name()); }
-PyObject* PyZelType_size(PyObject* self, void*) { return PyLong_FromUnsignedLong(typeOf(self)->size()); }
-PyObject* PyZelType_baseType(PyObject* self, void*) { return PyZelType_FromZelType(typeOf(self)->baseType()); }
+PyResult fullTypeName(GilHeld gil, PyObject* self, void*) {
+    return PyResult::of(gil, PyString_InternFromString(typeOf(self)->name()));
+}
+PyResult size(GilHeld gil, PyObject* self, void*) {
+    return PyResult::of(gil, PyLong_FromUnsignedLong(typeOf(self)->size()));
+}
+PyResult baseType(GilHeld gil, PyObject* self, void*) { return Zel::typeObject(gil, typeOf(self)->baseType()); }
 
-PyObject* attrAtPosition(Zel::ZelType const* t, uint8_t pos) {
-    if (pos == Zel::ZelType::kNoPosition) Py_RETURN_NONE;
-    return PyZelAttr_FromZelAttr(&t->attrs()[pos]);
+PyResult attrAtPosition(GilHeld gil, Zel::ZelType const* t, uint8_t pos) {
+    if (pos == Zel::ZelType::kNoPosition) return PyResult::none(gil);
+    return Zel::attrObject(gil, &t->attrs()[pos]);
 }
-PyObject* PyZelType_valAttr(PyObject* self, void*) {
-    return attrAtPosition(typeOf(self), typeOf(self)->valAttrPosition());
+PyResult valAttr(GilHeld gil, PyObject* self, void*) {
+    return attrAtPosition(gil, typeOf(self), typeOf(self)->valAttrPosition());
 }
-PyObject* PyZelType_defaultCollection(PyObject* self, void*) {
-    return attrAtPosition(typeOf(self), typeOf(self)->defaultCollectionPosition());
+PyResult defaultCollection(GilHeld gil, PyObject* self, void*) {
+    return attrAtPosition(gil, typeOf(self), typeOf(self)->defaultCollectionPosition());
 }
 
 // The closure is the flag's bit.
-PyObject* PyZelType_flag(PyObject* self, void* bit) {
-    return PyBool_FromLong((typeOf(self)->flags() & reinterpret_cast<uintptr_t>(bit)) != 0);
+PyResult typeFlag(GilHeld gil, PyObject* self, void* bit) {
+    return PyResult::of(gil, PyBool_FromLong((typeOf(self)->flags() & reinterpret_cast<uintptr_t>(bit)) != 0));
 }
 
-PyObject* PyZelType_attributeQ(PyObject* self, void*) {
+PyResult attributeQ(GilHeld gil, PyObject* self, void*) {
     Zel::ZelType const* t = typeOf(self);
     Zel::PyRef tuple(PyTuple_New(t->attrCount()));
-    if (!tuple) return nullptr;
+    if (!tuple) return PyResult::failed();
     for (uint16_t i = 0; i < t->attrCount(); ++i) {
-        PyObject* w = PyZelAttr_FromZelAttr(&t->attrs()[i]);
-        if (!w) return nullptr;
-        PyTuple_SET_ITEM(tuple.get(), i, w);
+        PyResult w = Zel::attrObject(gil, &t->attrs()[i]);
+        if (!w) return w;
+        PyTuple_SET_ITEM(tuple.get(), i, w.raw());
     }
-    return tuple.release();
+    return PyResult::of(gil, tuple.release());
 }
 
-PyObject* PyZelType_constructorArgNameQ(PyObject* self, void*) {
-    return argTuple(typeOf(self)->constructorArgs(), typeOf(self)->constructorArgNames(), false);
+PyResult constructorArgNameQ(GilHeld gil, PyObject* self, void*) {
+    return argTuple(gil, typeOf(self)->constructorArgs(), typeOf(self)->constructorArgNames(), false);
 }
-PyObject* PyZelType_constructorArgTypeQ(PyObject* self, void*) {
-    return argTuple(typeOf(self)->constructorArgs(), typeOf(self)->constructorArgNames(), true);
+PyResult constructorArgTypeQ(GilHeld gil, PyObject* self, void*) {
+    return argTuple(gil, typeOf(self)->constructorArgs(), typeOf(self)->constructorArgNames(), true);
 }
 
 void* bit(uint32_t b) { return reinterpret_cast<void*>(static_cast<uintptr_t>(b)); }
 
 #define ZELPY_GETTER(name, fn, doc, closure) \
-    {const_cast<char*>(name), fn, nullptr, const_cast<char*>(doc), closure}
-#define ZELPY_TYPE_FLAG(name) ZELPY_GETTER(#name, PyZelType_flag, #name, bit(Zel::ZelType::name##_))
+    {const_cast<char*>(name), Zel::entry<fn>, nullptr, const_cast<char*>(doc), closure}
+#define ZELPY_TYPE_FLAG(name) ZELPY_GETTER(#name, typeFlag, #name, bit(Zel::ZelType::name##_))
 
 PyGetSetDef PyZelType_getset[] = {
-    ZELPY_GETTER("fullTypeName", PyZelType_fullTypeName, "full type name", nullptr),
-    ZELPY_GETTER("size", PyZelType_size, "size (in bytes)", nullptr),
-    ZELPY_GETTER("baseType", PyZelType_baseType, "base type", nullptr),
-    ZELPY_GETTER("valAttr", PyZelType_valAttr, "valAttr", nullptr),
-    ZELPY_GETTER("defaultCollection", PyZelType_defaultCollection, "default collection", nullptr),
+    ZELPY_GETTER("fullTypeName", fullTypeName, "full type name", nullptr),
+    ZELPY_GETTER("size", size, "size (in bytes)", nullptr),
+    ZELPY_GETTER("baseType", baseType, "base type", nullptr),
+    ZELPY_GETTER("valAttr", valAttr, "valAttr", nullptr),
+    ZELPY_GETTER("defaultCollection", defaultCollection, "default collection", nullptr),
     ZELPY_TYPE_FLAG(isValue),
     ZELPY_TYPE_FLAG(isEntity),
     ZELPY_TYPE_FLAG(isConstrainer),
@@ -152,68 +162,74 @@ PyGetSetDef PyZelType_getset[] = {
     ZELPY_TYPE_FLAG(hasOwnPtrInterface),
     ZELPY_TYPE_FLAG(hasAttrLogSupport),
     ZELPY_TYPE_FLAG(isStreamAdapter),
-    ZELPY_GETTER("attributeQ", PyZelType_attributeQ, "attribute queue", nullptr),
-    ZELPY_GETTER("constructorArgNameQ", PyZelType_constructorArgNameQ, "constructor arg name queue", nullptr),
-    ZELPY_GETTER("constructorArgTypeQ", PyZelType_constructorArgTypeQ, "constructor arg type queue", nullptr),
+    ZELPY_GETTER("attributeQ", attributeQ, "attribute queue", nullptr),
+    ZELPY_GETTER("constructorArgNameQ", constructorArgNameQ, "constructor arg name queue", nullptr),
+    ZELPY_GETTER("constructorArgTypeQ", constructorArgTypeQ, "constructor arg type queue", nullptr),
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 
 PyMethodDef PyZelType_methods[] = {
-    {"isDerived", PyZelType_isDerived, METH_VARARGS, "is type in my chain of base types?"},
-    {"attr", PyZelType_attr, METH_VARARGS, "retrieve an attribute by name or ID"},
+    {"isDerived", Zel::entry<isDerived>, METH_VARARGS, "is type in my chain of base types?"},
+    {"attr", Zel::entry<attr>, METH_VARARGS, "retrieve an attribute by name or ID"},
     {nullptr, nullptr, 0, nullptr},
 };
 
 // --- _Zel.ZelAttr -------------------------------------------------------------
 
-PyObject* PyZelAttr_repr(PyObject* self) {
+PyResult attrRepr(GilHeld gil, PyObject* self) {
     Zel::ZelAttr const* a = attrOf(self);
-    return PyString_FromFormat("type('%s').attr('%s')", a->scope()->name(), a->name());
+    return PyResult::of(gil, PyString_FromFormat("type('%s').attr('%s')", a->scope()->name(), a->name()));
 }
 
-PyObject* PyZelAttr_name(PyObject* self, void*) { return PyString_InternFromString(attrOf(self)->name()); }
-PyObject* PyZelAttr_attributeId(PyObject* self, void*) { return PyInt_FromLong(attrOf(self)->attributeId()); }
-PyObject* PyZelAttr_scope(PyObject* self, void*) { return PyZelType_FromZelType(attrOf(self)->scope()); }
-PyObject* PyZelAttr_memberType(PyObject* self, void*) { return PyZelType_FromZelType(attrOf(self)->memberType()); }
-PyObject* PyZelAttr_indexType(PyObject* self, void*) { return PyZelType_FromZelType(attrOf(self)->indexType()); }
-PyObject* PyZelAttr_indexAttr(PyObject* self, void*) { return PyZelAttr_FromZelAttr(internalIndexAttr(attrOf(self))); }
+PyResult name(GilHeld gil, PyObject* self, void*) {
+    return PyResult::of(gil, PyString_InternFromString(attrOf(self)->name()));
+}
+PyResult attributeId(GilHeld gil, PyObject* self, void*) {
+    return PyResult::of(gil, PyInt_FromLong(attrOf(self)->attributeId()));
+}
+PyResult scope(GilHeld gil, PyObject* self, void*) { return Zel::typeObject(gil, attrOf(self)->scope()); }
+PyResult memberType(GilHeld gil, PyObject* self, void*) { return Zel::typeObject(gil, attrOf(self)->memberType()); }
+PyResult indexType(GilHeld gil, PyObject* self, void*) { return Zel::typeObject(gil, attrOf(self)->indexType()); }
+PyResult indexAttr(GilHeld gil, PyObject* self, void*) {
+    return Zel::attrObject(gil, internalIndexAttr(attrOf(self)));
+}
 
-PyObject* PyZelAttr_instantiatingIndexPosition(PyObject* self, void*) {
+PyResult instantiatingIndexPosition(GilHeld gil, PyObject* self, void*) {
     int8_t const pos = attrOf(self)->instantiatingIndexPosition();
-    if (pos == -1) Py_RETURN_NONE;
-    return PyInt_FromLong(pos);
+    if (pos == -1) return PyResult::none(gil);
+    return PyResult::of(gil, PyInt_FromLong(pos));
 }
 
-PyObject* PyZelAttr_flag(PyObject* self, void* bit) {
-    return PyBool_FromLong((attrOf(self)->flags() & reinterpret_cast<uintptr_t>(bit)) != 0);
+PyResult attrFlag(GilHeld gil, PyObject* self, void* bit) {
+    return PyResult::of(gil, PyBool_FromLong((attrOf(self)->flags() & reinterpret_cast<uintptr_t>(bit)) != 0));
 }
 
-PyObject* PyZelAttr_hasInternalIndex(PyObject* self, void*) {
-    return PyBool_FromLong(internalIndexAttr(attrOf(self)) != nullptr);
+PyResult hasInternalIndex(GilHeld gil, PyObject* self, void*) {
+    return PyResult::of(gil, PyBool_FromLong(internalIndexAttr(attrOf(self)) != nullptr));
 }
 
-PyObject* PyZelAttr_internalIndexName(PyObject* self, void*) {
+PyResult internalIndexName(GilHeld gil, PyObject* self, void*) {
     Zel::ZelAttr const* index = internalIndexAttr(attrOf(self));
-    return internedOrNone(index ? index->name() : nullptr);
+    return internedOrNone(gil, index ? index->name() : nullptr);
 }
 
-PyObject* PyZelAttr_instantiatingArgNameQ(PyObject* self, void*) {
-    return argTuple(attrOf(self)->instantiatingArgs(), attrOf(self)->instantiatingArgNames(), false);
+PyResult instantiatingArgNameQ(GilHeld gil, PyObject* self, void*) {
+    return argTuple(gil, attrOf(self)->instantiatingArgs(), attrOf(self)->instantiatingArgNames(), false);
 }
-PyObject* PyZelAttr_instantiatingArgTypeQ(PyObject* self, void*) {
-    return argTuple(attrOf(self)->instantiatingArgs(), attrOf(self)->instantiatingArgNames(), true);
+PyResult instantiatingArgTypeQ(GilHeld gil, PyObject* self, void*) {
+    return argTuple(gil, attrOf(self)->instantiatingArgs(), attrOf(self)->instantiatingArgNames(), true);
 }
 
-#define ZELPY_ATTR_FLAG(name) ZELPY_GETTER(#name, PyZelAttr_flag, #name, bit(Zel::ZelAttr::name##_))
+#define ZELPY_ATTR_FLAG(name) ZELPY_GETTER(#name, attrFlag, #name, bit(Zel::ZelAttr::name##_))
 
 PyGetSetDef PyZelAttr_getset[] = {
-    ZELPY_GETTER("name", PyZelAttr_name, "attribute name", nullptr),
-    ZELPY_GETTER("attributeId", PyZelAttr_attributeId, "attribute ID", nullptr),
-    ZELPY_GETTER("scope", PyZelAttr_scope, "scope", nullptr),
-    ZELPY_GETTER("memberType", PyZelAttr_memberType, "member type", nullptr),
-    ZELPY_GETTER("indexType", PyZelAttr_indexType, "index type", nullptr),
-    ZELPY_GETTER("indexAttr", PyZelAttr_indexAttr, "indexAttr", nullptr),
-    ZELPY_GETTER("instantiatingIndexPosition", PyZelAttr_instantiatingIndexPosition,
+    ZELPY_GETTER("name", name, "attribute name", nullptr),
+    ZELPY_GETTER("attributeId", attributeId, "attribute ID", nullptr),
+    ZELPY_GETTER("scope", scope, "scope", nullptr),
+    ZELPY_GETTER("memberType", memberType, "member type", nullptr),
+    ZELPY_GETTER("indexType", indexType, "index type", nullptr),
+    ZELPY_GETTER("indexAttr", indexAttr, "indexAttr", nullptr),
+    ZELPY_GETTER("instantiatingIndexPosition", instantiatingIndexPosition,
                  "instantiatingIndexPosition", nullptr),
     ZELPY_ATTR_FLAG(isCollection),
     ZELPY_ATTR_FLAG(isQueueCollection),
@@ -235,10 +251,10 @@ PyGetSetDef PyZelAttr_getset[] = {
     ZELPY_ATTR_FLAG(hasDataMember),
     ZELPY_ATTR_FLAG(hasAutomanagedKey),
     ZELPY_ATTR_FLAG(rawPtrInterface),
-    ZELPY_GETTER("hasInternalIndex", PyZelAttr_hasInternalIndex, "hasInternalIndex", nullptr),
-    ZELPY_GETTER("internalIndexName", PyZelAttr_internalIndexName, "internalIndexName", nullptr),
-    ZELPY_GETTER("instantiatingArgNameQ", PyZelAttr_instantiatingArgNameQ, "instantiating arg name queue", nullptr),
-    ZELPY_GETTER("instantiatingArgTypeQ", PyZelAttr_instantiatingArgTypeQ, "instantiating arg type queue", nullptr),
+    ZELPY_GETTER("hasInternalIndex", hasInternalIndex, "hasInternalIndex", nullptr),
+    ZELPY_GETTER("internalIndexName", internalIndexName, "internalIndexName", nullptr),
+    ZELPY_GETTER("instantiatingArgNameQ", instantiatingArgNameQ, "instantiating arg name queue", nullptr),
+    ZELPY_GETTER("instantiatingArgTypeQ", instantiatingArgTypeQ, "instantiating arg type queue", nullptr),
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 
@@ -246,12 +262,12 @@ PyMethodDef PyZelAttr_methods[] = {
     {nullptr, nullptr, 0, nullptr},
 };
 
-PyTypeObject makeType(char const* name, Py_ssize_t size, char const* doc, reprfunc repr, PyMethodDef* methods,
+PyTypeObject makeType(char const* typeName, Py_ssize_t basicSize, char const* doc, reprfunc repr, PyMethodDef* methods,
                       PyGetSetDef* getset) {
     PyTypeObject t{};
     Py_REFCNT(&t) = 1;
-    t.tp_name = name;
-    t.tp_basicsize = size;
+    t.tp_name = typeName;
+    t.tp_basicsize = basicSize;
     t.tp_repr = repr;
     t.tp_flags = Py_TPFLAGS_DEFAULT;
     t.tp_doc = doc;
@@ -262,17 +278,25 @@ PyTypeObject makeType(char const* name, Py_ssize_t size, char const* doc, reprfu
 
 } // namespace
 
-PyTypeObject PyZelType_Type = makeType("_Zel.ZelType", sizeof(PyZelType), "Wraps a Zel::ZelType", PyZelType_repr,
+PyTypeObject PyZelType_Type = makeType("_Zel.ZelType", sizeof(PyZelType), "Wraps a Zel::ZelType", Zel::entry<typeRepr>,
                                        PyZelType_methods, PyZelType_getset);
-PyTypeObject PyZelAttr_Type = makeType("_Zel.ZelAttr", sizeof(PyZelAttr), "Wraps a Zel::ZelAttr", PyZelAttr_repr,
+PyTypeObject PyZelAttr_Type = makeType("_Zel.ZelAttr", sizeof(PyZelAttr), "Wraps a Zel::ZelAttr", Zel::entry<attrRepr>,
                                        PyZelAttr_methods, PyZelAttr_getset);
 
+PyResult Zel::typeObject(GilHeld gil, ZelType const* type) {
+    return PyResult::of(gil, cachedWrapper(gil, typeCache, &PyZelType_Type, type, &PyZelType::type));
+}
+
+PyResult Zel::attrObject(GilHeld gil, ZelAttr const* attr) {
+    return PyResult::of(gil, cachedWrapper(gil, attrCache, &PyZelAttr_Type, attr, &PyZelAttr::attr));
+}
+
 PyObject* PyZelType_FromZelType(Zel::ZelType const* type) {
-    return cachedWrapper(typeCache, &PyZelType_Type, type, &PyZelType::type);
+    return Zel::typeObject(Zel::NativeCallerGil::held(), type).raw();
 }
 
 PyObject* PyZelAttr_FromZelAttr(Zel::ZelAttr const* attr) {
-    return cachedWrapper(attrCache, &PyZelAttr_Type, attr, &PyZelAttr::attr);
+    return Zel::attrObject(Zel::NativeCallerGil::held(), attr).raw();
 }
 
 int Convert_To_ZelType(PyObject* obj, Zel::ZelType const** out) {
@@ -295,28 +319,16 @@ int Convert_To_ZelAttr(PyObject* obj, Zel::ZelAttr const** out) {
 
 bool compareZelAttrsById(Zel::ZelAttr const* a, Zel::ZelAttr const* b) { return a->attributeId() < b->attributeId(); }
 
-PyObject* PyZel_typeNode(PyObject*, PyObject* args) {
-    try {
-        Zel::PyLockAnchor anchor(0);
+PyResult PyZel_typeNode(GilHeld gil, PyObject*, PyObject* args) {
+    return EntryPoint::run(gil, Zel::Activity{}, [&](Zel::NativePhase& phase) {
         char const* name = nullptr;
-        {
-            // Parsing may raise, which needs the interpreter lock; taking it
-            // while holding the activity lock is the permitted order.
-            anchor.gilHeldIs(true);
-            int const parsed = PyArg_ParseTuple(args, "s:typeNode", &name);
-            anchor.gilHeldIs(false);
-            if (!parsed) return nullptr;
+        // Parsing may raise, which needs the interpreter lock; taking it
+        // while holding the activity lock is the permitted order.
+        if (!phase.withGil([&](GilHeld) { return PyArg_ParseTuple(args, "s:typeNode", &name) != 0; })) {
+            return PyResult::failed();
         }
-        Zel::ZelType const* t;
-        {
-            Zel::Expect expect(Zel::Exception::idExpectAll);
-            t = Zel::typeNode(Zel::String8(name));
-        }
+        Zel::ZelType const* t = Zel::typeNode(Zel::String8(name));
         ZELPY_CHECK(t);
-        anchor.gilHeldIs(true);
-        return PyZelType_FromZelType(t);
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-        return nullptr;
-    }
+        return phase.finish([&](GilHeld held) { return Zel::typeObject(held, t); });
+    });
 }

@@ -8,6 +8,7 @@
 
 #include <Python.h>
 
+#include "module/core/EntryPoint.h"
 #include "Zel/Exception.h"
 #include "Zel/Lock.h"
 
@@ -29,7 +30,8 @@ ZEL_API unsigned interpreterLife();
 // activity lock and may release it, takes the interpreter lock, runs
 // `withBoth` (if given) while it holds both, then releases the activity
 // lock; at the end gives the interpreter lock back before it waits for the
-// activity lock. That is one transition of each lock each way, with no
+// activity lock. `withBoth` gets the proof that the interpreter lock is
+// held (GilHeld). That is one transition of each lock each way, with no
 // PyGILState bookkeeping (its thread-local lookups take a mutex each in
 // this interpreter). A thread that came in holding the interpreter lock
 // (an anchor that re-took it) keeps it for the call and lets go of it only
@@ -44,7 +46,7 @@ ZEL_API unsigned interpreterLife();
 // holder may do, as the counts are not atomic.
 class CallbackLocks {
 public:
-    CallbackLocks() : CallbackLocks([] {}) {}
+    CallbackLocks() : CallbackLocks([](GilHeld) {}) {}
     template <class WithBoth>
     explicit CallbackLocks(WithBoth&& withBoth) : lock_(checkActivityLock()), ts_(callbackThreadState()) {
         // Only this thread can make its own state current, so the relaxed
@@ -52,7 +54,7 @@ public:
         gilHeldBefore_ = __atomic_load_n(&_PyThreadState_Current, __ATOMIC_RELAXED) == ts_;
         if (!gilHeldBefore_) PyEval_RestoreThread(ts_);
         try {
-            withBoth();
+            withBoth(GilHeld());
             lock_->unlock();
         } catch (...) {
             // The caller still holds the activity lock, as it came in, and

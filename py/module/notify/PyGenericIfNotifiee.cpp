@@ -65,9 +65,9 @@ void PyGenericIfNotifiee::onAttribute(ZelAttr const* attr, Ptr<GenericIf const> 
     Ptr<PyObjHandle> handler = this->handler();   // outlives the re-lock
     PyObject* name = nullptr;
     PyObject* converted = nullptr;
-    CallbackLocks locks([&] {
+    CallbackLocks locks([&](GilHeld gil) {
         name = this->name(attr);
-        if (name) converted = GenericIfToPyObject(value);
+        if (name) converted = toPython(gil, value).raw();
     });
     PyRef pyValue(converted);
     if (!pyValue) throwNoArguments();
@@ -82,16 +82,17 @@ void PyGenericIfNotifiee::onAttribute(ZelAttr const* attr, Ptr<GenericIf const> 
 
 } // namespace Zel
 
-PyObject* FwkPyGenericIf_newNotifiee(PyObject* self, PyObject* args) {
+Zel::PyResult FwkPyGenericIf_newNotifiee(Zel::GilHeld gil, PyObject* self, PyObject* args) {
     Zel::PtrInterface* handlerObj = nullptr;
     Zel::PtrInterface* activityObj = nullptr;
     if (!PyArg_ParseTuple(args, "O&O&:newNotifiee", Convert_To_PtrInterface_Or_Null, &handlerObj,
                           Convert_To_PtrInterface_Or_Null, &activityObj)) {
-        return nullptr;
+        return Zel::PyResult::failed();
     }
-    try {
-        Zel::PyLockAnchor anchor(0);
-        Zel::Expect expect(Zel::Exception::idExpectAll);
+    auto rename = [](Zel::Exception& e) {
+        e.messageIs(Zel::String8(e.name()) + ": " + "error in newNotifiee : " + exceptionString(e));
+    };
+    return Zel::EntryPoint::run(gil, Zel::Renamed{rename}, [&](Zel::NativePhase& phase) {
         Zel::Ptr<Zel::PyObjHandle> handler(dynamic_cast<Zel::PyObjHandle*>(handlerObj));
         Zel::Ptr<Zel::GenericIf const> observed(Zel::gifOf(self));
         Zel::Ptr<Zel::ActivityConfig> activity;
@@ -99,17 +100,13 @@ PyObject* FwkPyGenericIf_newNotifiee(PyObject* self, PyObject* args) {
             activity = dynamic_cast<Zel::ActivityConfig*>(activityObj);
             if (!activity) throw Zel::TypeException("Expected a Zel::ActivityConfig");
         }
-        anchor.gilHeldIs(true);
-        Zel::Ptr<Zel::PyGenericIfNotifiee> notifiee = Zel::zelNew<Zel::PyGenericIfNotifiee>(observed, handler);
-        if (activity) notifiee->Zel::GenericIf::NotifieeConst::zelFwkActivityIs(activity);
-        Zel::Ptr<Zel::GenericIf const> gif(
-            notifiee->fwkType()->genericIf(static_cast<Zel::PtrInterface*>(notifiee.ptr()), false));
-        return GenericIfToPyObject(gif);
-    } catch (Zel::Exception& e) {
-        e.messageIs(Zel::String8(e.name()) + ": " + "error in newNotifiee : " + exceptionString(e));
-        Zel::translateCppExceptionToPython();
-    } catch (...) {
-        Zel::translateCppExceptionToPython();
-    }
-    return nullptr;
+        // Made with both locks held: a notifiee owns Python references.
+        return phase.finish([&](Zel::GilHeld held) {
+            Zel::Ptr<Zel::PyGenericIfNotifiee> notifiee = Zel::zelNew<Zel::PyGenericIfNotifiee>(observed, handler);
+            if (activity) notifiee->Zel::GenericIf::NotifieeConst::zelFwkActivityIs(activity);
+            Zel::Ptr<Zel::GenericIf const> gif(
+                notifiee->fwkType()->genericIf(static_cast<Zel::PtrInterface*>(notifiee.ptr()), false));
+            return Zel::toPython(held, gif);
+        });
+    });
 }

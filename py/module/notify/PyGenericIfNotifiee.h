@@ -5,6 +5,7 @@
 
 #include <Python.h>
 
+#include "module/core/EntryPoint.h"
 #include "module/notify/PyGenericIfNotifieeBase.h"
 
 namespace Zel {
@@ -30,5 +31,5 @@ private:
 
 } // namespace Zel
 
-// GifPtr method newNotifiee(handler, activity).
-PyObject* FwkPyGenericIf_newNotifiee(PyObject* self, PyObject* args);
+// GifPtr method newNotifiee(handler, activity): the body of its entry point.
+Zel::PyResult FwkPyGenericIf_newNotifiee(Zel::GilHeld gil, PyObject* self, PyObject* args);
