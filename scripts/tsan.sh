@@ -62,7 +62,7 @@ pylog=$build/tsan-python.log
 # The launcher knows the interpreter and its library path; ask it.
 { read -r python; read -r pylibs; } < <("$build/zelpython" -c \
   'import os, sys; print sys.executable; print os.environ["LD_LIBRARY_PATH"]')
-echo "== python: ${ZEL_TSAN_PY_TESTS:=test_notify_stress test_module_locks test_soak}"
+echo "== python: ${ZEL_TSAN_PY_TESTS:=test_module_locks test_soak}"
 # shellcheck disable=SC2086  # one module per word
 (cd "$root/tests/python" &&
   LD_LIBRARY_PATH="$pylibs" \

@@ -1,6 +1,6 @@
 """Child processes of the tests, each under a time limit: a child that
-hangs (one was once seen hanging under a sanitizer) is killed and the test
-fails naming it, instead of the whole suite waiting for its own timeout.
+hangs (one was once seen to under a sanitizer) is killed and the test
+fails naming it, instead of the suite waiting for its own timeout.
 Python 2.7's subprocess has no timeout, hence a timer that kills."""
 import contextlib
 import os

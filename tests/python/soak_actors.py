@@ -4,6 +4,7 @@ notifiees, timers, proxies and iterators (docs/soak.md)."""
 import collections
 import ctypes
 import os
+import select
 import shutil
 import socket
 import sys
@@ -18,7 +19,7 @@ import ZelDemo  # noqa: F401
 import _Zel
 import children
 from ZelWire import KIND_EVAL, KIND_EXEC, greet, request
-from soak_checks import CLIENT_VLAN, STATIC_VLANS, WRITER_VLAN, ZELC_VLAN, Once, Ordered, Tally, idle, owner, problems
+from soak_checks import CLIENT_VLAN, STATIC_VLANS, WRITER_VLAN, ZELC_VLAN, Seen, idle, owner, problems
 from zelsupport import run_until_quiet
 
 HANG = 60.0                    # a thread, reply or zelc run taking this long has hung
@@ -70,22 +71,20 @@ class Soak(object):
         for k in range(STATIC_VLANS):
             self.sw.vlan[k] = 'v%d' % k
         self.objs = [Zel.new('Demo::AllTypes', 'soak%d' % i) for i in range(max(WRITERS, CLIENTS, CLOCKS))]
-        # Immediate and deferred notifiees on every object and on the switch.
-        self.now = [dict(i32=Ordered(), i64=Ordered(), u64=Ordered()) for _ in self.objs]
-        self.later = [dict(i32=Once(), i64=Once(), u64=Once()) for _ in self.objs]
-        self.swNow, self.swLater, self.swIntf = Tally(), Tally(), Tally()
-        self.keep = []
-        for o, now, later in zip(self.objs, self.now, self.later):
-            for where, trackers, act in (('now', now, None), ('later', later, self.act)):
-                self.keep.append(o.ptr_.newNotifiee(_Zel.handle(self.guard(where, self.perAttr(trackers))), act))
-        for where, tally, act in (('switch now', self.swNow, None), ('switch later', self.swLater, self.act)):
-            self.keep.append(self.sw.ptr_.newNotifiee(
-                _Zel.handle(self.guard(where, lambda n, k, t=tally: t.add(owner(n, k)))), act))
-        # Through the package: a filtered, deferred notifiee.
-        self.filtered = Zel.notifiee(self.sw, self.guard('intf only', lambda n, k: self.swIntf.add(owner(n, k))),
+        # Immediate and deferred notifiees on every object and on the switch,
+        # and through the package a filtered, deferred one.
+        self.now = [dict((a, Seen(ordered=True)) for a in ('i32', 'i64', 'u64')) for _ in self.objs]
+        self.later = [dict((a, Seen()) for a in ('i32', 'i64', 'u64')) for _ in self.objs]
+        self.swNow, self.swLater, self.swIntf = Seen(), Seen(), Seen()
+        self.keep = [o.ptr_.newNotifiee(_Zel.handle(self.guard(how, lambda n, v, s=seen: s[n].see(v))), act)
+                     for o, now, later in zip(self.objs, self.now, self.later)
+                     for how, seen, act in (('now', now, None), ('later', later, self.act))]
+        self.keep += [self.sw.ptr_.newNotifiee(_Zel.handle(self.guard(how, lambda n, k, s=seen: s.see(owner(n, k)))),
+                                               act)
+                      for how, seen, act in (('switch now', self.swNow, None), ('switch later', self.swLater, self.act))]
+        self.filtered = Zel.notifiee(self.sw, self.guard('intf only', lambda n, k: self.swIntf.see(owner(n, k))),
                                      attrs=['intf'], activity=self.act)
-        self.expected = collections.Counter()   # switch changes by owner
-        self.expectLock = threading.Lock()
+        self.expected = Seen()   # switch changes by owner
         self.writes = [0] * WRITERS
         self.sets = [0] * CLIENTS
         self.requests = [0] * CLIENTS
@@ -106,18 +105,6 @@ class Soak(object):
                 self.errors.append('%s%r: %s' % (where, args, traceback.format_exc()))
                 self.stop.set()
         return guarded
-
-    @staticmethod
-    def perAttr(trackers):
-        def seen(name, v):
-            if name not in trackers:
-                raise AssertionError('unexpected change of %s to %r' % (name, v))
-            trackers[name].see(v)
-        return seen
-
-    def expect(self, key, n=1):
-        with self.expectLock:
-            self.expected[key] += n
 
     def thread(self, name, fn, *args):
         def run():
@@ -144,16 +131,16 @@ class Soak(object):
             self.writes[w] = i
             if i % 7 == 0:
                 sw.vlan[WRITER_VLAN + w] = 'w%d-%d' % (w, i)
-                self.expect(('vlan', WRITER_VLAN + w))
+                self.expected.see(('vlan', WRITER_VLAN + w))
             if i % 50 == 0:
                 del sw.vlan[WRITER_VLAN + w]
-                self.expect(('vlan', WRITER_VLAN + w))
+                self.expected.see(('vlan', WRITER_VLAN + w))
             if i % 11 == 0:
                 mine.append(sw.intf.newMember('w%d-%d' % (w, i)).name)
-                self.expect(('intf', 'w%d' % w))
+                self.expected.see(('intf', 'w%d' % w))
                 if len(mine) > 4:
                     del sw.intf[mine.popleft()]
-                    self.expect(('intf', 'w%d' % w))
+                    self.expected.see(('intf', 'w%d' % w))
             if i % 10 == 0:
                 # Flat out, the writers would have the loop do little but
                 # deliver their changes; pausing lets every actor have turns.
@@ -165,7 +152,7 @@ class Soak(object):
                 assert not mine or sw.intf[mine[-1]].mtu == 1500
         for name in mine:
             del sw.intf[name]
-            self.expect(('intf', 'w%d' % w))
+            self.expected.see(('intf', 'w%d' % w))
 
     def client(self, c):
         """Commands over the wire (odd clients by TCP), a new connection every
@@ -191,19 +178,14 @@ class Soak(object):
                         self.sets[c] += 1
                         here += 1
                     elif r % 6 == 2:
-                        self.expect(('vlan', CLIENT_VLAN + c))
+                        self.expected.see(('vlan', CLIENT_VLAN + c))
                     kind, cmd, want = client_step(c, r, self.requests[c], self.sets[c], here)
                     got = request(s, kind, cmd)
                     if want[0] == 'EX':   # the end of the traceback
                         got = got[0], got[1][-len(want[1]):]
                     assert got == want, (c, self.requests[c], got, want)
                 # Exactly one reply per request: nothing more is on its way.
-                s.setblocking(False)
-                try:
-                    extra = s.recv(1)
-                except socket.error:
-                    extra = None
-                assert extra is None, 'a reply nobody asked for: %r' % extra
+                assert not select.select([s], [], [], 0)[0], 'a reply nobody asked for'
             finally:
                 s.close()
 
@@ -217,7 +199,7 @@ class Soak(object):
                 n = self.zelcLines = self.zelcLines + 1
                 lines += ['sw.vlan[%d] = "z%d"' % (ZELC_VLAN, n), 'sw.vlan[%d]' % ZELC_VLAN, 'sw.add(%d, 1000)' % n]
                 want += ["'z%d'" % n, str(n + 1000)]
-            self.expect(('vlan', ZELC_VLAN), 25)
+            self.expected.see(('vlan', ZELC_VLAN), 25)
             got = children.run('zelc -i ' + how[0], [ZELC, '-i'] + how, input='\n'.join(lines) + '\n',
                                seconds=HANG, close_fds=True)
             assert got == (0, '\n'.join(want) + '\n', ''), got
@@ -226,35 +208,33 @@ class Soak(object):
     def startClock(self, k, activity):
         """A clock notifiee whose handler re-arms it: k 0 and 1 through _Zel
         (deferred, immediate), k 2 a package timer that keeps itself."""
-        state = {'calls': 0, 'arms': 0, 'armed': None}
-        obj, box = self.objs[k], []
+        clock = dict(fired=0, arms=0, armed=None, box=[])
+        obj, box = self.objs[k], clock['box']
 
         def arm():
-            state['armed'] = Zel.now() + REARM
-            state['arms'] += 1
+            clock['armed'] = Zel.now() + REARM
+            clock['arms'] += 1
             if k == 2:
-                box[0].at(state['armed'])
+                box[0].at(clock['armed'])
             else:
-                box[0].attributeSingletonIs(WAKE, state['armed'])
+                box[0].attributeSingletonIs(WAKE, clock['armed'])
 
         def fired():
-            state['calls'] += 1
             if box:   # not the call a raw clock notifiee makes when it is made
-                armed, state['armed'] = state['armed'], None
+                armed, clock['armed'] = clock['armed'], None
                 assert armed is not None, 'fired without a wake time'
                 assert Zel.now() >= armed, 'fired %g s early' % (armed - Zel.now())
-                obj.u64 = state['calls'] - (k != 2)
+                clock['fired'] += 1
+                obj.u64 = clock['fired']
                 if not self.stop.is_set():
                     arm()
         handler = self.guard('clock %d' % k, fired)
-        if k == 2:
-            state['armed'] = Zel.now() + REARM
-            state['arms'] += 1
-            box.append(Zel.timer(handler, at=state['armed'], activity=activity))
+        if k == 2:   # stored before it is armed, as below
+            box.append(Zel.timer(handler, at=Zel.now() + HANG, activity=activity))
         else:
             box.append(_Zel.newGenericIf(CN, (activity, self.clock, _Zel.handle(handler))))
-            arm()
-        self.clocks.append((state, box))
+        arm()
+        self.clocks.append(clock)
 
     def loop(self):
         while not self.loopStop.is_set():
@@ -306,7 +286,7 @@ class Soak(object):
                 next(it, None)
             del it, intf
             del self.sw.intf[name]
-            self.expect(('intf', 'c'), 2)
+            self.expected.see(('intf', 'c'), 2)
             assert self.sw.vlan.get(k % STATIC_VLANS) == 'v%d' % (k % STATIC_VLANS)
             assert self.sw.describe().startswith('switch soak: ')
             assert self.sw.intf.get(name) is None
@@ -314,11 +294,10 @@ class Soak(object):
 
     def selfArmingTimer(self, activity, wait):
         """A timer as it is usually written: its handler keeps it, to re-arm
-        it; dropped by its maker, at times after it fired and re-armed.
-        Dropped, it lives on in that cycle until the collector runs, so it
-        re-arms only until the actors stop: dozens re-arming for ever kept
-        the loop from going quiet under valgrind on a loaded machine. The
-        firing that finds the actors stopped must be the last."""
+        it; dropped by its maker, at times after it fired. It lives on in
+        that cycle until the collector runs, so it re-arms only until the
+        actors stop (dozens re-arming for ever kept the loop from going
+        quiet under valgrind); the firing that finds them stopped is the last."""
         box, done = [], []
 
         def fired():
@@ -379,9 +358,9 @@ class Soak(object):
         return [t for t in threads if t.is_alive()]
 
     def close(self):
-        for state, box in self.clocks:
-            if box and not isinstance(box[0], Zel.Timer):
-                del box[:]   # a _Zel clock handler's reference to its own notifiee
+        for clock in self.clocks:
+            if clock['box'] and not isinstance(clock['box'][0], Zel.Timer):
+                del clock['box'][:]   # a _Zel clock handler's reference to its own notifiee
         self.__dict__.clear()
 
 
@@ -394,6 +373,6 @@ def runChecked(test, seconds):
         test.assertEqual(bad, [], '\n'.join(bad))
         sys.stderr.write('soak %.0f s: writes %r, client sets %r, requests %r, zelc runs %d, churns %d, clock firings '
                          '%r\n' % (seconds, soak.writes, soak.sets, soak.requests, soak.zelcRuns, soak.churns,
-                                   [state['calls'] for state, box in soak.clocks]))
+                                   [clock['fired'] for clock in soak.clocks]))
     finally:
         soak.close()

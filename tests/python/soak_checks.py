@@ -1,6 +1,6 @@
-"""The soak's checks: trackers of what each notifiee saw, the comparison of
-every count with what the actors did, what a run may leave behind, and the
-watchdog that names the threads of a hung process."""
+"""The soak's checks: the tracker of what each notifiee saw, the comparison
+of every count with what the actors did, what a run may leave behind, and
+the watchdog that names the threads of a hung process."""
 import collections
 import threading
 import types
@@ -11,54 +11,22 @@ STATIC_VLANS = 20              # vlan keys 0..19 are set up once and never chang
 CLIENT_VLAN, WRITER_VLAN, ZELC_VLAN = 1000, 2000, 3000
 
 
-class Ordered(object):
-    """One attribute of one object whose single writer sets 1, 2, 3, ...: a
-    notifiee called at once sees each value once, in order."""
+class Seen(object):
+    """Counts by key, from any thread: a deferred notifiee may be called by
+    the loop and by a writer at once (when the loop is dispatching it).
+    `ordered`: the values 1, 2, 3, ... of a single writer, which a notifiee
+    called at once sees in that order."""
 
-    def __init__(self):
-        self.last = 0
-
-    def see(self, v):
-        if v != self.last + 1:
-            raise AssertionError('%r after %r' % (v, self.last))
-        self.last = v
-
-    def check(self, n):
-        return None if self.last == n else 'saw up to %d of %d' % (self.last, n)
-
-
-class Once(object):
-    """The same values through a deferred notifiee: any order, each once.
-    Two threads may deliver at the same time (the loop, and the writer
-    when the loop is dispatching that notifiee), hence the lock."""
-
-    def __init__(self):
-        self.seen = set()
-        self.lock = threading.Lock()
-
-    def see(self, v):
-        with self.lock:
-            if v <= 0 or v in self.seen:
-                raise AssertionError('%r delivered twice or out of range' % v)
-            self.seen.add(v)
-
-    def check(self, n):
-        missing = sorted(set(range(1, n + 1)) - self.seen)
-        if len(self.seen) == n and not missing:
-            return None
-        return 'saw %d of %d, first missing %r' % (len(self.seen), n, missing[:1])
-
-
-class Tally(object):
-    """Counts by key, from any thread."""
-
-    def __init__(self):
+    def __init__(self, ordered=False):
+        self.ordered = ordered
         self.counts = collections.Counter()
         self.lock = threading.Lock()
 
-    def add(self, key):
+    def see(self, key, n=1):
         with self.lock:
-            self.counts[key] += 1
+            if self.ordered and key != len(self.counts) + 1:
+                raise AssertionError('%r after %d values' % (key, len(self.counts)))
+            self.counts[key] += n
 
 
 def owner(name, key):
@@ -74,40 +42,36 @@ def idle(soak):
     """The actors that have not yet done one whole step of their work."""
     out = ['writer %d' % w for w, n in enumerate(soak.writes) if not n]
     out += ['client %d' % c for c, n in enumerate(soak.sets) if not n]
-    out += ['clock %d' % k for k, (state, box) in enumerate(soak.clocks) if state['calls'] < 3]
+    out += ['clock %d' % k for k, clock in enumerate(soak.clocks) if clock['fired'] < 3]
     return out + [n for n, done in (('zelc', soak.zelcRuns), ('churn', soak.churns)) if not done]
 
 
 def diff(got, want):
-    keys = sorted(set(got) | set(want))
-    return '; '.join('%s %r: %d, not %d' % (k[0], k[1], got.get(k, 0), want.get(k, 0))
-                     for k in keys if got.get(k, 0) != want.get(k, 0))
+    """The first keys seen other than as often as wanted."""
+    bad = sorted(k for k in set(got) | set(want) if got.get(k, 0) != want.get(k, 0))
+    return '; '.join('%r: %d, not %d' % (k, got.get(k, 0), want.get(k, 0)) for k in bad[:5])
 
 
 def problems(soak):
-    """What went wrong in a run, as a list of lines (empty when all is well)."""
+    """What went wrong in a run, as a list of lines (empty when all is well):
+    every value seen once by each notifiee, every change of the switch
+    counted as often as its owner made one, every wake-up fired once."""
     if soak.errors:
         return soak.errors
-    wanted = []   # (what, tracker key, object index, count)
-    wanted += [('i32 of writer %d' % w, 'i32', w, n) for w, n in enumerate(soak.writes)]
-    wanted += [('i64 of client %d' % c, 'i64', c, n) for c, n in enumerate(soak.sets)]
+    values = [('i32 of writer %d' % w, 'i32', w, n) for w, n in enumerate(soak.writes)]
+    values += [('i64 of client %d' % c, 'i64', c, n) for c, n in enumerate(soak.sets)]
     bad = []
-    for k, (state, box) in enumerate(soak.clocks):
-        fired = state['calls'] - (k != 2)   # the _Zel ones are also called when made
-        if (fired, state['armed']) != (state['arms'], None):
-            bad.append('clock %d: %d firings of %d wake-ups, %r pending' % (k, fired, state['arms'], state['armed']))
-        wanted.append(('u64 set by clock %d' % k, 'u64', k, fired))
-    for what, attr, i, n in wanted:
-        for how, trackers in (('at once', soak.now), ('deferred', soak.later)):
-            problem = trackers[i][attr].check(n)
-            if problem:
-                bad.append('%s, %s: %s' % (what, how, problem))
-    intf = dict((key, n) for key, n in soak.expected.items() if key[0] == 'intf')
-    for what, got, want in (('switch changes, at once', soak.swNow, soak.expected),
-                            ('switch changes, deferred', soak.swLater, soak.expected),
-                            ('interface changes, filtered', soak.swIntf, intf)):
-        if diff(got.counts, want):
-            bad.append('%s: %s' % (what, diff(got.counts, want)))
+    for k, clock in enumerate(soak.clocks):
+        if (clock['fired'], clock['armed']) != (clock['arms'], None):
+            bad.append('clock %d: %d firings of %d wake-ups, %r pending' % (k, clock['fired'], clock['arms'],
+                                                                            clock['armed']))
+        values.append(('u64 set by clock %d' % k, 'u64', k, clock['fired']))
+    counts = [('%s, %s' % (what, how), seen[i][attr], dict.fromkeys(range(1, n + 1), 1))
+              for what, attr, i, n in values for how, seen in (('at once', soak.now), ('deferred', soak.later))]
+    expected = soak.expected.counts
+    counts += [('switch changes, at once', soak.swNow, expected), ('switch changes, deferred', soak.swLater, expected),
+               ('interface changes, filtered', soak.swIntf, dict((k, n) for k, n in expected.items() if k[0] == 'intf'))]
+    bad += ['%s: %s' % (what, diff(seen.counts, want)) for what, seen, want in counts if diff(seen.counts, want)]
     if idle(soak):
         bad.append('work done: ' + ', '.join(idle(soak)))
     return bad
@@ -120,25 +84,20 @@ def changed_live(before, after):
 CELL = type((lambda x: lambda: x)(0).func_closure[0])
 
 
-def may_grow(t):
-    """How many more objects of type t a run may leave behind: none of the
-    kinds the soak or the code it drives makes per operation (a leak there
-    is one per operation, thousands a run); a few general containers (the
-    first snapshot's own, alive while the second is taken, and caches the
-    interpreter fills on a path's first use); None: not compared."""
-    if t.__module__ in ('_Zel', '_ZelProxy', 'Zel', 'PyServer', 'threading', 'socket', 'subprocess') or \
-            t in (types.FrameType, types.FunctionType, types.MethodType, types.GeneratorType, CELL):
-        return 0
-    if t in (dict, list, tuple, weakref.ref):
-        return 25
-    return None
-
-
 def grown(before, after):
-    """{type: how many more} of the compared types that grew too much."""
+    """{type: how many more} of the compared types that grew too much: none
+    of the kinds the soak or the code it drives makes per operation (a leak
+    there is one per operation, thousands a run); a few general containers
+    (the first snapshot's own, alive while the second is taken, and caches
+    the interpreter fills on a path's first use); other types not compared."""
     out = {}
     for t in set(before) | set(after):
-        d, most = after.get(t, 0) - before.get(t, 0), may_grow(t)
+        if t.__module__ in ('_Zel', '_ZelProxy', 'Zel', 'PyServer', 'threading', 'socket', 'subprocess') or \
+                t in (types.FrameType, types.FunctionType, types.MethodType, types.GeneratorType, CELL):
+            most = 0
+        else:
+            most = 25 if t in (dict, list, tuple, weakref.ref) else None
+        d = after.get(t, 0) - before.get(t, 0)
         if most is not None and d > most:
             out['%s.%s' % (t.__module__, t.__name__)] = d
     return out

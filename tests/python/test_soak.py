@@ -1,18 +1,14 @@
-"""Soak: for ZEL_SOAK_SECONDS (default 20), all at once, Python threads
-change and read framework objects, the activity loop delivers deferred
-attribute notifications and clock firings into Python while immediate
-notifiees are called on the changing threads, clients send commands over
-the PyServer's UNIX socket and TCP port (raw wire protocol, and zelc
-processes through Zel::PyClient) that read and change the same objects,
-and handles, notifiees, timers, proxies and iterators are made and dropped
-in a loop (soak_actors). Every notification, firing and reply is checked
-to arrive once and be right (soak_checks); afterwards the live framework
+"""Soak: for ZEL_SOAK_SECONDS (default 20), every actor of soak_actors at
+once: Python threads, the activity loop delivering deferred notifications
+and clock firings, wire clients and zelc processes commanding the same
+objects through the PyServer, and a churn of handles, notifiees, timers,
+proxies and iterators. Every notification, firing and reply is checked to
+arrive once and be right (soak_checks); afterwards the live framework
 objects, threads, file descriptors and Python objects are back where they
 started."""
 import os
 import subprocess
 import sys
-import time
 import unittest
 
 import children
@@ -29,22 +25,19 @@ class SoakTest(unittest.TestCase):
         watchdog = subprocess.Popen([sys.executable, '-c', soak_checks.WATCHDOG, str(os.getpid())],
                                     stdin=subprocess.PIPE, close_fds=True)
 
-        def allow(seconds):
+        def phase(seconds, fn, *args):
+            """fn(*args), which the watchdog allows `seconds`."""
             watchdog.stdin.write('%f\n' % seconds)
             watchdog.stdin.flush()
+            return fn(*args)
         try:
             # A short run first makes what every later run finds made: type
             # proxies, compiled code, thread states, lazily made singletons.
-            allow(WARMUP_SECONDS + 3 * HANG + 30)   # the run and each of its waits
-            runChecked(self, WARMUP_SECONDS)
-            allow(2 * HANG)
-            before = snapshot()
-            started = time.time()
-            allow(SECONDS + 3 * HANG + 30)
-            runChecked(self, SECONDS)
-            allow(2 * HANG)
-            after = snapshot()
-            sys.stderr.write('soak: %.1f s\n' % (time.time() - started))
+            # A run may take its time and each of its waits.
+            phase(WARMUP_SECONDS + 3 * HANG + 30, runChecked, self, WARMUP_SECONDS)
+            before = phase(2 * HANG, snapshot)
+            phase(SECONDS + 3 * HANG + 30, runChecked, self, SECONDS)
+            after = phase(2 * HANG, snapshot)
         finally:
             watchdog.stdin.close()
             with children.watched(watchdog, 'the soak watchdog'):

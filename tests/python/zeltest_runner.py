@@ -24,73 +24,44 @@ from snapshot import collect, live_counts
 # until exit: a module that is the first to ask for one is not leaking it.
 # One each is allowed; a second one is a leak like any other.
 PROCESS_WIDE = {
-    "Zel::AllocTracker": "the allocation tracker, made when libzel is loaded; these counts are read from it",
-    "Zel::Clock": "the activity manager's clock, which every clock notifiee and timer hangs on",
-    "Zel::ActivityManagerConfig": "the activity loop's settings (stopOnQuiesce), read by every loop run",
-    "Zel::Dir": "the global directory behind _Zel.globalDir(), made on first use",
-    "Zel::ConnectionDir": "NboAttrLog's connection directory, made on first use",
-    "Zel::NboAttrLog::DemuxerManager": "NboAttrLog's demuxer manager, made on first use",
-    "Zel::PyGenericIf::FwkPyGenericIfMapping": "_Zel's conversion cache, made at the first conversion",
+    "Zel::AllocTracker",                       # made when libzel is loaded; these counts are read from it
+    "Zel::Clock",                              # which every clock notifiee and timer hangs on
+    "Zel::ActivityManagerConfig",              # the activity loop's settings (stopOnQuiesce)
+    "Zel::Dir",                                # behind _Zel.globalDir()
+    "Zel::ConnectionDir",                      # NboAttrLog's
+    "Zel::NboAttrLog::DemuxerManager",
+    "Zel::PyGenericIf::FwkPyGenericIfMapping",  # _Zel's conversion cache, made at the first conversion
 }
 
 # Entries of process-wide registries keyed by something finite and fixed
-# while the process runs (type descriptions, trace handle names): they are
-# made on first use and kept, so any number may appear.
+# while the process runs, made on first use and kept: any number may appear.
 REGISTRY_ENTRIES = {
-    "Zel::TraceHandle": "one per trace handle name, kept by the trace registry so that "
-                        "ZELTRACE settings apply by name",
-    "Zel::PyGenericIf::FwkPyGenericIfMapping::ZelDefaultAttributeData":
-        "the conversion cache's rule for one value type",
-    "Zel::PyGenericIf::FwkPyGenericIfMapping::ZelAttributeData":
-        "the conversion cache's interned name of one enumerator, held in a Zel::PyObjHandle",
+    "Zel::TraceHandle",   # one per trace handle name, so that ZELTRACE settings apply by name
+    "Zel::PyGenericIf::FwkPyGenericIfMapping::ZelDefaultAttributeData",   # the cache's rule for one value type
+    # The cache's interned name of one enumerator, held in a Zel::PyObjHandle (allowed below).
+    "Zel::PyGenericIf::FwkPyGenericIfMapping::ZelAttributeData",
 }
-
-
-def allowed_extra(before, after):
-    """{type: objects the module may leave} for types other than the above:
-    what the process-wide objects themselves hold."""
-    def grown(name):
-        return max(0, after.get(name, 0) - before.get(name, 0))
-    extra = {
-        # Each cached enumerator name is one handle.
-        "Zel::PyObjHandle": grown("Zel::PyGenericIf::FwkPyGenericIfMapping::ZelAttributeData"),
-    }
-    # The Zel package keeps the clock's handle (and the "now" attribute,
-    # not a counted object) once any timer or Zel.now() needed them.
-    zel = sys.modules.get("Zel")
-    clock = getattr(zel, "_clock", None) if zel is not None else None
-    if clock:
-        extra["Zel::PtrGenericIf"] = sum(1 for x in clock if type(x) is _Zel.GifPtr)
-    return extra
-
 
 # How long threads the module started get to finish before the count: a
 # server's accepting thread or a loop thread lets go of its objects as it
 # ends, shortly after the test that stopped it returned.
 THREAD_GRACE_SECONDS = 10.0
 
+
 def leftovers(before, after):
-    """[(type, before, after)] for every type the module left objects of."""
-    extra = allowed_extra(before, after)
-    out = []
-    for name in sorted(after):
-        was, now = before.get(name, 0), after[name]
-        if now <= was or name in REGISTRY_ENTRIES:
-            continue
-        if name in PROCESS_WIDE and now <= 1:
-            continue
-        if now - was <= extra.get(name, 0):
-            continue
-        out.append((name, was, now))
-    return out
-
-
-def wait_for_threads(existing):
-    deadline = time.time() + THREAD_GRACE_SECONDS
-    for t in threading.enumerate():
-        if t in existing or t is threading.current_thread():
-            continue
-        t.join(max(0.0, deadline - time.time()))
+    """[(type, before, after)] for every type the module left objects of,
+    beyond what the process-wide objects themselves hold."""
+    def grown(name):
+        return max(0, after.get(name, 0) - before.get(name, 0))
+    extra = {"Zel::PyObjHandle": grown("Zel::PyGenericIf::FwkPyGenericIfMapping::ZelAttributeData")}
+    # The Zel package keeps the clock's handle (and the "now" attribute,
+    # not a counted object) once any timer or Zel.now() needed them.
+    clock = getattr(sys.modules.get("Zel"), "_clock", None)
+    if clock:
+        extra["Zel::PtrGenericIf"] = sum(1 for x in clock if type(x) is _Zel.GifPtr)
+    return [(name, before.get(name, 0), now) for name, now in sorted(after.items())
+            if grown(name) > extra.get(name, 0) and name not in REGISTRY_ENTRIES
+            and not (name in PROCESS_WIDE and now <= 1)]
 
 
 def run(names):
@@ -108,10 +79,7 @@ def run(names):
 
     module = __import__(module_name)
     loader = unittest.TestLoader()
-    if names == [module_name]:
-        suite = loader.loadTestsFromModule(module)
-    else:
-        suite = loader.loadTestsFromNames(names)
+    suite = loader.loadTestsFromModule(module) if names == [module_name] else loader.loadTestsFromNames(names)
     result = unittest.TextTestRunner(verbosity=2).run(suite)
     ok = result.wasSuccessful()
 
@@ -124,23 +92,20 @@ def run(names):
     for attr in ("last_type", "last_value", "last_traceback"):
         if hasattr(sys, attr):
             delattr(sys, attr)
-    wait_for_threads(threads_before)
+    deadline = time.time() + THREAD_GRACE_SECONDS
+    for t in set(threading.enumerate()) - threads_before - set([threading.current_thread()]):
+        t.join(max(0.0, deadline - time.time()))
     collect()
     left = leftovers(before, live_counts())
     if left:
         sys.stderr.write("\n%s left framework objects alive (type: before -> after):\n" % module_name)
         for name, was, now in left:
             sys.stderr.write("  %s: %d -> %d (+%d)\n" % (name, was, now, now - was))
-        return False
-    return ok
-
-
-def main(argv):
-    if len(argv) < 2:
-        sys.stderr.write("usage: %s MODULE [MODULE.Class[.test] ...]\n" % argv[0])
-        return 2
-    return 0 if run(argv[1:]) else 1
+    return ok and not left
 
 
 if __name__ == "__main__":
-    sys.exit(main(sys.argv))
+    if len(sys.argv) < 2:
+        sys.stderr.write("usage: %s MODULE [MODULE.Class[.test] ...]\n" % sys.argv[0])
+        sys.exit(2)
+    sys.exit(0 if run(sys.argv[1:]) else 1)
