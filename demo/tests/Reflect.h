@@ -23,8 +23,8 @@ inline Zel::ZelAttr const* attr(Zel::GenericIf const* g, char const* name) {
 }
 
 template <class T>
-T get(Zel::GenericIf const* g, char const* name, Zel::GenericIf const* index = nullptr) {
-    return Zel::fromGenericIf<T>(attr(g, name)->genericIfGet(g, index).ptr());
+T get(Zel::GenericIf const* g, char const* name) {
+    return Zel::fromGenericIf<T>(attr(g, name)->genericIfGet(g, nullptr).ptr());
 }
 
 template <class T>
