@@ -1,4 +1,4 @@
-// Finding an agent's server through its agent file.
+// Finding an agent's server through its agent file, and the names used.
 #include "client/PyClientTestSupport.h"
 #include "ZelPy/PyClient.h"
 
@@ -20,8 +20,14 @@ Zel::PyClient demoClient(char const* name) {
     return Zel::PyClient(Zel::String8("demo"), Zel::String8(name), 'T', nullptr, nullptr);
 }
 
-TEST(PyClientDiscovery, AgentFiles) {
+// Connecting by name through a live agent's file: test_client_e2e.
+TEST(PyClientDiscovery, AgentFilesAndNames) {
+    EXPECT_EQ(Zel::PyClient::agentsDir(), "/var/run/agents");
     AgentsDir dir;
+    EXPECT_EQ(Zel::PyClient::agentsDir().str() + "/x", dir.file("x"));
+    ::setenv("SUBSYSTEMID", "sub7", 1);
+    EXPECT_EQ(demoClient("live").serverName(), "demo.live.sub7");
+    ::unsetenv("SUBSYSTEMID");
     Zel::PyClient client = demoClient("a");
     struct { char const* name; std::string text; int port; char const* socket; } const live[] = {
         {"full", "1234\n4321\n/run/x.sock\n", 4321, "/run/x.sock"},
@@ -58,28 +64,6 @@ TEST(PyClientDiscovery, AgentFiles) {
     EXPECT_TRUE(client.sameProcess());
     EXPECT_EQ(self.port, -1);
     EXPECT_EQ(self.socketName, "untouched");
-}
-
-TEST(PyClientDiscovery, ConnectByNameFollowsTheAgentFile) {
-    EXPECT_EQ(Zel::PyClient::agentsDir(), "/var/run/agents");
-    AgentsDir dir;
-    EXPECT_EQ(Zel::PyClient::agentsDir().str() + "/x", dir.file("x"));
-    ScriptedPeer peer([](Request const& r, int) { return response("OK", "agent:" + r.command); });
-    dir.write("demo.live", "1\n0\n" + peer.path() + "\n");
-    ::setenv("SUBSYSTEMID", "sub7", 1);
-    Zel::PyClient client = demoClient("live");
-    ::unsetenv("SUBSYSTEMID");
-    EXPECT_EQ(client.serverName(), "demo.live.sub7");
-    client.connect();
-    char buf[32];
-    client.eval("7", buf, sizeof buf);
-    EXPECT_STREQ(buf, "agent:7");
-
-    unsigned const noRetry[] = {0};
-    Zel::PyClient absent = demoClient("gone");
-    absent.retryProfileIs(noRetry);
-    EXPECT_EQ(message<Zel::RpcConnectionException>([&] { absent.connect(); }), "Unable to connect to demo.gone");
-    absent.retryProfileIs(Zel::PyClient::kDefaultRetryProfile);
 }
 
 } // namespace

@@ -25,22 +25,11 @@
 namespace zeltest {
 
 inline bool readExact(int fd, void* buf, size_t n) {
-    for (char* p = static_cast<char*>(buf); n;) {
-        ssize_t r = ::recv(fd, p, n, 0);
-        if (r <= 0) return false;
-        p += r;
-        n -= static_cast<size_t>(r);
-    }
-    return true;
+    return n == 0 || ::recv(fd, buf, n, MSG_WAITALL) == static_cast<ssize_t>(n);
 }
 
-inline void writeAll(int fd, std::string const& s) {
-    for (size_t off = 0; off < s.size();) {
-        ssize_t w = ::send(fd, s.data() + off, s.size() - off, MSG_NOSIGNAL);
-        if (w <= 0) return;
-        off += static_cast<size_t>(w);
-    }
-}
+// Blocking UNIX-domain sends of these sizes go out whole.
+inline void writeAll(int fd, std::string const& s) { (void)::send(fd, s.data(), s.size(), MSG_NOSIGNAL); }
 
 // A response frame: length (status + payload), status, payload.
 inline std::string response(std::string const& status, std::string const& payload) {
@@ -50,19 +39,17 @@ inline std::string response(std::string const& status, std::string const& payloa
 
 struct Request {
     std::string kind;
-    std::string header;   // the 6 bytes as sent
-    std::string command;
+    std::string command;   // as long as the frame's big-endian length says
 };
 
 inline bool readRequest(int fd, Request* r) {
     char h[6];
     if (!readExact(fd, h, 6)) return false;
-    r->header.assign(h, 6);
     r->kind.assign(h, 2);
     uint32_t n = uint32_t(uint8_t(h[2])) << 24 | uint32_t(uint8_t(h[3])) << 16 | uint32_t(uint8_t(h[4])) << 8 |
                  uint8_t(h[5]);
     r->command.assign(n, '\0');
-    return n == 0 || readExact(fd, r->command.data(), n);
+    return readExact(fd, r->command.data(), n);
 }
 
 class TempDir {

@@ -10,13 +10,10 @@ namespace {
 
 Zel::PyClient localClient() { return Zel::PyClient(Zel::String8("demo"), Zel::String8("me"), 'T', nullptr, nullptr); }
 
-class PyClientSameProcess : public ::testing::Test {
-protected:
+// The local server per client, then each way the Python side can be broken.
+TEST(PyClientSameProcess, LocalServerPerClientAndBrokenPythonSide) {
     AgentsDir dir;
-    void SetUp() override { dir.write("demo.me", std::to_string(::getpid()) + "\n0\n/none\n"); }
-};
-
-TEST_F(PyClientSameProcess, LocalServerPerClient) {
+    dir.write("demo.me", std::to_string(::getpid()) + "\n0\n/none\n");
     Zel::PyClient client = localClient();
     client.connect();
     EXPECT_TRUE(client.sameProcess());
@@ -45,13 +42,9 @@ TEST_F(PyClientSameProcess, LocalServerPerClient) {
     other.connect();
     EXPECT_THROW(other.eval("kept", buf, sizeof buf), Zel::RpcException);
     EXPECT_NE(other.localServer(), client.localServer());
-}
 
-TEST_F(PyClientSameProcess, BrokenPythonSide) {
-    Zel::GilEnsure gil;
-    Zel::PyClient client = localClient();
-    client.connect();
-    char buf[32];
+    Zel::PyClient fragile = localClient();
+    fragile.connect();
     ASSERT_TRUE(run("import PyServer\nsaved = PyServer._LocalServer\nclass NoMethods(object): pass\n"
                     "class NotText(object):\n    def doEval(self, cmd): return 12345\n"));
     struct { char const* setup; bool exec; char const* message; } const broken[] = {
@@ -62,7 +55,7 @@ TEST_F(PyClientSameProcess, BrokenPythonSide) {
     for (auto const& b : broken) {
         ASSERT_TRUE(run(b.setup));
         EXPECT_EQ(message<Zel::RpcException>(
-                      [&] { b.exec ? client.execute("x = 1", buf, sizeof buf) : client.eval("1", buf, sizeof buf); }),
+                      [&] { b.exec ? fragile.execute("x = 1", buf, sizeof buf) : fragile.eval("1", buf, sizeof buf); }),
                   b.message);
         EXPECT_FALSE(PyErr_Occurred());
     }

@@ -28,31 +28,41 @@ struct InterruptingSignal {
     struct sigaction old;
 };
 
-// Interrupts `t` until the handler has run `n` more times.
-void interrupt(std::thread& t, int n) {
-    for (int target = interrupts + n; interrupts < target; std::this_thread::yield()) pthread_kill(t.native_handle(), SIGUSR1);
+// Runs `call` on a thread, interrupts it three times while it blocks, then
+// runs `release(poke)`, which unblocks it (poke(n) interrupts it n more
+// times), and waits for it.
+template <class Call, class Release>
+void interrupted(Call call, Release release) {
+    std::atomic<bool> done{false};
+    std::thread t([&] {
+        call();
+        done = true;
+    });
+    auto poke = [&](int n) {
+        for (int target = interrupts + n; interrupts < target; std::this_thread::yield()) pthread_kill(t.native_handle(), SIGUSR1);
+    };
+    poke(3);
+    EXPECT_FALSE(done);
+    release(poke);
+    t.join();
 }
 
 TEST(PyClientTransport, InterruptedCallsAreRepeated) {
     InterruptingSignal sig;
     int sv[2];
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, sv), 0);
-    // recv, in both modes.
+    // recv, in both modes: all of it, or the first chunk.
     int got = -1;
     char buf[8] = {};
-    std::thread reader([&] { got = socketRecv(sv[0], buf, 4, true); });
-    interrupt(reader, 3);
-    writeAll(sv[1], "ab");
-    interrupt(reader, 2);
-    writeAll(sv[1], "cd");
-    reader.join();
+    interrupted([&] { got = socketRecv(sv[0], buf, 4, true); }, [&](auto poke) {
+        writeAll(sv[1], "ab");
+        poke(2);
+        writeAll(sv[1], "cd");
+    });
     EXPECT_EQ(got, 4);
     EXPECT_EQ(std::string(buf, 4), "abcd");
-    std::thread single([&] { got = socketRecv(sv[0], buf, 8, false); });
-    interrupt(single, 3);
-    writeAll(sv[1], "e");
-    single.join();
-    EXPECT_EQ(got, 1);   // returns after the first chunk
+    interrupted([&] { got = socketRecv(sv[0], buf, 8, false); }, [&](auto) { writeAll(sv[1], "e"); });
+    EXPECT_EQ(got, 1);
 
     // send, blocked on a full socket buffer; finishing at all is the check.
     int small = 4096;
@@ -61,16 +71,11 @@ TEST(PyClientTransport, InterruptedCallsAreRepeated) {
     while (::send(sv[0], buf, sizeof buf, MSG_NOSIGNAL) > 0) {
     }
     ::fcntl(sv[0], F_SETFL, 0);
-    std::atomic<bool> sent{false};
-    std::thread writer([&] {
-        socketSend(sv[0], "zz", 2, 0);
-        sent = true;
-    });
-    interrupt(writer, 3);
     std::vector<char> drain(1 << 20);
-    ::fcntl(sv[1], F_SETFL, O_NONBLOCK);
-    for (; !sent; std::this_thread::yield()) (void)::recv(sv[1], drain.data(), drain.size(), 0);
-    writer.join();
+    interrupted([&] { socketSend(sv[0], "zz", 2, 0); }, [&](auto) {
+        while (::recv(sv[1], drain.data(), drain.size(), MSG_DONTWAIT) > 0) {
+        }
+    });
     ::close(sv[0]);
     ::close(sv[1]);
 
@@ -92,16 +97,8 @@ TEST(PyClientTransport, InterruptedCallsAreRepeated) {
         }
     }
     int client = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    std::atomic<bool> connected{false};
-    std::thread connector([&] {
-        socketConnect(client, reinterpret_cast<sockaddr*>(&addr), len);
-        connected = true;
-    });
-    interrupt(connector, 3);
-    EXPECT_FALSE(connected);
-    queued.push_back(::accept(listener, nullptr, nullptr));   // frees a slot
-    connector.join();
-    EXPECT_TRUE(connected);
+    interrupted([&] { socketConnect(client, reinterpret_cast<sockaddr*>(&addr), len); },
+                [&](auto) { queued.push_back(::accept(listener, nullptr, nullptr)); });   // frees a slot
     for (int fd : queued) ::close(fd);
     for (int fd : {client, listener}) ::close(fd);
 }

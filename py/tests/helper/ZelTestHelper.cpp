@@ -29,27 +29,16 @@ PyObject* guarded(F f) {
     }
 }
 
+// Throws the exception of the named kind ("Type": Zel::TypeException).
 [[noreturn]] void throwKind(std::string const& kind, char const* m) {
-    using namespace Zel;
-    if (kind == "NoTypeNode") throw NoTypeNodeException(m);
-    if (kind == "Type") throw TypeException(m);
-    if (kind == "IllegalName") throw IllegalNameException(m);
-    if (kind == "NameInUse") throw NameInUseException(m);
-    if (kind == "UnknownAttr") throw UnknownAttrException(m);
-    if (kind == "Const") throw ConstException(m);
-    if (kind == "NonwritableAttr") throw NonwritableAttrException(m);
-    if (kind == "NondeletableAttr") throw NondeletableAttrException(m);
-    if (kind == "NoImplementation") throw NoImplementationException(m);
-    if (kind == "Rpc") throw RpcException(m);
-    if (kind == "RpcConnection") throw RpcConnectionException(m);
-    if (kind == "Range") throw RangeException(m);
-    if (kind == "Parse") throw ParseException(m);
-    if (kind == "Errno") throw ErrnoException(2, m);
-    if (kind == "Memory") throw MemoryException(m);
-    if (kind == "Internal") throw InternalException(m);
-    if (kind == "Permission") throw PermissionException(m);
-    if (kind == "OpNotSupported") throw OpNotSupportedException(m);
-    if (kind == "Exception") throw Exception(m);
+#define ZEL_KIND(K) if (kind == #K) throw Zel::K##Exception(m);
+    ZEL_KIND(NoTypeNode) ZEL_KIND(Type) ZEL_KIND(IllegalName) ZEL_KIND(NameInUse) ZEL_KIND(UnknownAttr)
+    ZEL_KIND(Const) ZEL_KIND(NonwritableAttr) ZEL_KIND(NondeletableAttr) ZEL_KIND(NoImplementation) ZEL_KIND(Rpc)
+    ZEL_KIND(RpcConnection) ZEL_KIND(Range) ZEL_KIND(Parse) ZEL_KIND(Memory) ZEL_KIND(Internal)
+    ZEL_KIND(Permission) ZEL_KIND(OpNotSupported)
+#undef ZEL_KIND
+    if (kind == "Errno") throw Zel::ErrnoException(2, m);
+    if (kind == "Exception") throw Zel::Exception(m);
     if (kind == "bad_alloc") throw std::bad_alloc();
     if (kind == "runtime_error") throw std::runtime_error(m);
     throw 42;
@@ -93,12 +82,8 @@ PyObject* errStrings(PyObject*, PyObject* exc) {
 
 PyObject* stopOnQuiesce(PyObject*, PyObject*) {
     return guarded([] {
-        bool stop;
-        {
-            Zel::PyLockAnchor anchor(0);
-            stop = Zel::ActivityFacility::activityManagerConfig()->stopOnQuiesce();
-        }
-        return PyBool_FromLong(stop);
+        Zel::PyLockAnchor anchor(Zel::PyLockAnchor::retakeGil);
+        return PyBool_FromLong(Zel::ActivityFacility::activityManagerConfig()->stopOnQuiesce());
     });
 }
 
@@ -124,12 +109,8 @@ PyObject* entity(PyObject*, PyObject* args) {
     char const* name;
     if (!PyArg_ParseTuple(args, "s:entity", &name)) return nullptr;
     return guarded([&] {
-        Zel::Ptr<Zel::PtrInterface> e;
-        {
-            Zel::PyLockAnchor anchor(0);
-            e = Zel::zelNew<ProbeEntity>(Zel::Name(name));
-        }
-        return FwkPyObj_FromPtrInterface(e);
+        Zel::PyLockAnchor anchor(Zel::PyLockAnchor::retakeGil);
+        return FwkPyObj_FromPtrInterface(Zel::zelNew<ProbeEntity>(Zel::Name(name)));
     });
 }
 

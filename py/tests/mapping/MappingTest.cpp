@@ -1,6 +1,7 @@
 // The default-attribute mapping: declarations checked and cached per type,
 // its value types, and enumerator names filled per enumeration.
 #include <functional>
+#include <utility>
 
 #include "Support.h"
 #include "module/convert/Convert.h"
@@ -104,13 +105,11 @@ TEST_F(Mapping, InvalidDeclarationsAreReportedAndCached) {
 }
 
 TEST_F(Mapping, KeysRecordsAndEnumeratorNames) {
-    ZelType const* lo = std::less<>()(&Builtin<int>::_zelType, &Builtin<bool>::_zelType) ? &Builtin<int>::_zelType
-                                                                                       : &Builtin<bool>::_zelType;
-    ZelType const* hi = lo == &Builtin<int>::_zelType ? &Builtin<bool>::_zelType : &Builtin<int>::_zelType;
-    EXPECT_EQ(TypeAttributeIdKey(nullptr, 7).hash(), 7u);
-    EXPECT_EQ(TypeAttributeIdKey(hi, 3).hash(), zelHashU32(hi) + 3u);
+    ZelType const *lo = &Builtin<int>::_zelType, *hi = &Builtin<bool>::_zelType;
+    if (std::less<>()(hi, lo)) std::swap(lo, hi);
     EXPECT_LT(TypeAttributeIdKey(lo, 100), TypeAttributeIdKey(hi, 1));
     EXPECT_LT(TypeAttributeIdKey(lo, 1), TypeAttributeIdKey(lo, 2));
+    EXPECT_NE(TypeAttributeIdKey(lo, 1).hash(), TypeAttributeIdKey(lo, 2).hash());
     DefaultAttributeData a, b, full(4, T("Demo::MacAddr"), T("Demo::MacAddr")->attr("stringValue"), true);
     full.valid = false;
     full.errorMessage = "it's \"odd\"";
@@ -135,14 +134,12 @@ TEST_F(Mapping, KeysRecordsAndEnumeratorNames) {
 
     // Enumerator names: one miss fills the whole enumeration.
     FwkPyGenericIfMapping* map = FwkPyGenericIfMapping::global();
-    EXPECT_EQ(map, FwkPyGenericIfMapping::global());
     ZelType const* color = T("Demo::Color");
     EXPECT_FALSE(map->attributeData(TypeAttributeIdKey(color, 3)));
     Ptr<PyObjHandle> blue = map->attributeData(TypeAttributeIdKey(color, 2));
     ASSERT_TRUE(blue);
     EXPECT_EQ(pyStr(blue->pyObject()), "blue");
     EXPECT_FALSE(map->attributeData(TypeAttributeIdKey(T("Demo::Meters"), 1)));
-    EXPECT_EQ(T("Zel::PyGenericIf::FwkPyGenericIfMapping")->attr("attributeData")->attributeId(), 258);
 }
 
 } // namespace

@@ -69,11 +69,14 @@ protected:
     Ptr<PyObjHandle> tick_, pair_;
 };
 
-// Clock ticks (one on creation) and many attribute notifications share one
-// thread state. The values reach Python as a builtin or as a handle to an
-// entity: both conversions copy framework references, which must happen
-// while the activity lock is still held, or they race with the activity
-// thread's own count changes on the same objects.
+// A thread state an enclosing PyGILState_Ensure made is kept past the
+// matching release, and a callback entered with the interpreter lock held
+// returns with both locks held. Then clock ticks (one on creation) and many
+// attribute notifications share that one thread state. The values reach
+// Python as a builtin or as a handle to an entity: both conversions copy
+// framework references, which must happen while the activity lock is still
+// held, or they race with the activity thread's own count changes on the
+// same objects.
 TEST_F(NotifyThread, NativeThreadKeepsOneThreadStateAndConvertsUnderTheLock) {
     GilEnsure gil;
     struct Checking {
@@ -85,13 +88,23 @@ TEST_F(NotifyThread, NativeThreadKeepsOneThreadStateAndConvertsUnderTheLock) {
         Checking checking;
         onNativeThread(
             [&] {
-                Ptr<PyClockNotifiee> clock = pyClockNotifieeFactory(nullptr, Clock::clock(), tick_);
-                clock->handleTime();
+                Ptr<PyClockNotifiee> clock = pyClockNotifieeFactory(nullptr, nullptr, tick_);
+                PyThreadState* made;
+                {
+                    GilEnsure outer;
+                    made = PyGILState_GetThisThreadState();
+                    clock->handleTime();
+                    EXPECT_TRUE(ActivityLockAnchor::lock()->heldByMe());
+                    EXPECT_EQ(_PyThreadState_Current, made);
+                }
+                EXPECT_EQ(PyGILState_GetThisThreadState(), made);
+                clock = pyClockNotifieeFactory(nullptr, Clock::clock(), tick_);
                 clock->handleTime();
                 Ptr<PyGenericIfNotifiee> n = zelNew<PyGenericIfNotifiee>(nullptr, pair_);
                 for (int32_t i = 0; i < 1000; ++i) n->onAttribute(&Entity::_zelAttrs[0], GenericIfTraits<int32_t>::to(i));
                 Ptr<ActivityConfig> entity = zelNew<ActivityConfig>(Name("converted"));
                 n->onAttribute(&Entity::_zelAttrs[0], Ptr<GenericIf const>(entity->fwkType()->genericIf(entity.ptr(), true)));
+                EXPECT_EQ(PyGILState_GetThisThreadState(), made);
             },
             1004);
     }
@@ -99,29 +112,6 @@ TEST_F(NotifyThread, NativeThreadKeepsOneThreadStateAndConvertsUnderTheLock) {
     PyObject* last = PyList_GetItem(calls(), PyList_Size(calls()) - 2);
     EXPECT_STREQ(PyString_AsString(PyTuple_GetItem(last, 0)), "name");
     EXPECT_EQ(PyInt_AsLong(PyTuple_GetItem(last, 1)), 999);
-}
-
-// A native thread whose state an enclosing PyGILState_Ensure made keeps it
-// past the matching release, and a callback entered with the interpreter
-// lock held returns with both locks held.
-TEST_F(NotifyThread, ThreadStateOutlivesTheEnsureThatMadeIt) {
-    GilEnsure gil;
-    onNativeThread(
-        [&] {
-            Ptr<PyClockNotifiee> n = pyClockNotifieeFactory(nullptr, nullptr, tick_);
-            PyThreadState* made;
-            {
-                GilEnsure outer;
-                made = PyGILState_GetThisThreadState();
-                n->handleTime();
-                EXPECT_TRUE(ActivityLockAnchor::lock()->heldByMe());
-                EXPECT_EQ(_PyThreadState_Current, made);
-            }
-            EXPECT_EQ(PyGILState_GetThisThreadState(), made);
-            n->handleTime();
-            n = nullptr;
-        },
-        2);
 }
 
 // A thread state kept across a finalisation is not used again: the

@@ -28,6 +28,8 @@ TEST(PyObjHandle, ReferenceCounts) {
     EXPECT_EQ(Py_REFCNT(p.get()), 1);
     EXPECT_FALSE(pyObjHandleFactory(nullptr, false)->pyObject());
     EXPECT_EQ(typeNode("Zel::PyObjHandle")->baseType(), &PtrInterface::_zelType);
+    EXPECT_EQ(typeNode("Zel::PyObjectPtr"), &PyObjectPtrType::_zelType);
+    EXPECT_EQ(ZelTypeOf<PyObject*>::get(), &PyObjectPtrType::_zelType);
 }
 
 } // namespace
