@@ -112,54 +112,47 @@ class Messages(unittest.TestCase):
 
     def test_refused_arguments_say_what_was_expected(self):
         sw, e = _Zel.newGenericIf(SW, ("args",)), helper.entity("args")
-        entity = _Zel.typeNode("Zel::Entity")
-        cases = [  # (call, exception, exact text, or None for a text containing `part`)
-            (lambda: sw.attributeSingleton("vlan"), TypeError, "Expected a _Zel.ZelAttr"),
-            (lambda: sw.rawAttributeSingleton("vlan"), TypeError, "Expected a _Zel.ZelAttr"),
-            (lambda: sw.attributeCollection("vlan", 1), TypeError, "Expected a _Zel.ZelAttr"),
-            (lambda: _Zel.newGenericIf("Demo::Point", None), TypeError, "Expected a _Zel.ZelType"),
-            (lambda: entity.isDerived("Zel::Entity"), TypeError, "Expected a _Zel.ZelType"),
-            (lambda: _Zel.traceLineSuppressed(1, 9), TypeError, "Expected a Zel::PtrInterface or None"),
-            (lambda: helper.convert("x"), TypeError, "Expected a Zel::PtrInterface or None"),
-            (lambda: helper.convert(helper.intValue(1)), TypeError, "Expected a Zel::PtrInterface or None"),
-            (lambda: entity.attr(1.0), TypeError, "Expected a str, int or long"),
-            (lambda: entity.attr(u"name"), TypeError, "Expected a str, int or long"),
-            (lambda: entity.attr(True), TypeError, "Expected a str, int or long"),
-            (lambda: _Zel.singleton("No::SuchType"), TypeError, "Type No::SuchType not found"),
-            (lambda: helper.intValue(7).ptr, TypeError, "Cannot access the ptr for this type"),
-            (lambda: sw.attributeIter(SW.attr("vlan"), 3), ValueError, "Invalid iterator mode"),
-            (lambda: sw.attributeIter(SW.attr("vlan"), -1), ValueError, "Invalid iterator mode"),
-            (lambda: sw.attributeSingleton(), TypeError, "attributeSingleton()"),
-            (lambda: sw.rawAttributeSingleton(), TypeError, "attributeSingleton()"),
-            (lambda: sw.attributeCollectionExist(SW.attr("vlan")), TypeError, "attributeCollection()"),
-            (lambda: entity.attr(1 << 80), OverflowError, None), (lambda: entity.attr(None), TypeError, None),
-            (lambda: sw.attributeVersion("vlan"), TypeError, None), (lambda: _Zel.singleton(5), TypeError, None),
-            (lambda: _Zel.typeNode("No::SuchType"), TypeError, None),
-            (lambda: _Zel.activityManagerExecTimeIs("x"), TypeError, None),
-            (lambda: sw.newNotifiee(_Zel.handle(len)), TypeError, None),
-            (lambda: sw.newNotifiee(5, None), TypeError, None),
-            (lambda: sw.attributeFunction(SW.attr("add"), [1, 2]), TypeError, None),
-        ]
-        for i, (call, cls, text) in enumerate(cases):
-            got = raised(call)
-            self.assertIs(type(got), cls, "case %d: %r" % (i, got))
-            if text is not None and text.endswith("()"):
-                self.assertIn(text, str(got), "case %d" % i)
-            elif text is not None:
-                self.assertEqual(str(got), text, "case %d" % i)
+        entity, vlan = _Zel.typeNode("Zel::Entity"), SW.attr("vlan")
+        # (exception, exact text, a text ending "()" that the message contains, or None: calls)
+        cases = [(TypeError, "Expected a _Zel.ZelAttr", [lambda: sw.attributeSingleton("vlan"),
+                                                         lambda: sw.rawAttributeSingleton("vlan"),
+                                                         lambda: sw.attributeCollection("vlan", 1)]),
+                 (TypeError, "Expected a _Zel.ZelType", [lambda: _Zel.newGenericIf("Demo::Point", None),
+                                                         lambda: entity.isDerived("Zel::Entity")]),
+                 (TypeError, "Expected a Zel::PtrInterface or None", [lambda: _Zel.traceLineSuppressed(1, 9),
+                                                                      lambda: helper.convert("x"),
+                                                                      lambda: helper.convert(helper.intValue(1))]),
+                 (TypeError, "Expected a str, int or long", [lambda k=k: entity.attr(k) for k in (1.0, u"name", True)]),
+                 (TypeError, "Type No::SuchType not found", [lambda: _Zel.singleton("No::SuchType")]),
+                 (TypeError, "Cannot access the ptr for this type", [lambda: helper.intValue(7).ptr]),
+                 (ValueError, "Invalid iterator mode", [lambda m=m: sw.attributeIter(vlan, m) for m in (3, -1)]),
+                 (TypeError, "attributeSingleton()", [sw.attributeSingleton, sw.rawAttributeSingleton]),
+                 (TypeError, "attributeCollection()", [lambda: sw.attributeCollectionExist(vlan)]),
+                 (OverflowError, None, [lambda: entity.attr(1 << 80)]),
+                 (TypeError, None, [lambda: entity.attr(None), lambda: sw.attributeVersion("vlan"),
+                                    lambda: _Zel.singleton(5), lambda: _Zel.typeNode("No::SuchType"),
+                                    lambda: _Zel.activityManagerExecTimeIs("x"), lambda: sw.newNotifiee(5, None),
+                                    lambda: sw.newNotifiee(_Zel.handle(len)),
+                                    lambda: sw.attributeFunction(SW.attr("add"), [1, 2])])]
+        for cls, text, calls in cases:
+            for i, call in enumerate(calls):
+                got = raised(call)
+                self.assertIs(type(got), cls, "%s, call %d: %r" % (text, i, got))
+                if text is not None and text.endswith("()"):
+                    self.assertIn(text, str(got), i)
+                elif text is not None:
+                    self.assertEqual(str(got), text, i)
         self.assertIsNone(entity.attr("noSuchAttribute"))
         self.assertIsNone(helper.convert(None))
         self.assertEqual(helper.convert(e), e.ptr)
 
 
 class ModuleSetUp(unittest.TestCase):
-    def test_wrong_interpreter_version_exits_with_status_1(self):
+    def test_wrong_interpreter_version_exits_and_a_second_initialisation_aborts(self):
         host = os.path.join(os.environ["ZEL_BUILD_DIR"], "bin", "zelpy_version_host")
         rc, out, err = children.run("zelpy_version_host", [host])
         self.assertEqual(rc, 1, err)
         self.assertIn("This library requires Python 2.7, not Python 2.6\n", err)
-
-    def test_second_initialisation_aborts(self):
         # The same library under its other file name is initialised again.
         rc, out, err = children.python("loading _Zel twice", "import _Zel, imp, sys; imp.load_dynamic('_Zel', "
                                        "sys.argv[1])", os.path.realpath(_Zel.__file__))

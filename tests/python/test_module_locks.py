@@ -16,16 +16,10 @@ class ActivityLock(unittest.TestCase):
         while _Zel.activityLockOwner() == helper.tid():
             _Zel.releaseActivityLock()
 
-    def test_reentrant_acquire_and_single_release(self):
+    def test_reentrant_acquire_single_release_and_a_waiting_thread(self):
         self.assertEqual(_Zel.activityLockOwner(), 0)
-        self.assertIs(_Zel.acquireActivityLock(), True)
-        self.assertEqual(_Zel.activityLockOwner(), helper.tid())
-        self.assertIs(_Zel.acquireActivityLock(), False)
-        self.assertIsNone(_Zel.releaseActivityLock())
-        self.assertEqual(_Zel.activityLockOwner(), 0)
-
-    def test_waiting_thread_does_not_hold_up_python(self):
-        self.assertTrue(_Zel.acquireActivityLock())
+        self.assertEqual((_Zel.acquireActivityLock(), _Zel.activityLockOwner(), _Zel.acquireActivityLock()),
+                         (True, helper.tid(), False))
         got = []
         t = threading.Thread(target=lambda: got.append((_Zel.acquireActivityLock(), helper.tid(),
                                                           _Zel.activityLockOwner(), _Zel.releaseActivityLock())))
@@ -36,11 +30,11 @@ class ActivityLock(unittest.TestCase):
         while time.time() < deadline:
             self.assertEqual(got, [])
         self.assertEqual(_Zel.activityLockOwner(), helper.tid())
-        _Zel.releaseActivityLock()
+        self.assertIsNone(_Zel.releaseActivityLock())   # one release, however many acquires
         t.join(5)
         self.assertFalse(t.is_alive())
         taken, tid, owner, _ = got[0]
-        self.assertEqual((taken, owner), (True, tid))
+        self.assertEqual((taken, owner, _Zel.activityLockOwner()), (True, tid, 0))
         self.assertNotEqual(tid, helper.tid())
 
     def test_converter_waits_for_the_lock(self):

@@ -11,43 +11,23 @@ ENTITY = "Zel::Entity"
 
 
 class Descriptors(unittest.TestCase):
-    def setUp(self):
-        self.t = _Zel.typeNode(ENTITY)
-
-    def test_one_wrapper_per_descriptor(self):
-        name = self.t.attr("name")
-        self.assertIs(_Zel.typeNode(ENTITY), self.t)
-        self.assertIs(self.t.attr("name"), name)
-        self.assertIs(self.t.attr(name.attributeId), name)
-        self.assertIs(self.t.attr(long(name.attributeId)), name)
-        self.assertIs(self.t.attributeQ[0], name)
-        self.assertIs(name.scope, self.t)
-        self.assertEqual({self.t: 1}[_Zel.typeNode(ENTITY)], 1)
-
-    def test_type_properties(self):
-        base, value = _Zel.typeNode("Zel::PtrInterface"), _Zel.typeNode("Zel::Name")
-        self.assertEqual((repr(self.t), repr(self.t.attr("name"))),
-                         ("type('Zel::Entity')", "type('Zel::Entity').attr('name')"))
-        self.assertEqual(self.t.fullTypeName, ENTITY)
-        self.assertIsInstance(self.t.size, long)
-        self.assertEqual((self.t.isEntity, self.t.isValue, self.t.hasOwnPtrInterface, self.t.valAttr),
-                         (True, False, True, None))
-        self.assertEqual((value.isValue, value.valAttr.name), (True, "value"))
-        self.assertEqual((self.t.baseType, base.baseType), (base, None))
-        self.assertEqual((self.t.isDerived(base), base.isDerived(self.t)), (True, False))
-        self.assertEqual([a.name for a in self.t.attributeQ][:4], ["name", "parent", "parentAttrName", "fullName"])
-        self.assertEqual((self.t.constructorArgNameQ, self.t.constructorArgTypeQ, base.constructorArgNameQ),
-                         (("name",), ("Zel::Name",), ()))
-
-    def test_attribute_properties(self):
-        a = self.t.attr("name")
-        self.assertIsInstance(a.attributeId, int)
-        self.assertIs(a.memberType, _Zel.typeNode("Zel::Name"))
-        self.assertEqual((a.name, a.indexType, a.indexAttr, a.instantiatingIndexPosition, a.internalIndexName,
-                          a.instantiatingArgNameQ), ("name", None, None, None, None, ()))
-        self.assertEqual((a.readable, a.writable, a.isImmutable, a.isCollection, a.hasInternalIndex),
-                         (True, False, True, False, False))
-        self.assertIs(self.t.attr("parent").isPtr, True)
+    def test_one_wrapper_per_descriptor_and_its_properties(self):
+        t, base, value = [_Zel.typeNode(n) for n in (ENTITY, "Zel::PtrInterface", "Zel::Name")]
+        a = t.attr("name")
+        self.assertEqual([x is a for x in (t.attr("name"), t.attr(a.attributeId), t.attr(long(a.attributeId)),
+                                           t.attributeQ[0])], [True] * 4)
+        self.assertEqual((_Zel.typeNode(ENTITY) is t, a.scope is t, {t: 1}[_Zel.typeNode(ENTITY)]), (True, True, 1))
+        self.assertEqual((repr(t), repr(a), t.fullTypeName, type(t.size), t.isEntity, t.isValue, t.hasOwnPtrInterface,
+                          t.valAttr, value.isValue, value.valAttr.name, t.baseType, base.baseType, t.isDerived(base),
+                          base.isDerived(t), [x.name for x in t.attributeQ][:4], t.constructorArgNameQ,
+                          t.constructorArgTypeQ, base.constructorArgNameQ),
+                         ("type('Zel::Entity')", "type('Zel::Entity').attr('name')", ENTITY, long, True, False, True,
+                          None, True, "value", base, None, True, False, ["name", "parent", "parentAttrName", "fullName"],
+                          ("name",), ("Zel::Name",), ()))
+        self.assertEqual((type(a.attributeId), a.memberType, a.name, a.indexType, a.indexAttr,
+                          a.instantiatingIndexPosition, a.internalIndexName, a.instantiatingArgNameQ, a.readable,
+                          a.writable, a.isImmutable, a.isCollection, a.hasInternalIndex, t.attr("parent").isPtr),
+                         (int, value, "name", None, None, None, None, (), True, False, True, False, False, True))
 
 
 class Handles(unittest.TestCase):
@@ -58,21 +38,14 @@ class Handles(unittest.TestCase):
             for op in (n.typeName, n.isConst, n.hash, n.strRep, lambda: n.ptr):
                 self.assertRaises(IndexError, op)
 
-    def test_entity_handle(self):
-        e = helper.entity("small")
+    def test_entity_and_value_handles(self):
+        e, v = helper.entity("small"), helper.intValue(7)
         r = repr(e)
         self.assertTrue(r.startswith("_Zel.GifPtr(0x") and r.endswith(",'Zel::Entity')"), r)
         address = r[len("_Zel.GifPtr("):-len(",'Zel::Entity')")]
-        self.assertEqual(str(e), "<_Zel.GifPtr to object of type 'Zel::Entity' at %s>" % address)
-        self.assertEqual((e.typeName(), e.isConst()), ("Zel::Entity", False))
-        self.assertIsInstance(e.hash(), long)
-        self.assertEqual(e.hash(), e.hash())
-        self.assertIsInstance(e.strRep(), str)
-        self.assertIsInstance(e.ptr, (int, long))
-        self.assertEqual(e.ptr, helper.entityRawPtr(e))
-
-    def test_value_handle(self):
-        v = helper.intValue(7)
+        self.assertEqual((str(e), e.typeName(), e.isConst(), type(e.hash()), e.hash(), type(e.strRep()), e.ptr),
+                         ("<_Zel.GifPtr to object of type 'Zel::Entity' at %s>" % address, "Zel::Entity", False, long,
+                          e.hash(), str, helper.entityRawPtr(e)))
         self.assertEqual((v.typeName(), v.strRep()), ("int", "7"))
         self.assertNotEqual(v.hash(), helper.intValue(8).hash())
 
@@ -109,18 +82,15 @@ class PublicSurface(unittest.TestCase):
         t = _Zel.typeNode(ENTITY)
         sw = _Zel.typeNode("Demo::Switch")
         it = _Zel.newGenericIf(sw, ("doc",)).attributeIter(sw.attr("vlan"), 0)
-        for thing, doc in ((_Zel, "Module providing access to Zel types"),
+        for thing, doc in ((_Zel, "Module providing access to Zel types"), (type(t), "Wraps a Zel::ZelType"),
                            (_Zel.typeNode, "Return the Zel::ZelType object with the specified name"),
                            (_Zel.acquireActivityLock, "Acquire the global activity lock"),
                            (_Zel.releaseActivityLock, "Release the global activity lock"),
-                           (_Zel.activityLockOwner, "owner of the activity lock"),
+                           (_Zel.activityLockOwner, "owner of the activity lock"), (_Zel.GifPtr, "GifPtr objects"),
                            (_Zel.enableThreadSafePointers, "enable atomic smart pointers"),
-                           (type(t), "Wraps a Zel::ZelType"),
                            (type(t).isDerived, "is type in my chain of base types?"),
-                           (type(t).attributeQ, "attribute queue"),
+                           (type(t).attributeQ, "attribute queue"), (_Zel.GifPtr.ptr, "pointer value as an int"),
                            (type(t.attr("name")).instantiatingArgTypeQ, "instantiating arg type queue"),
-                           (_Zel.GifPtr, "GifPtr objects"),
-                           (_Zel.GifPtr.ptr, "pointer value as an int"),
                            (_Zel.GifPtr.strRep, "return the string representation of the _Zel.GifPtr"),
                            (type(it), "GenericIfIterator object")):
             self.assertEqual(thing.__doc__, doc, thing)

@@ -38,11 +38,10 @@ class Filter(unittest.TestCase):
         self.obj.attributeSingletonIs(ALL.attr("s8"), str(self.value))
         return [name for name, _ in self.w.calls]
 
-    def test_new_notifiee_forwards_everything_with_values(self):
-        self.assertEqual(self.n.typeName(), "Zel::PyGenericIfNotifieeBase")
-        self.assertIs(self.n.attributeSingleton(FILTERED), False)
-        self.assertEqual(self.n.attributeMembers(FILTER), 0)
-        self.assertEqual(self.n.attributeSingleton(HANDLER).ptr, self.w.handle.ptr)
+    def test_unfiltered_then_each_filter_change_applies_to_the_next_call(self):
+        self.assertEqual((self.n.typeName(), self.n.attributeSingleton(FILTERED), self.n.attributeMembers(FILTER),
+                          self.n.attributeSingleton(HANDLER).ptr), ("Zel::PyGenericIfNotifieeBase", False, 0,
+                                                                     self.w.handle.ptr))
         self.assertEqual(self.touch(), ["i32", "s8"])
         self.assertEqual(self.w.calls, [("i32", 1), ("s8", "1")])
         first = [name for name, _ in self.w.calls]
@@ -50,8 +49,6 @@ class Filter(unittest.TestCase):
         for a, b in zip(first, [name for name, _ in self.w.calls]):   # interned attribute names
             self.assertIs(a, b)
             self.assertIs(a, intern(a))
-
-    def test_each_filter_change_applies_to_the_next_call(self):
         v0 = self.n.attributeVersion(FILTER)
         entry = lambda name, on: lambda: self.n.attributeCollectionIs(FILTER, name, on)  # noqa: E731
         steps = [("nothing", lambda: None, ["i32", "s8"]),

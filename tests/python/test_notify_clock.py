@@ -36,45 +36,42 @@ class Ticker(object):
 
 
 class Firing(unittest.TestCase):
-    def test_once_at_creation_then_per_wake_time(self):
-        log = []
-        t = Ticker("a", log)
-        self.assertEqual(log, ["a"])
-        self.assertEqual(t.n.attributeSingleton(A("timeMinProxy")), 0.0)
-        run_until_quiet()
-        self.assertEqual(log, ["a"])
-        t.plan = [past(), past()]
-        t.n.attributeSingletonIs(A("timeMinProxy"), past())
-        run_until_quiet()
-        self.assertEqual(log, ["a"] * 4)
-        run_until_quiet()
-        self.assertEqual(log, ["a"] * 4)
-
-    def test_wake_times_fire_in_order_the_last_deferred_to_an_activity(self):
+    def test_creation_wake_times_in_order_reflection_and_drop(self):
         act = _Zel.newGenericIf(_Zel.typeNode("Zel::ActivityConfig"), ("clock-act",))
         log = []
         ts = [Ticker(tag, log) for tag in "xyz"] + [Ticker("d", log, activity=act)]
         self.assertEqual(log, ["x", "y", "z", "d"])   # the calls at creation, even the deferred one's
+        self.assertEqual(ts[0].n.attributeSingleton(A("timeMinProxy")), 0.0)
+        run_until_quiet()
+        self.assertEqual(log, ["x", "y", "z", "d"])   # no wake time, no call
         del log[:]
         base = past()
         for t, offset in zip(ts, (0.3, 0.1, 0.2, 0.4)):
             t.n.attributeSingletonIs(A("timeMinProxy"), base + offset)
         run_until_quiet()
         self.assertEqual(log, ["y", "z", "x", "d"])
-
-    def test_reflection(self):
-        log = []
-        t = Ticker("r", log)
-        self.assertEqual(t.n.typeName(), "Zel::PyClockNotifiee")
-        self.assertEqual(t.n.attributeSingleton(A("clock")).ptr, CLOCK.ptr)
-        self.assertEqual(t.n.attributeSingleton(A("notifier")).ptr, CLOCK.ptr)
+        # A handler that writes the next wake time is called at it, and
+        # after its last one no more.
+        del log[:]
+        t = ts[0]
+        t.plan = [past(), past()]
+        t.n.attributeSingletonIs(A("timeMinProxy"), past())
+        run_until_quiet()
+        run_until_quiet()
+        self.assertEqual(log, ["x"] * 3)
+        self.assertEqual((t.n.typeName(), t.n.attributeSingleton(A("clock")).ptr,
+                          t.n.attributeSingleton(A("notifier")).ptr), ("Zel::PyClockNotifiee", CLOCK.ptr, CLOCK.ptr))
         t.n.attributeFunction(A("handleTime"), ())
-        self.assertEqual(log, ["r", "r"])
         t.n.attributeSingletonIs(A("notifier"), CLOCK)   # the same clock: no call
-        self.assertEqual(log, ["r", "r"])
-        self.assertEqual(CN.baseType.fullTypeName, "Zel::Entity::NotifieeConst")
-        self.assertEqual(_Zel.typeNode("Zel::Clock::NotifieeConst").baseType.fullTypeName,
-                         "Zel::Entity::NotifieeConst")
+        self.assertEqual(log, ["x"] * 4)
+        self.assertEqual((CN.baseType.fullTypeName, _Zel.typeNode("Zel::Clock::NotifieeConst").baseType.fullTypeName),
+                         ("Zel::Entity::NotifieeConst", "Zel::Entity::NotifieeConst"))
+        # Dropped notifiees stop at once, the deferred one too.
+        for t in (ts[1], ts[3]):
+            t.n.attributeSingletonIs(A("timeMinProxy"), past())
+            del t.n
+        run_until_quiet()
+        self.assertEqual(log, ["x"] * 4)
 
     def test_operations_the_attributes_lack_are_not_supported(self):
         # The handle's and the clock notifiee's own attributes refuse what
@@ -94,15 +91,6 @@ class Firing(unittest.TestCase):
             self.assertEqual(str(caught.exception),
                              '%s.%s: error in %s : Zel::OpNotSupportedException("attribute %s does not support %s")'
                              % (attr.scope.fullTypeName, attr.name, stage, attr.name, op))
-
-    def test_dropped_notifiee_stops_at_once(self):
-        log = []
-        for activity in (None, _Zel.newGenericIf(_Zel.typeNode("Zel::ActivityConfig"), ("drop-act",))):
-            t = Ticker("gone", log, activity=activity)
-            t.n.attributeSingletonIs(A("timeMinProxy"), past())
-            del t.n
-        run_until_quiet()
-        self.assertEqual(log, ["gone"] * 2)
 
 
 if __name__ == "__main__":

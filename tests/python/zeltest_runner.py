@@ -1,16 +1,7 @@
-"""Runs one Python test module, then checks that it freed every framework
-object it made.
-
-    build/zelpython zeltest_runner.py MODULE [MODULE.Class[.test] ...]
-
-The tests run as `python -m unittest -v` runs them. Then the runner drops
-what still refers to the module (the module itself, the test cases and
-their results, the last exception), collects Python's garbage and compares
-the allocation tracker's live count of each framework type with the count
-taken before the module was imported. A type with more live objects than
-before fails the module, named with its counts, unless it is one of the
-process-wide objects below, of which one per process is expected.
-"""
+"""Runs one Python test module as `python -m unittest -v` would
+(`zeltest_runner.py MODULE [MODULE.Class[.test] ...]`), then fails it if
+it left more live framework objects of a type than before it was imported
+(apart from the process-wide objects below)."""
 import os
 import sys
 import threading
