@@ -118,13 +118,9 @@ PyResult repr(GilHeld gil, PyObject* self) {
 } // namespace
 
 PyTypeObject ZelProxy_SingletonAttr_Type = [] {
-    PyTypeObject t{};
-    Py_REFCNT(&t) = 1;
-    t.tp_name = "_ZelProxy.SingletonAttr";
-    t.tp_basicsize = sizeof(SingletonAttr);
+    PyTypeObject t = Zel::staticType("_ZelProxy.SingletonAttr", sizeof(SingletonAttr));
     t.tp_dealloc = Zel::entry<dealloc>;
     t.tp_repr = Zel::entry<repr>;
-    t.tp_flags = Py_TPFLAGS_DEFAULT;
     t.tp_doc = "SingletonAttr(attr, proxyBase, wrap): a singleton attribute of Zel proxies";
     t.tp_descr_get = Zel::entry<descrGet>;
     t.tp_descr_set = Zel::entry<descrSet>;

@@ -137,10 +137,7 @@ PyDone dealloc(GilHeld gil, PyObject* obj) {
 } // namespace
 
 PyTypeObject FwkPyGenericIfIterator_Type = [] {
-    PyTypeObject t{};
-    Py_REFCNT(&t) = 1;
-    t.tp_name = "_Zel.GenericIfIterator";
-    t.tp_basicsize = sizeof(FwkPyGenericIfIterator);
+    PyTypeObject t = Zel::staticType("_Zel.GenericIfIterator", sizeof(FwkPyGenericIfIterator));
     t.tp_dealloc = Zel::entry<dealloc>;
     t.tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_ITER;
     t.tp_doc = "GenericIfIterator object";

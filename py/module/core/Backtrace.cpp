@@ -92,13 +92,9 @@ PyMemberDef PyBacktrace_members[] = {
 };
 
 PyTypeObject PyBacktrace_Type = [] {
-    PyTypeObject t{};
-    Py_REFCNT(&t) = 1;
-    t.tp_name = "Backtrace";
-    t.tp_basicsize = sizeof(PyBacktrace);
+    PyTypeObject t = Zel::staticType("Backtrace", sizeof(PyBacktrace));
     t.tp_dealloc = Zel::entry<PyBacktrace_dealloc>;
     t.tp_repr = Zel::entry<PyBacktrace_repr>;
-    t.tp_flags = Py_TPFLAGS_DEFAULT;
     t.tp_doc = "PyBacktrace objects";
     t.tp_methods = PyBacktrace_methods;
     t.tp_members = PyBacktrace_members;

@@ -151,14 +151,10 @@ PyGetSetDef FwkPyGenericIf_getset[] = {
 } // namespace
 
 PyTypeObject FwkPyGenericIf_Type = [] {
-    PyTypeObject t{};
-    Py_REFCNT(&t) = 1;
-    t.tp_name = "_Zel.GifPtr";
-    t.tp_basicsize = sizeof(FwkPyGenericIf);
+    PyTypeObject t = Zel::staticType("_Zel.GifPtr", sizeof(FwkPyGenericIf));
     t.tp_dealloc = Zel::entry<dealloc>;
     t.tp_repr = Zel::entry<repr>;
     t.tp_str = Zel::entry<str>;
-    t.tp_flags = Py_TPFLAGS_DEFAULT;
     t.tp_doc = "GifPtr objects";
     t.tp_methods = FwkPyGenericIf_methods;
     t.tp_getset = FwkPyGenericIf_getset;

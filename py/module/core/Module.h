@@ -31,6 +31,18 @@
 
 namespace Zel {
 
+// A type object of the module, defined statically: never freed (its
+// reference count starts at one), with the default flags; the caller fills
+// in its slots.
+inline PyTypeObject staticType(char const* name, Py_ssize_t instanceSize) {
+    PyTypeObject t{};
+    Py_REFCNT(&t) = 1;
+    t.tp_name = name;
+    t.tp_basicsize = instanceSize;
+    t.tp_flags = Py_TPFLAGS_DEFAULT;
+    return t;
+}
+
 // Attribute "Zel.<name>" of the already imported Python package Zel:
 // new reference, or null with a Python error set. Interpreter lock held.
 PyObject* getFromZel(char const* name);

@@ -264,12 +264,8 @@ PyMethodDef PyZelAttr_methods[] = {
 
 PyTypeObject makeType(char const* typeName, Py_ssize_t basicSize, char const* doc, reprfunc repr, PyMethodDef* methods,
                       PyGetSetDef* getset) {
-    PyTypeObject t{};
-    Py_REFCNT(&t) = 1;
-    t.tp_name = typeName;
-    t.tp_basicsize = basicSize;
+    PyTypeObject t = Zel::staticType(typeName, basicSize);
     t.tp_repr = repr;
-    t.tp_flags = Py_TPFLAGS_DEFAULT;
     t.tp_doc = doc;
     t.tp_methods = methods;
     t.tp_getset = getset;
