@@ -12,6 +12,7 @@ import ZelDemo  # noqa: F401
 import _Zel
 import _ZelTestHelper as helper
 import children
+from zelsupport import raised
 
 SW = _Zel.typeNode("Demo::Switch")
 
@@ -24,14 +25,6 @@ KINDS = [
     ("Internal", SystemError), ("Permission", Zel.PermissionError), ("OpNotSupported", NotImplementedError),
     ("Exception", Exception),
 ]
-
-
-def raised(fn, *args):
-    try:
-        fn(*args)
-    except BaseException as e:
-        return e
-    raise AssertionError("nothing raised by %r%r" % (fn, args))
 
 
 class Translation(unittest.TestCase):

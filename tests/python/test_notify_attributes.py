@@ -114,7 +114,8 @@ class Delivery(unittest.TestCase):
         # Bound methods, defaults, *args and closures go without a tuple; the
         # rest through PyObject_Call.
         cases = [(Receiver().method, ("i32", 1)), (Receiver(), ("i32", 2)),
-                 (lambda name, value, tag="d": got.append((name, value, tag)), ("i32", 3, "d")), (collecting, ("i32", 4)),
+                 (lambda name, value, tag="d": got.append((name, value, tag)), ("i32", 3, "d")),
+                 (collecting, ("i32", 4)),
                  (lambda name, value: got.append((name, value, len(got))), ("i32", 5, 0)),
                  (functools.partial(collecting, "p"), ("p", "i32", 6))]
         for value, (handler, expected) in enumerate(cases, 1):
