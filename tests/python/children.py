@@ -1,7 +1,4 @@
-"""Child processes of the tests, each under a time limit: a child that
-hangs (one was once seen to under a sanitizer) is killed and the test
-fails naming it, instead of the suite waiting for its own timeout.
-Python 2.7's subprocess has no timeout, hence a timer that kills."""
+"""Child processes of the tests under a time limit (Python 2.7's subprocess has none): a hung one is killed."""
 import contextlib
 import os
 import subprocess
@@ -15,8 +12,7 @@ SECONDS = float(os.environ.get("ZEL_CHILD_SECONDS") or 120)
 
 @contextlib.contextmanager
 def watched(proc, name, seconds=SECONDS):
-    """Kills `proc` should the block take over `seconds`; the block then
-    fails with an AssertionError naming the child."""
+    """Kills `proc` should the block take over `seconds`, and fails naming it."""
     fired = []
 
     def kill():

@@ -1,6 +1,4 @@
-"""What a process holds, to compare before and after: live framework
-objects by type, threads, file descriptors and Python objects by type.
-The leak-checking runner and the soak take them."""
+"""What a process holds, for the leak-checking runner and the soak to compare before and after."""
 import collections
 import gc
 import os
@@ -33,8 +31,7 @@ def live(*names):
 
 
 def census():
-    """Python objects by type: every object the collector tracks, and the
-    untracked ones (GifPtr handles, strings, numbers) they refer to."""
+    """Python objects by type: those the collector tracks, and the untracked ones they refer to."""
     objs = gc.get_objects()
     seen = set(map(id, objs))
     count = collections.Counter(type(o) for o in objs)

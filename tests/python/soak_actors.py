@@ -1,8 +1,7 @@
-"""The soak's actors, all at once: writers, wire clients, zelc runs, clock
-handlers that re-arm, the activity loop, and a churn of handles,
-notifiees, timers, proxies and iterators (docs/soak.md)."""
+"""The soak's actors, which run all at once (docs/soak.md)."""
 import collections
 import ctypes
+import itertools
 import os
 import select
 import shutil
@@ -43,10 +42,9 @@ _libc = ctypes.CDLL(None)
 WATCH = 'mine = []\nwatch = Zel.notifiee(objs[%d], lambda name, v: mine.append(v), attrs=["i64"])'
 
 
-def client_step(c, r, seq, v, here):
-    """Request r of a connection of client c, its seq'th: (kind, command,
-    answer). v: the client's sets so far; here: those on this connection."""
-    k, absent = CLIENT_VLAN + c, 10 ** 6 + seq
+def client_step(c, r, seq, v):
+    """(kind, command, answer) of request r on a connection of client c, its seq'th; v: the client's sets so far."""
+    k, absent, here = CLIENT_VLAN + c, 10 ** 6 + seq, r // 6 + 1   # here: the sets on this connection
     return [(KIND_EXEC, 'objs[%d].i64 = %d\nprint objs[%d].i64' % (c, v, c), ('OK', '%d\n' % v)),
             (KIND_EVAL, '(%d, sw.add(%d, %d))' % (seq, c, seq), ('OK', '(%d, %d)' % (seq, c + seq))),
             (KIND_EXEC, 'sw.vlan[%d] = "c%d-%d"\nprint sw.vlan[%d]' % (k, c, seq, k), ('OK', 'c%d-%d\n' % (c, seq))),
@@ -57,14 +55,11 @@ def client_step(c, r, seq, v, here):
 
 
 class Soak(object):
-    """One run of every actor for `seconds`; soak_checks.problems() tells
-    what went wrong."""
+    """One run of every actor for `seconds`; soak_checks.problems() tells what went wrong."""
 
     def __init__(self, seconds):
-        self.seconds = seconds
-        self.errors = []
-        self.stop = threading.Event()
-        self.loopStop = threading.Event()
+        self.seconds, self.errors, self.clocks = seconds, [], []
+        self.stop, self.loopStop = threading.Event(), threading.Event()
         self.act = _Zel.newGenericIf(ACTIVITY, ('soak',))
         self.clock = _Zel.singleton('Zel::Clock')   # not a global: the module outlives a test module
         self.sw = Zel.new('Demo::Switch', 'soak')
@@ -85,19 +80,15 @@ class Soak(object):
         self.filtered = Zel.notifiee(self.sw, self.guard('intf only', lambda n, k: self.swIntf.see(owner(n, k))),
                                      attrs=['intf'], activity=self.act)
         self.expected = Seen()   # switch changes by owner
-        self.writes = [0] * WRITERS
-        self.sets = [0] * CLIENTS
-        self.requests = [0] * CLIENTS
+        self.writes, self.sets, self.requests = [0] * WRITERS, [0] * CLIENTS, [0] * CLIENTS
         self.zelcRuns = self.zelcLines = self.churns = 0
-        self.clocks = []
         self.dir = tempfile.mkdtemp()
         self.server = PyServer.PyServer('soak.srv', tcpPort=0, directory=self.dir,
                                         namespace={'Zel': Zel, 'sw': self.sw, 'objs': self.objs})
 
     # ---- helpers ----------------------------------------------------------
     def guard(self, where, fn):
-        """A handler must not raise (that ends the process), nor may an actor
-        die unseen: record instead, and stop the run."""
+        """fn, recording what it raises and stopping the run: a handler that raises ends the process."""
         def guarded(*args):
             try:
                 fn(*args)
@@ -115,32 +106,29 @@ class Soak(object):
         t.daemon = True   # a hung one must not keep the process from reporting
         return t
 
+    def steps(self, items=None):
+        """items (by default 1, 2, 3, ...) until the actors stop."""
+        return itertools.takewhile(lambda _: not self.stop.is_set(), itertools.count(1) if items is None else items)
+
     # ---- the actors ---------------------------------------------------------
     def writer(self, w):
-        """Sets i32 of its object to 1, 2, 3, ...; adds and removes vlans
-        and interfaces of its own; reads the switch's collections."""
-        obj, ptr, sw = self.objs[w], self.objs[w].ptr_, self.sw
+        """Sets i32 of its object to 1, 2, 3, ...; changes vlans and interfaces of its own; reads the switch."""
+        obj, ptr, sw, key, me = self.objs[w], self.objs[w].ptr_, self.sw, WRITER_VLAN + w, 'w%d' % w
         mine = collections.deque()
-        i = 0
-        while not self.stop.is_set():
-            i += 1
+        for i in self.steps():
             if i % 2:
                 obj.i32 = i
             else:
                 ptr.attributeSingletonIs(I32, i)
             self.writes[w] = i
             if i % 7 == 0:
-                sw.vlan[WRITER_VLAN + w] = 'w%d-%d' % (w, i)
-                self.expected.see(('vlan', WRITER_VLAN + w))
+                sw.vlan[key] = '%s-%d' % (me, i)
             if i % 50 == 0:
-                del sw.vlan[WRITER_VLAN + w]
-                self.expected.see(('vlan', WRITER_VLAN + w))
+                del sw.vlan[key]
             if i % 11 == 0:
-                mine.append(sw.intf.newMember('w%d-%d' % (w, i)).name)
-                self.expected.see(('intf', 'w%d' % w))
-                if len(mine) > 4:
-                    del sw.intf[mine.popleft()]
-                    self.expected.see(('intf', 'w%d' % w))
+                mine.append(sw.intf.newMember('%s-%d' % (me, i)).name)
+            if len(mine) > 4:
+                del sw.intf[mine.popleft()]
             if i % 10 == 0:
                 # Flat out, the writers would have the loop do little but
                 # deliver their changes; pausing lets every actor have turns.
@@ -152,34 +140,25 @@ class Soak(object):
                 assert not mine or sw.intf[mine[-1]].mtu == 1500
         for name in mine:
             del sw.intf[name]
-            self.expected.see(('intf', 'w%d' % w))
+        # The switch's changes it made: every interface made is deleted again.
+        n = self.writes[w]
+        self.expected.see(('vlan', key), n // 7 + n // 50)
+        self.expected.see(('intf', me), 2 * (n // 11))
 
     def client(self, c):
-        """Commands over the wire (odd clients by TCP), a new connection every
-        so often, each with a watch of its own in its namespace."""
-        connection = 0
-        while not self.stop.is_set():
-            connection += 1
-            if c % 2:
-                s = socket.create_connection(('127.0.0.1', self.server.tcpPort))
-            else:
-                s = socket.socket(socket.AF_UNIX)
-                s.connect(self.server.socketPath)
+        """Commands over the wire (odd clients by TCP), a new connection every so often, each with its own watch."""
+        for connection in self.steps():
+            s = socket.socket(socket.AF_INET if c % 2 else socket.AF_UNIX)
             s.settimeout(HANG)
             try:
+                s.connect(('127.0.0.1', self.server.tcpPort) if c % 2 else self.server.socketPath)
                 greet(s)
                 assert request(s, KIND_EXEC, WATCH % c) == ('OK', '')
-                here = 0
-                for r in range(40 + 37 * ((connection + c) % 5)):
-                    if self.stop.is_set():
-                        break
+                for r in self.steps(range(40 + 37 * ((connection + c) % 5))):
                     self.requests[c] += 1
-                    if r % 6 == 0:
-                        self.sets[c] += 1
-                        here += 1
-                    elif r % 6 == 2:
-                        self.expected.see(('vlan', CLIENT_VLAN + c))
-                    kind, cmd, want = client_step(c, r, self.requests[c], self.sets[c], here)
+                    self.sets[c] += r % 6 == 0
+                    self.expected.see(('vlan', CLIENT_VLAN + c), r % 6 == 2)
+                    kind, cmd, want = client_step(c, r, self.requests[c], self.sets[c])
                     got = request(s, kind, cmd)
                     if want[0] == 'EX':   # the end of the traceback
                         got = got[0], got[1][-len(want[1]):]
@@ -190,24 +169,20 @@ class Soak(object):
                 s.close()
 
     def zelc(self):
-        """zelc -i runs, alternately over the socket and the TCP port, each a
-        batch of statements and expressions on one connection."""
-        while not self.stop.is_set():
-            how = ['-s', self.server.socketPath] if self.zelcRuns % 2 else ['-p', str(self.server.tcpPort)]
-            lines, want = [], []
-            for j in range(25):
-                n = self.zelcLines = self.zelcLines + 1
-                lines += ['sw.vlan[%d] = "z%d"' % (ZELC_VLAN, n), 'sw.vlan[%d]' % ZELC_VLAN, 'sw.add(%d, 1000)' % n]
-                want += ["'z%d'" % n, str(n + 1000)]
+        """zelc -i runs, alternately over the socket and the TCP port, each 25 statement/expression pairs."""
+        for run in self.steps():
+            how = ['-s', self.server.socketPath] if run % 2 else ['-p', str(self.server.tcpPort)]
+            lines = range(self.zelcLines + 1, self.zelcLines + 26)
+            self.zelcLines += 25
+            cmds = ''.join('sw.vlan[%d] = "z%d"\nsw.vlan[%d]\nsw.add(%d, 1000)\n' % (ZELC_VLAN, n, ZELC_VLAN, n)
+                           for n in lines)
             self.expected.see(('vlan', ZELC_VLAN), 25)
-            got = children.run('zelc -i ' + how[0], [ZELC, '-i'] + how, input='\n'.join(lines) + '\n',
-                               seconds=HANG, close_fds=True)
-            assert got == (0, '\n'.join(want) + '\n', ''), got
+            got = children.run('zelc -i ' + how[0], [ZELC, '-i'] + how, input=cmds, seconds=HANG, close_fds=True)
+            assert got == (0, ''.join("'z%d'\n%d\n" % (n, n + 1000) for n in lines), ''), got
             self.zelcRuns += 1
 
     def startClock(self, k, activity):
-        """A clock notifiee whose handler re-arms it: k 0 and 1 through _Zel
-        (deferred, immediate), k 2 a package timer that keeps itself."""
+        """A clock notifiee whose handler re-arms it: k 0 and 1 through _Zel (deferred, immediate), 2 a Zel.timer."""
         clock = dict(fired=0, arms=0, armed=None, box=[])
         obj, box = self.objs[k], clock['box']
 
@@ -248,12 +223,9 @@ class Soak(object):
         assert time.time() - started < QUIET, 'the loop never went quiet: wake-ups or deliveries kept coming'
 
     def churn(self):
-        """Makes and drops handles, notifiees, clock notifiees, timers,
-        proxies and iterators; every object it makes is its own."""
+        """Makes and drops handles, notifiees, clock notifiees, timers, proxies and iterators of its own."""
         base = Zel.new('Demo::AllTypes', 'churn')
-        k = 0
-        while not self.stop.is_set():
-            k += 1
+        for k in self.steps():
             _Zel.handle((k, 'dropped at once'))
             got = []
             n = base.ptr_.newNotifiee(_Zel.handle(self.guard('churn', lambda name, v: got.append(v))),
@@ -293,11 +265,9 @@ class Soak(object):
             self.churns += 1
 
     def selfArmingTimer(self, activity, wait):
-        """A timer as it is usually written: its handler keeps it, to re-arm
-        it; dropped by its maker, at times after it fired. It lives on in
-        that cycle until the collector runs, so it re-arms only until the
-        actors stop (dozens re-arming for ever kept the loop from going
-        quiet under valgrind); the firing that finds them stopped is the last."""
+        """A timer whose handler keeps it to re-arm it, dropped by its maker: it re-arms until the actors stop."""
+        # It lives on in that cycle until the collector runs; dozens
+        # re-arming for ever kept the loop from going quiet under valgrind.
         box, done = [], []
 
         def fired():

@@ -1,6 +1,4 @@
-"""The soak's checks: the tracker of what each notifiee saw, the comparison
-of every count with what the actors did, what a run may leave behind, and
-the watchdog that names the threads of a hung process."""
+"""The soak's checks: what each notifiee saw against what the actors did, what a run may leave behind, the watchdog."""
 import collections
 import threading
 import types
@@ -12,10 +10,9 @@ CLIENT_VLAN, WRITER_VLAN, ZELC_VLAN = 1000, 2000, 3000
 
 
 class Seen(object):
-    """Counts by key, from any thread: a deferred notifiee may be called by
-    the loop and by a writer at once (when the loop is dispatching it).
-    `ordered`: the values 1, 2, 3, ... of a single writer, which a notifiee
-    called at once sees in that order."""
+    """Counts by key, from any thread; `ordered`: keys 1, 2, 3, ... in that order (one writer's, seen at once)."""
+    # A deferred notifiee may be called by the loop and by a writer at once
+    # (when the loop is dispatching it).
 
     def __init__(self, ordered=False):
         self.ordered = ordered
@@ -53,19 +50,14 @@ def diff(got, want):
 
 
 def problems(soak):
-    """What went wrong in a run, as a list of lines (empty when all is well):
-    every value seen once by each notifiee, every change of the switch
-    counted as often as its owner made one, every wake-up fired once."""
+    """What went wrong in a run, as lines: values seen once, each owner's changes counted, wake-ups fired."""
     if soak.errors:
         return soak.errors
     values = [('i32 of writer %d' % w, 'i32', w, n) for w, n in enumerate(soak.writes)]
     values += [('i64 of client %d' % c, 'i64', c, n) for c, n in enumerate(soak.sets)]
-    bad = []
-    for k, clock in enumerate(soak.clocks):
-        if (clock['fired'], clock['armed']) != (clock['arms'], None):
-            bad.append('clock %d: %d firings of %d wake-ups, %r pending' % (k, clock['fired'], clock['arms'],
-                                                                            clock['armed']))
-        values.append(('u64 set by clock %d' % k, 'u64', k, clock['fired']))
+    values += [('u64 set by clock %d' % k, 'u64', k, clock['fired']) for k, clock in enumerate(soak.clocks)]
+    bad = ['clock %d: %d firings of %d wake-ups, %r pending' % (k, c['fired'], c['arms'], c['armed'])
+           for k, c in enumerate(soak.clocks) if (c['fired'], c['armed']) != (c['arms'], None)]
     counts = [('%s, %s' % (what, how), seen[i][attr], dict.fromkeys(range(1, n + 1), 1))
               for what, attr, i, n in values for how, seen in (('at once', soak.now), ('deferred', soak.later))]
     expected = soak.expected.counts
@@ -85,11 +77,7 @@ CELL = type((lambda x: lambda: x)(0).func_closure[0])
 
 
 def grown(before, after):
-    """{type: how many more} of the compared types that grew too much: none
-    of the kinds the soak or the code it drives makes per operation (a leak
-    there is one per operation, thousands a run); a few general containers
-    (the first snapshot's own, alive while the second is taken, and caches
-    the interpreter fills on a path's first use); other types not compared."""
+    """{type: how many more} of the types that grew too much, by the limits of docs/soak.md (The end state)."""
     out = {}
     for t in set(before) | set(after):
         if t.__module__ in ('_Zel', '_ZelProxy', 'Zel', 'PyServer', 'threading', 'socket', 'subprocess') or \

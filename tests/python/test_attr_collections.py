@@ -1,13 +1,11 @@
-"""Collection and function attributes of _Zel.GifPtr handles on
-Demo::Switch: keyed, instantiating, automatic-key and queue collections,
-iteration, and function calls, with the refusals at the edges of the
-direct path for builtin keys and arguments."""
+"""Collection and function attributes of _Zel.GifPtr handles on Demo::Switch, with the refusals at the edges of
+the direct path for builtin keys and arguments."""
 import unittest
 
 import Zel  # noqa: F401
 import ZelDemo  # noqa: F401
 import _Zel
-from zelsupport import drain
+from zelsupport import drain, raised
 
 T = _Zel.typeNode("Demo::Switch")
 A = T.attr
@@ -29,9 +27,7 @@ class Collections(unittest.TestCase):
         for lookup in (self.sw.attributeCollection, self.sw.rawAttributeCollection, self.sw.attributeCollectionVal):
             self.assertEqual(lookup(vlan, 20), "twenty")
             self.assertEqual(lookup(vlan, 20L), "twenty")
-            with self.assertRaises(KeyError) as cm:
-                lookup(vlan, 5)
-            self.assertEqual(cm.exception.args, (5,))
+            self.assertEqual((type(raised(lookup, vlan, 5)), raised(lookup, vlan, 5).args), (KeyError, (5,)))
         self.assertEqual([self.sw.attributeCollectionExist(vlan, k) for k in (10, 11)], [True, False])
         self.assertIsNone(self.sw.attributeCollectionDel(vlan, 10))
         self.assertEqual(self.sw.attributeMembers(vlan), 2)
@@ -41,13 +37,12 @@ class Collections(unittest.TestCase):
         for call in (self.sw.attributeCollectionExist, self.sw.attributeCollection, self.sw.attributeCollectionDel,
                      lambda a, k: self.sw.attributeCollectionIs(a, k, "x")):
             for key, got in (("5", "str: '5'"), (2 ** 40, "int: 1099511627776"), (True, "bool: True")):
-                with self.assertRaises(TypeError) as cm:
-                    call(vlan, key)
-                self.assertEqual(str(cm.exception),
-                                 'Demo::Switch.vlan: index type : Zel::TypeException("expected int, got %s")' % got)
-        with self.assertRaises(TypeError) as cm:
-            self.sw.attributeCollectionIs(vlan, 1, 2)
-        self.assertEqual(str(cm.exception), 'Demo::Switch.vlan: Zel::TypeException("expected Zel::String, got int: 2")')
+                e = raised(call, vlan, key)
+                self.assertEqual((type(e), str(e)), (TypeError, 'Demo::Switch.vlan: index type : '
+                                                     'Zel::TypeException("expected int, got %s")' % got))
+        e = raised(self.sw.attributeCollectionIs, vlan, 1, 2)
+        self.assertEqual((type(e), str(e)),
+                         (TypeError, 'Demo::Switch.vlan: Zel::TypeException("expected Zel::String, got int: 2")'))
         self.assertEqual(self.sw.attributeMembers(vlan), 0)
 
     def test_instantiating_collections(self):
@@ -58,13 +53,11 @@ class Collections(unittest.TestCase):
         self.assertEqual(self.sw.rawAttributeCollection(intf, "eth0").ptr, made.ptr)
         (key, value), _ = drain(self.sw.attributeIter(intf, _Zel.IteratorModeItems))
         self.assertEqual((key, type(value), value.typeName()), ("eth0", _Zel.GifPtr, "Demo::Interface"))
-        with self.assertRaises(AttributeError) as cm:
-            self.sw.attributeCollectionIs(intf, "eth2", ("eth2",))
-        self.assertEqual(str(cm.exception),
-                         "Demo::Switch.intf: index type : expected None for the index type, got: str")
-        with self.assertRaises(TypeError) as cm:
-            self.sw.attributeAdd(intf, "eth3")
-        self.assertEqual(str(cm.exception), 'Demo::Switch.intf: Zel::TypeException("expected tuple, got str")')
+        for e, cls, text in ((raised(self.sw.attributeCollectionIs, intf, "eth2", ("eth2",)), AttributeError,
+                              "Demo::Switch.intf: index type : expected None for the index type, got: str"),
+                             (raised(self.sw.attributeAdd, intf, "eth3"), TypeError,
+                              'Demo::Switch.intf: Zel::TypeException("expected tuple, got str")')):
+            self.assertEqual((type(e), str(e)), (cls, text))
         self.assertEqual(self.sw.attributeMembers(intf), 2)
         # automatic keys: the framework supplies the key argument
         first = self.sw.attributeAdd(A("event"), ("up",))
@@ -76,16 +69,12 @@ class Collections(unittest.TestCase):
         color = A("color")
         self.sw.attributeCollectionIs(color, "x", "red")
         self.assertEqual(self.sw.attributeCollectionVal(color, "x"), "red")
-        with self.assertRaises(IndexError) as cm:
-            self.sw.attributeCollectionVal(color, "nope")
-        self.assertTrue(str(cm.exception).startswith("Demo::Switch.color: error in accessor : "), str(cm.exception))
-        with self.assertRaises(KeyError) as cm:
-            self.sw.attributeCollection(color, "nope")
-        self.assertEqual(cm.exception.args, ("nope",))
-        with self.assertRaises(TypeError) as cm:
-            self.sw.attributeCollectionIs(color, "y", "mauve")
-        self.assertTrue(str(cm.exception).startswith('Demo::Switch.color: Zel::TypeException("Demo::Color expected'),
-                        str(cm.exception))
+        for e, cls, start in ((raised(self.sw.attributeCollectionVal, color, "nope"), IndexError,
+                               "Demo::Switch.color: error in accessor : "),
+                              (raised(self.sw.attributeCollection, color, "nope"), KeyError, "'nope'"),
+                              (raised(self.sw.attributeCollectionIs, color, "y", "mauve"), TypeError,
+                               'Demo::Switch.color: Zel::TypeException("Demo::Color expected')):
+            self.assertEqual((type(e), str(e)[:len(start)]), (cls, start))
         self.assertFalse(self.sw.attributeCollectionExist(color, "y"))
 
     def test_queue_removal_order(self):
@@ -137,9 +126,7 @@ class Functions(unittest.TestCase):
         messages = []
         for _ in range(2):
             for args in (("1", 2), (1, "2"), 1, (1,)):
-                with self.assertRaises(TypeError) as cm:
-                    self.sw.attributeFunction(A("add"), args)
-                messages.append(str(cm.exception))
+                messages.append(str(raised(self.sw.attributeFunction, A("add"), args)))
             self.assertEqual(self.sw.attributeFunction(A("add"), (2, 3)), 5)
         self.assertEqual(messages[:4], messages[4:])
         for text in messages[:3]:

@@ -1,13 +1,11 @@
-"""Singleton attributes of _Zel.GifPtr handles and of Zel package proxies,
-and construction by newGenericIf. Builtin values take a direct path (no
-framework value object per call); what it does not take falls back to the
-general path and is refused exactly as before: the tables hold values at
-the edges between the two."""
+"""Singleton attributes of handles and proxies, and newGenericIf: the tables hold values at the edges between
+the direct path for builtin values and the general one, which refuses them exactly as before."""
 import unittest
 
 import Zel  # noqa: F401  (defines PermissionError for the error translation)
 import ZelDemo  # noqa: F401  (registers the Demo types)
 import _Zel
+from zelsupport import raised
 
 T = _Zel.typeNode("Demo::AllTypes")
 A = T.attr
@@ -51,9 +49,8 @@ class SingletonValues(unittest.TestCase):
                  ("f64", "1", "double", "str: '1'")]
         for name, value, expected, got in cases:
             before = self.obj.attributeSingleton(A(name))
-            with self.assertRaises(TypeError) as cm:
-                self.obj.attributeSingletonIs(A(name), value)
-            self.assertEqual(str(cm.exception), refusal(name, expected, got))
+            e = raised(self.obj.attributeSingletonIs, A(name), value)
+            self.assertEqual((type(e), str(e)), (TypeError, refusal(name, expected, got)))
             self.assertEqual((name, self.obj.attributeSingleton(A(name))), (name, before))
 
     def test_literal_holds_large_values_but_not_endless_ones(self):
@@ -66,9 +63,8 @@ class SingletonValues(unittest.TestCase):
         for _ in range(40):
             shared = [shared] * 3
         for value in ([range(1000)] * 1001, shared):
-            with self.assertRaises(TypeError) as cm:
-                self.obj.attributeSingletonIs(A("literal"), value)
-            self.assertIn("too large for a Python literal", str(cm.exception))
+            e = raised(self.obj.attributeSingletonIs, A("literal"), value)
+            self.assertEqual((type(e), "too large for a Python literal" in str(e)), (TypeError, True))
             self.assertEqual(self.obj.attributeSingleton(A("literal")), big)
 
     def test_refused_operations_name_the_stage(self):
@@ -80,9 +76,8 @@ class SingletonValues(unittest.TestCase):
                                   (lambda: delattr(a, "i32"), AttributeError, "Demo::AllTypes.i32: error in del : "),
                                   (lambda: self.obj.attributeVersion(A("i32")), NotImplementedError,
                                    "Demo::AllTypes.i32: error in version : ")):
-            with self.assertRaises(cls) as cm:
-                call()
-            self.assertTrue(str(cm.exception).startswith(prefix), str(cm.exception))
+            e = raised(call)
+            self.assertEqual((type(e), str(e)[:len(prefix)]), (cls, prefix))
 
     def test_pointers_by_handle_and_values_by_syntax(self):
         self.obj.attributeSingletonIs(A("peer"), self.obj)
@@ -92,9 +87,8 @@ class SingletonValues(unittest.TestCase):
         a = Zel.new("Demo::AllTypes", "syntax")   # the package's syntax reads and writes as above
         a.i32 = 12
         self.assertEqual(a.i32, 12)
-        with self.assertRaises(TypeError) as cm:
-            a.i32 = "12"
-        self.assertEqual(str(cm.exception), refusal("i32", "int", "str: '12'"))
+        e = raised(setattr, a, "i32", "12")
+        self.assertEqual((type(e), str(e)), (TypeError, refusal("i32", "int", "str: '12'")))
         descriptor = type(a).__dict__["i32"]
         self.assertIs(type(a).i32, descriptor)
         self.assertRaises(TypeError, descriptor.__get__, object(), object)
@@ -120,9 +114,9 @@ class Construction(unittest.TestCase):
                               (POINT, (1, "x", None), "expected 2 parameters: 3 passed in: (int, str, NoneType)"),
                               (POINT, [1, 2], "expected tuple, got list"),
                               (SWITCH, (5,), None)]:
-            with self.assertRaises(TypeError) as cm:
-                _Zel.newGenericIf(t, args)
-            message = str(cm.exception)
+            e = raised(_Zel.newGenericIf, t, args)
+            message = str(e)
+            self.assertIs(type(e), TypeError)
             prefix = "%s: newGenericIf : " % t.fullTypeName
             if text is None:   # the element conversion's own text, about constructor parameter 0
                 self.assertTrue(message.startswith(prefix + "Error processing "), message)

@@ -1,7 +1,4 @@
-"""zelagent end to end: its agent file and start-up file, zelc reaching it by
-name, by socket and by TCP port and changing its switch, a peer of another
-user refused, and SIGTERM withdrawing the agent file. The client's framing,
-retries and discovery are the native client tests' (a scripted peer)."""
+"""zelagent end to end with zelc; the client's framing, retries and discovery are the native client tests'."""
 
 import errno
 import os

@@ -12,6 +12,7 @@ import ZelDemo  # noqa: F401
 import _Zel
 import _ZelTestHelper as helper
 import children
+from zelsupport import raised
 
 SW = _Zel.typeNode("Demo::Switch")
 
@@ -26,59 +27,43 @@ KINDS = [
 ]
 
 
-def raised(fn, *args):
-    try:
-        fn(*args)
-    except BaseException as e:
-        return e
-    raise AssertionError("nothing raised by %r%r" % (fn, args))
-
-
 class Translation(unittest.TestCase):
-    def setUp(self):
+    def test_each_kind_thrown_natively_or_by_a_function(self):
         sw = _Zel.newGenericIf(SW, ("fails",))
-        self.fn = lambda kind, message: sw.attributeFunction(SW.attr("fail"), (kind, message))
-
-    def test_each_kind_maps_to_its_class_thrown_natively_or_by_a_function(self):
+        fn = lambda kind, message: sw.attributeFunction(SW.attr("fail"), (kind, message))  # noqa: E731
         for kind, cls in KINDS:
             e = raised(helper.fail, kind, "m-" + kind)
             self.assertEqual((kind, type(e), e.args), (kind, cls, ("m-" + kind,)))
             if kind != "Parse":   # Demo::Switch.fail throws every other kind
                 name = "Zel::" + kind + ("Exception" if kind != "Exception" else "")
-                e = raised(self.fn, name[5:], "boom")
+                e = raised(fn, name[5:], "boom")
                 self.assertEqual((kind, type(e), str(e)),
                                  (kind, cls, 'Demo::Switch.fail: error in function call : %s("boom")' % name))
-
-    def test_backtrace_travels_with_framework_kinds(self):
+        # Framework kinds carry the native backtrace, cut in its repr; standard and foreign ones none.
         bt = raised(helper.fail, "UnknownAttr", "no such attr").backtrace
-        self.assertIsInstance(bt, _Zel.Backtrace)
-        self.assertEqual(bt.what, "no such attr")
-        self.assertTrue(repr(bt).startswith('<backtrace for "no such attr" with '))
+        self.assertEqual((type(bt), bt.what, repr(bt)[:35]),
+                         (_Zel.Backtrace, "no such attr", '<backtrace for "no such attr" with '))
         self.assertTrue(all(isinstance(f, str) for f in bt.frames()))
-        self.assertEqual(len(repr(raised(helper.fail, "Type", "x" * 1000).backtrace)), 299)   # cut
-
-    def test_errno_exception_becomes_oserror_with_number_text_and_context(self):
-        e = raised(helper.fail, "Errno", "the context")
-        self.assertIs(type(e), OSError)
-        self.assertEqual((e.errno, e.strerror, e.filename), (errno.ENOENT, os.strerror(errno.ENOENT), "the context"))
-        self.assertEqual(e.backtrace.what, os.strerror(errno.ENOENT))
-        self.assertEqual(raised(self.fn, "ErrnoException", "ctx").errno, errno.ENOENT)
-
-    def test_standard_and_foreign_exceptions(self):
-        for fn, kind, cls, text in ((helper.fail, "bad_alloc", SystemError, "std::bad_alloc"),
-                                    (self.fn, "bad_alloc", SystemError, "std::bad_alloc"),
+        self.assertEqual(len(repr(raised(helper.fail, "Type", "x" * 1000).backtrace)), 299)
+        for call, kind, cls, text in ((helper.fail, "bad_alloc", SystemError, "std::bad_alloc"),
+                                    (fn, "bad_alloc", SystemError, "std::bad_alloc"),
                                     (helper.fail, "runtime_error", SystemError, "boom"),
                                     (helper.fail, "not a C++ exception class", Exception, "unknown C++ exception"),
-                                    (self.fn, "int", Exception, "unknown C++ exception")):
-            e = raised(fn, kind, "boom")
-            self.assertEqual((kind, type(e), e.args), (kind, cls, (text,)))
-            self.assertFalse(hasattr(e, "backtrace"), kind)
+                                    (fn, "int", Exception, "unknown C++ exception")):
+            e = raised(call, kind, "boom")
+            self.assertEqual((kind, type(e), e.args, hasattr(e, "backtrace")), (kind, cls, (text,), False))
+        # An errno exception becomes OSError with number, text and context.
+        e = raised(helper.fail, "Errno", "the context")
+        self.assertEqual((type(e), e.errno, e.strerror, e.filename, e.backtrace.what),
+                         (OSError, errno.ENOENT, os.strerror(errno.ENOENT), "the context", os.strerror(errno.ENOENT)))
+        self.assertEqual(raised(fn, "ErrnoException", "ctx").errno, errno.ENOENT)
 
 
 class Messages(unittest.TestCase):
-    def test_update_exception_joins_attribute_text_and_old_exception(self):
+    def test_update_exception_and_error_strings(self):
         e = raised(helper.updated, "cannot set", "m")
         self.assertEqual((type(e), e.args), (TypeError, ('Zel::Entity.name: cannot setZel::TypeException("m")',)))
+        self.assertEqual(helper.errStrings(KeyError("k")), ("<type 'exceptions.KeyError'>", "'k'", "unset"))
 
     def test_type_mismatch_shows_only_a_small_repr(self):
         class BadRepr(object):
@@ -107,9 +92,6 @@ class Messages(unittest.TestCase):
         e = raised(helper.typeMismatch, helper.intValue(3), "Zel::Entity")
         self.assertTrue(e.args[0].startswith("expected Zel::Entity, got int: "), e.args)
 
-    def test_error_strings_drain_the_pending_error(self):
-        self.assertEqual(helper.errStrings(KeyError("k")), ("<type 'exceptions.KeyError'>", "'k'", "unset"))
-
     def test_refused_arguments_say_what_was_expected(self):
         sw, e = _Zel.newGenericIf(SW, ("args",)), helper.entity("args")
         entity, vlan = _Zel.typeNode("Zel::Entity"), SW.attr("vlan")
@@ -124,6 +106,8 @@ class Messages(unittest.TestCase):
                                                                       lambda: helper.convert(helper.intValue(1))]),
                  (TypeError, "Expected a str, int or long", [lambda k=k: entity.attr(k) for k in (1.0, u"name", True)]),
                  (TypeError, "Type No::SuchType not found", [lambda: _Zel.singleton("No::SuchType")]),
+                 (TypeError, 'Zel::TypeException: error in newNotifiee : Zel::TypeException("Expected a '
+                             'Zel::ActivityConfig")', [lambda: sw.newNotifiee(_Zel.handle(len), sw)]),
                  (TypeError, "Cannot access the ptr for this type", [lambda: helper.intValue(7).ptr]),
                  (ValueError, "Invalid iterator mode", [lambda m=m: sw.attributeIter(vlan, m) for m in (3, -1)]),
                  (TypeError, "attributeSingleton()", [sw.attributeSingleton, sw.rawAttributeSingleton]),

@@ -1,5 +1,4 @@
-"""Module functions: roots, singletons, handles, tracing, external info and
-the process title; and a long run leaves no references or objects behind."""
+"""Module functions, and a long run of them leaving no references or objects behind."""
 import os
 import sys
 import tempfile

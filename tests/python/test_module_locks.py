@@ -1,5 +1,4 @@
-"""The activity lock seen from Python threads, the anchors' protocol, and
-what needs a fresh process: thread-safe pointers and SIGINT."""
+"""The activity lock from Python threads, the anchors' protocol, and thread-safe pointers and SIGINT."""
 import threading
 import time
 import unittest

@@ -1,6 +1,4 @@
-"""The module's own types: ZelType and ZelAttr wrappers of the framework's
-descriptors, GifPtr handles (printing, small methods, converters,
-release), and the module's public names and documentation."""
+"""The module's own types: ZelType, ZelAttr and GifPtr, and the module's public names and documentation."""
 import unittest
 
 import ZelDemo  # noqa: F401

@@ -1,6 +1,4 @@
-"""Clock notifiees: the call at creation, calls at each wake time written to
-timeMinProxy and at no other time, reflection, deferral to an activity, and
-the end of calls when the notifiee goes."""
+"""Clock notifiees: calls at creation and at each wake time only, reflection, deferral, the end of calls."""
 import unittest
 import weakref
 

@@ -1,11 +1,5 @@
-"""Soak: for ZEL_SOAK_SECONDS (default 20), every actor of soak_actors at
-once: Python threads, the activity loop delivering deferred notifications
-and clock firings, wire clients and zelc processes commanding the same
-objects through the PyServer, and a churn of handles, notifiees, timers,
-proxies and iterators. Every notification, firing and reply is checked to
-arrive once and be right (soak_checks); afterwards the live framework
-objects, threads, file descriptors and Python objects are back where they
-started."""
+"""Soak: every actor of soak_actors at once for ZEL_SOAK_SECONDS (default 20), each notification, firing and reply
+checked (soak_checks), then the process back where it started (docs/soak.md)."""
 import os
 import subprocess
 import sys

@@ -1,6 +1,4 @@
-"""Zel package reactions: attribute notifiees with proxied values and
-filters, timers without their creation call, and close(); handlers that
-keep their own notifiee or timer; filters under concurrent changes."""
+"""Zel package reactions: notifiees and timers, their close(), handlers keeping their own, concurrent filters."""
 import gc
 import threading
 import time

@@ -12,6 +12,15 @@ def drain(it):
             return out
 
 
+def raised(fn, *args):
+    """The exception fn(*args) raises."""
+    try:
+        fn(*args)
+    except BaseException as e:
+        return e
+    raise AssertionError("nothing raised by %r%r" % (fn, args))
+
+
 def run_until_quiet(seconds=30.0):
     """Runs the activity loop until nothing is left for it to do."""
     # Looked up per call: a handle kept in this module would outlive the

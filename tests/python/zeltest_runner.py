@@ -1,7 +1,4 @@
-"""Runs one Python test module as `python -m unittest -v` would
-(`zeltest_runner.py MODULE [MODULE.Class[.test] ...]`), then fails it if
-it left more live framework objects of a type than before it was imported
-(apart from the process-wide objects below)."""
+"""`zeltest_runner.py MODULE [MODULE.Class[.test] ...]`: runs as `-m unittest -v`, fails on framework objects left."""
 import os
 import sys
 import threading
