@@ -187,10 +187,6 @@ PyObject* tid(PyObject*, PyObject*) { return PyLong_FromLong(Zel::currentTid());
 PyObject* printBacktrace(PyObject*, PyObject* args) {
     int fd, native;
     if (!PyArg_ParseTuple(args, "ii:printBacktrace", &fd, &native)) return nullptr;
-    if (!printBacktraceFn) {
-        PyErr_SetString(PyExc_RuntimeError, "printBacktraceFn not set");
-        return nullptr;
-    }
     if (native) {
         Py_BEGIN_ALLOW_THREADS
         std::thread([fd] { printBacktraceFn(fd); }).join();
