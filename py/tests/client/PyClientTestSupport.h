@@ -3,6 +3,7 @@
 // answers each request as the test's script says; and agent directories.
 #pragma once
 
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
@@ -44,26 +45,29 @@ struct Request {
 
 inline bool readRequest(int fd, Request* r) {
     char h[6];
+    uint32_t n;
     if (!readExact(fd, h, 6)) return false;
     r->kind.assign(h, 2);
-    uint32_t n = uint32_t(uint8_t(h[2])) << 24 | uint32_t(uint8_t(h[3])) << 16 | uint32_t(uint8_t(h[4])) << 8 |
-                 uint8_t(h[5]);
-    r->command.assign(n, '\0');
-    return readExact(fd, r->command.data(), n);
+    std::memcpy(&n, h + 2, 4);
+    r->command.assign(ntohl(n), '\0');
+    return readExact(fd, r->command.data(), r->command.size());
 }
 
-class TempDir {
-public:
-    TempDir() {
-        char tmpl[] = "/tmp/zelpyXXXXXX";
-        path_ = ::mkdtemp(tmpl);
-    }
-    ~TempDir() { std::system(("rm -rf " + path_).c_str()); }
-    std::string const& path() const { return path_; }
-
-private:
-    std::string path_;
+// A fresh directory, removed with what it holds.
+struct TempDir {
+    char name[17] = "/tmp/zelpyXXXXXX";
+    std::string const path = ::mkdtemp(name);
+    ~TempDir() { std::system(("rm -rf " + path).c_str()); }
 };
+
+// A UNIX-domain stream socket bound to `path` (-1 if the bind fails).
+inline int boundUnixSocket(std::string const& path) {
+    int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un a{};
+    a.sun_family = AF_UNIX;
+    std::strncpy(a.sun_path, path.c_str(), sizeof a.sun_path - 1);
+    return ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 ? fd : -1;
+}
 
 // Listens on <dir>/peer.sock and serves one connection after the other:
 // answers the greeting, then each request with reply(request, connection
@@ -72,11 +76,7 @@ class ScriptedPeer {
 public:
     using Reply = std::function<std::string(Request const&, int index)>;
 
-    explicit ScriptedPeer(Reply reply) : reply_(std::move(reply)), path_(dir_.path() + "/peer.sock") {
-        sockaddr_un a{};
-        a.sun_family = AF_UNIX;
-        std::strncpy(a.sun_path, path_.c_str(), sizeof a.sun_path - 1);
-        ::bind(listener_, reinterpret_cast<sockaddr*>(&a), sizeof a);
+    explicit ScriptedPeer(Reply reply) : reply_(std::move(reply)) {
         ::listen(listener_, 8);
         thread_ = std::thread([this] {
             for (int i = 0;; ++i) {
@@ -112,8 +112,8 @@ private:
     }
     Reply reply_;
     TempDir dir_;
-    std::string path_;
-    int listener_ = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    std::string path_ = dir_.path + "/peer.sock";
+    int listener_ = boundUnixSocket(path_);
     std::atomic<bool> stopping_{false};
     std::thread thread_;
 };
@@ -121,12 +121,12 @@ private:
 // Points ZELC_AGENTS_DIR at a fresh directory for its life.
 class AgentsDir {
 public:
-    AgentsDir() { ::setenv("ZELC_AGENTS_DIR", dir_.path().c_str(), 1); }
+    AgentsDir() { ::setenv("ZELC_AGENTS_DIR", dir_.path.c_str(), 1); }
     ~AgentsDir() {
         for (int fd : held_) ::close(fd);
         ::unsetenv("ZELC_AGENTS_DIR");
     }
-    std::string file(std::string const& name) const { return dir_.path() + "/" + name; }
+    std::string file(std::string const& name) const { return dir_.path + "/" + name; }
     // Writes an agent file; with `lock`, holds its flock like a live agent.
     std::string write(std::string const& name, std::string const& text, bool lock = true) {
         std::string path = file(name);

@@ -1,6 +1,6 @@
 // The socket layer: EINTR repeats the call, a closed peer ends a receive,
-// other failures are errno exceptions.
-#include <netinet/in.h>
+// other failures are errno exceptions. (Connecting over TCP: zelc -p in
+// test_client_e2e.)
 #include <pthread.h>
 #include <signal.h>
 
@@ -119,17 +119,6 @@ TEST(PyClientTransport, PeerCloseAndErrors) {
     EXPECT_EQ(e.message(), Zel::errnoString(EBADF));
     EXPECT_EQ(e.context(), "");
     EXPECT_THROW(socketSend(-1, "x", 1, 0), Zel::ErrnoException);
-    // The TCP form passes the length of an IPv4 address.
-    int listener = ::socket(AF_INET, SOCK_STREAM, 0), client = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in in{};
-    in.sin_family = AF_INET;
-    in.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof in;
-    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&in), len), 0);
-    ::getsockname(listener, reinterpret_cast<sockaddr*>(&in), &len);
-    ::listen(listener, 1);
-    EXPECT_NO_THROW(socketConnect(client, reinterpret_cast<sockaddr*>(&in)));
-    for (int fd : {client, listener}) ::close(fd);
 }
 
 } // namespace

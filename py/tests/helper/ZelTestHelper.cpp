@@ -45,16 +45,14 @@ PyObject* guarded(F f) {
 }
 
 PyObject* fail(PyObject*, PyObject* args) {
-    char const* kind;
-    char const* message;
+    char const *kind, *message;
     if (!PyArg_ParseTuple(args, "ss:fail", &kind, &message)) return nullptr;
     return guarded([&]() -> PyObject* { throwKind(kind, message); });
 }
 
 // updateException on a TypeException for attribute Zel::Entity.name.
 PyObject* updated(PyObject*, PyObject* args) {
-    char const* text;
-    char const* message;
+    char const *text, *message;
     if (!PyArg_ParseTuple(args, "ss:updated", &text, &message)) return nullptr;
     try {
         throw Zel::TypeException(message);
@@ -64,6 +62,7 @@ PyObject* updated(PyObject*, PyObject* args) {
     return nullptr;
 }
 
+// GenericIf_TypeExceptionThrow for `passed` against the named type.
 PyObject* typeMismatch(PyObject*, PyObject* args) {
     PyObject* passed;
     char const* expected;
@@ -114,11 +113,13 @@ PyObject* entity(PyObject*, PyObject* args) {
     });
 }
 
+// (destroyed, lockHeld, gilReleased) of the probe entities so far.
 PyObject* probeState(PyObject*, PyObject*) {
     return Py_BuildValue("(iOO)", probe.destroyed, probe.lockHeld ? Py_True : Py_False,
                          probe.gilReleased ? Py_True : Py_False);
 }
 
+// A null GifPtr, and one holding an int value.
 PyObject* nullGifPtr(PyObject*, PyObject*) { return MakeFwkPyGenericIf(nullptr); }
 
 PyObject* intValue(PyObject*, PyObject* args) {
@@ -127,30 +128,29 @@ PyObject* intValue(PyObject*, PyObject* args) {
     return guarded([&] { return MakeFwkPyGenericIf(Zel::GenericIfTraits<int32_t>::to(v)); });
 }
 
-PyObject* addressOrNone(void const* p) {
+// The object's address as a Python long, or None.
+PyObject* address(Zel::PtrInterface* p) {
     if (!p) Py_RETURN_NONE;
-    return PyLong_FromVoidPtr(const_cast<void*>(p));
+    return PyLong_FromVoidPtr(dynamic_cast<void*>(p));
 }
 
+// The counted object the "O&" converter, FwkPyPtr_PtrInterface (with a preset
+// flag) and pythonEntityToRawPtr each find.
 PyObject* convert(PyObject*, PyObject* args) {
     Zel::PtrInterface* p = nullptr;
     if (!PyArg_ParseTuple(args, "O&:convert", Convert_To_PtrInterface_Or_Null, &p)) return nullptr;
-    return addressOrNone(p ? dynamic_cast<void*>(p) : nullptr);
+    return address(p);
 }
 
 PyObject* rawPtr(PyObject*, PyObject* args) {
-    PyObject* obj;
-    PyObject* preset;
+    PyObject *obj, *preset;
     if (!PyArg_ParseTuple(args, "OO:rawPtr", &obj, &preset)) return nullptr;
     bool ok = PyObject_IsTrue(preset);
     Zel::PtrInterface* p = FwkPyPtr_PtrInterface(obj, &ok);
-    return Py_BuildValue("(NO)", addressOrNone(p ? dynamic_cast<void*>(p) : nullptr), ok ? Py_True : Py_False);
+    return Py_BuildValue("(NO)", address(p), ok ? Py_True : Py_False);
 }
 
-PyObject* entityRawPtr(PyObject*, PyObject* obj) {
-    Zel::Entity* e = Zel::pythonEntityToRawPtr(obj);
-    return addressOrNone(e ? dynamic_cast<void*>(e) : nullptr);
-}
+PyObject* entityRawPtr(PyObject*, PyObject* obj) { return address(Zel::pythonEntityToRawPtr(obj)); }
 
 // Opens a PyLockAnchor with `flags` and, with the interpreter lock held,
 // calls `callable` under it.
@@ -169,15 +169,12 @@ PyObject* withAnchor(PyObject*, PyObject* args) {
 // as a framework notification does.
 PyObject* withUnlock(PyObject*, PyObject* callable) {
     return guarded([&] {
-        PyObject* result;
-        {
-            Zel::UnlockAnchor unlock;
-            result = PyObject_CallObject(callable, nullptr);
-        }
-        return result;
+        Zel::UnlockAnchor unlock;
+        return PyObject_CallObject(callable, nullptr);
     });
 }
 
+// (owner, releasable) of the activity lock, and the calling thread's kernel id.
 PyObject* lockState(PyObject*, PyObject*) {
     Zel::Lock* l = Zel::ActivityLockAnchor::lock();
     return Py_BuildValue("(lO)", static_cast<long>(l->owner()), l->releasable() ? Py_True : Py_False);
@@ -188,13 +185,8 @@ PyObject* tid(PyObject*, PyObject*) { return PyLong_FromLong(Zel::currentTid());
 // The framework's crash hook, called with the interpreter lock held or from
 // a native thread that never ran Python.
 PyObject* printBacktrace(PyObject*, PyObject* args) {
-    int fd;
-    int native;
+    int fd, native;
     if (!PyArg_ParseTuple(args, "ii:printBacktrace", &fd, &native)) return nullptr;
-    if (!printBacktraceFn) {
-        PyErr_SetString(PyExc_RuntimeError, "printBacktraceFn not set");
-        return nullptr;
-    }
     if (native) {
         Py_BEGIN_ALLOW_THREADS
         std::thread([fd] { printBacktraceFn(fd); }).join();
@@ -205,26 +197,17 @@ PyObject* printBacktrace(PyObject*, PyObject* args) {
     Py_RETURN_NONE;
 }
 
+// name, function, calling convention
+#define ZEL_FN(NAME, FLAGS) {#NAME, NAME, FLAGS, nullptr}
 PyMethodDef functions[] = {
-    {"fail", fail, METH_VARARGS, "throw a framework exception of the named kind"},
-    {"updated", updated, METH_VARARGS, "updateException on Zel::Entity.name"},
-    {"typeMismatch", typeMismatch, METH_VARARGS, "GenericIf_TypeExceptionThrow"},
-    {"errStrings", errStrings, METH_O, "GetStringsFromPyErr of a raised exception"},
-    {"stopOnQuiesce", stopOnQuiesce, METH_NOARGS, "the activity manager's stop-on-quiesce setting"},
-    {"entity", entity, METH_VARARGS, "a GifPtr to a new probe entity"},
-    {"probeState", probeState, METH_NOARGS, "(destroyed, lockHeld, gilReleased) of probe entities"},
-    {"nullGifPtr", nullGifPtr, METH_NOARGS, "a null GifPtr"},
-    {"intValue", intValue, METH_VARARGS, "a GifPtr to an int value"},
-    {"convert", convert, METH_VARARGS, "Convert_To_PtrInterface_Or_Null"},
-    {"rawPtr", rawPtr, METH_VARARGS, "FwkPyPtr_PtrInterface with a preset flag"},
-    {"entityRawPtr", entityRawPtr, METH_O, "pythonEntityToRawPtr"},
-    {"withAnchor", withAnchor, METH_VARARGS, "call under a PyLockAnchor"},
-    {"withUnlock", withUnlock, METH_O, "call under an UnlockAnchor"},
-    {"lockState", lockState, METH_NOARGS, "(owner, releasable) of the activity lock"},
-    {"tid", tid, METH_NOARGS, "the calling thread's kernel id"},
-    {"printBacktrace", printBacktrace, METH_VARARGS, "call printBacktraceFn"},
-    {nullptr, nullptr, 0, nullptr},
+    ZEL_FN(fail, METH_VARARGS), ZEL_FN(updated, METH_VARARGS), ZEL_FN(typeMismatch, METH_VARARGS),
+    ZEL_FN(errStrings, METH_O), ZEL_FN(stopOnQuiesce, METH_NOARGS), ZEL_FN(entity, METH_VARARGS),
+    ZEL_FN(probeState, METH_NOARGS), ZEL_FN(nullGifPtr, METH_NOARGS), ZEL_FN(intValue, METH_VARARGS),
+    ZEL_FN(convert, METH_VARARGS), ZEL_FN(rawPtr, METH_VARARGS), ZEL_FN(entityRawPtr, METH_O),
+    ZEL_FN(withAnchor, METH_VARARGS), ZEL_FN(withUnlock, METH_O), ZEL_FN(lockState, METH_NOARGS),
+    ZEL_FN(tid, METH_NOARGS), ZEL_FN(printBacktrace, METH_VARARGS), {nullptr, nullptr, 0, nullptr},
 };
+#undef ZEL_FN
 
 } // namespace
 
