@@ -8,7 +8,6 @@ import ZelDemo
 class DemoLoadTest(unittest.TestCase):
     def test_the_build_folder_is_looked_in_first(self):
         self.assertEqual(os.path.basename(ZelDemo.libraryPath), 'libZelDemo.so')
-        self.assertIsNotNone(ZelDemo.library._handle)
         saved = os.environ.get('ZEL_BUILD_DIR')
         os.environ['ZEL_BUILD_DIR'] = '/nonexistent'
         try:
