@@ -69,7 +69,7 @@ TEST(ActivityLoop, ReleasesTheLockWhileWaitingAndWakesForQueuedWork) {
     pid_t loopTid = 0;
     std::thread loop([&] { loopTid = currentTid(); manager()->run(); });
     {
-        Held h;   // blocks until the loop waits, since it holds the lock while it dispatches
+        ActivityLockScope h;   // blocks until the loop waits, since it holds the lock while it dispatches
         w.g->levelIs(7);
         EXPECT_TRUE(w.r->seen.empty());
     }
@@ -89,7 +89,7 @@ TEST(ActivityLoop, CallerKeepsTheLockQuiesceDrainsSignalStops) {
     w2.r->zelFwkActivityIs(w.r->zelFwkActivity());
     bool releasableInside = false;
     {
-        Held h;
+        ActivityLockScope h;
         l->releasableIs(false);
         w.r->action = [&] { releasableInside = l->releasable(); };
         w.g->levelIs(1);
@@ -111,7 +111,7 @@ TEST(ActivityLoop, CallerKeepsTheLockQuiesceDrainsSignalStops) {
 
     w.r->action = [] { std::raise(SIGUSR1); };
     auto old = std::signal(SIGUSR1, &stopFromSignal);
-    { Held h; w.g->levelIs(5); }
+    { ActivityLockScope h; w.g->levelIs(5); }
     manager()->run();
     std::signal(SIGUSR1, old);
     EXPECT_EQ(w.r->seen, (std::vector<int>{1, 2, 3, 5}));

@@ -40,7 +40,7 @@ private:
 // in a later pass; a firing deferred to an activity is delivered in the same
 // loop.
 TEST(ClockTest, FiresDueWakeUpsOnceInOrder) {
-    Held held;
+    ActivityLockScope held;   // framework state changes under the activity lock
     Ptr<Clock> clock = Clock::clock();
     EXPECT_EQ(Entity::singleton(Name("Zel::Clock")).ptr(), clock.ptr());
     ZelAttr const* nowAttr = Clock::_zelType.attr("now");

@@ -9,7 +9,7 @@ using namespace ZelTest;
 // One gauge, a notifiee deferred to an activity (registered first) and one
 // told at once, through each step of delivery.
 TEST(Notifiee, DeliveryAtOnceQueuedRequeuedSkippedAndCancelled) {
-    Held held;
+    ActivityLockScope held;   // framework state changes under the activity lock
     Ptr<Gauge> g = zelNew<Gauge>(Name("g"));
     Ptr<Recorder> r = zelNew<Recorder>(g);
     r->zelFwkActivityIs(zelNew<ActivityConfig>(Name("a")));
@@ -57,7 +57,7 @@ TEST(Notifiee, DeliveryAtOnceQueuedRequeuedSkippedAndCancelled) {
 
 // The raw deferral protocol: one attribute pending stays itself, two make -1.
 TEST(Notifiee, PendingFieldCoalesces) {
-    Held held;
+    ActivityLockScope held;   // framework state changes under the activity lock
     Ptr<Recorder> q = zelNew<Recorder>(zelNew<Gauge>(Name("h")));
     int pending = 0;
     EXPECT_FALSE(q->zelOnAttribute(258, &pending)) << "no activity: handle at once";
