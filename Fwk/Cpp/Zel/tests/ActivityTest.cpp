@@ -69,7 +69,7 @@ TEST(ActivityLoop, ReleasesTheLockWhileWaitingAndWakesForQueuedWork) {
     pid_t loopTid = 0;
     std::thread loop([&] { loopTid = currentTid(); manager()->run(); });
     {
-        Held h;   // blocks until the loop waits, since it holds the lock while it dispatches
+        ActivityLockScope h;   // blocks until the loop waits, since it holds the lock while it dispatches
         w.g->levelIs(7);
         EXPECT_TRUE(w.r->seen.empty());
     }
@@ -79,41 +79,40 @@ TEST(ActivityLoop, ReleasesTheLockWhileWaitingAndWakesForQueuedWork) {
     EXPECT_EQ(ActivityLockAnchor::lock()->owner(), 0);
 }
 
-TEST(ActivityLoop, CallerHoldingTheLockKeepsItAndItsReleasableFlag) {
+// Run by a caller holding the lock, the loop keeps it and its releasable
+// flag (released inside handlers); told to stop once quiet, it first
+// delivers what handlers queue and forgets the rule; a signal handler can
+// stop it.
+TEST(ActivityLoop, CallerKeepsTheLockQuiesceDrainsSignalStops) {
     Lock* l = ActivityLockAnchor::lock();
-    Held h;
-    l->releasableIs(false);
-    Watched w;
-    bool releasableInside = false;
-    w.r->action = [&] { releasableInside = l->releasable(); };
-    w.g->levelIs(1);
-    manager()->execTimeIs(0.0);
-    EXPECT_EQ(w.r->seen, std::vector<int>{1});
-    EXPECT_TRUE(releasableInside);
-    EXPECT_FALSE(l->releasable());
-    EXPECT_EQ(l->owner(), currentTid());
-}
-
-TEST(ActivityLoop, StopOnQuiesceReturnsOnceNothingIsDueAndIsConsumed) {
     Watched w, w2;
     w2.r->zelFwkActivityIs(w.r->zelFwkActivity());
-    { Held h; w.g->levelIs(1); w.g->levelIs(2); }
-    // A handler that queues more work: the loop must deliver that too first.
-    w.r->action = [&] { if (w.r->seen.size() == 2) w2.g->levelIs(3); };
+    bool releasableInside = false;
+    {
+        ActivityLockScope h;
+        l->releasableIs(false);
+        w.r->action = [&] { releasableInside = l->releasable(); };
+        w.g->levelIs(1);
+        manager()->execTimeIs(0.0);
+        EXPECT_TRUE(releasableInside);
+        EXPECT_FALSE(l->releasable());
+        EXPECT_EQ(l->owner(), currentTid());
+        l->releasableIs(true);
+        w.g->levelIs(2);
+        w.g->levelIs(3);
+    }
+    w.r->action = [&] { if (w.r->seen.size() == 3) w2.g->levelIs(4); };
     manager()->stopOnQuiesceIs(true);
     manager()->run();   // would never return without the quiesce rule
-    EXPECT_EQ(w.r->seen, (std::vector<int>{1, 2}));
-    EXPECT_EQ(w2.r->seen, std::vector<int>{3});
+    EXPECT_EQ(w.r->seen, (std::vector<int>{1, 2, 3}));
+    EXPECT_EQ(w2.r->seen, std::vector<int>{4});
     EXPECT_FALSE(manager()->stopOnQuiesce());
     EXPECT_EQ(ActivityLoop::instance().queued(), 0u);
-}
 
-TEST(ActivityLoop, StopFromASignalHandlerEndsRun) {
-    Watched w;
     w.r->action = [] { std::raise(SIGUSR1); };
     auto old = std::signal(SIGUSR1, &stopFromSignal);
-    { Held h; w.g->levelIs(4); }
+    { ActivityLockScope h; w.g->levelIs(5); }
     manager()->run();
     std::signal(SIGUSR1, old);
-    EXPECT_EQ(w.r->seen, std::vector<int>{4});
+    EXPECT_EQ(w.r->seen, (std::vector<int>{1, 2, 3, 5}));
 }

@@ -56,7 +56,7 @@ struct Children : Zel::GenericIf::NotifieeConst {
 // An iterator moves on from a removed member, visits members added ahead of
 // it and not those behind; exhausted (or made empty), it sees members added
 // beyond the last it saw; remove takes the front.
-TEST_F(CollectionTest, IteratorSurvivesRemovalAndInsertion) {
+TEST_F(CollectionTest, IteratorSurvivesRemovalAndInsertionQueueKeepsArrivalOrder) {
     auto empty = squares.genericIfIterator(bag.ptr());
     EXPECT_FALSE(empty.valid());
     for (int k : {1, 3, 5, 7}) put(k);
@@ -83,9 +83,8 @@ TEST_F(CollectionTest, IteratorSurvivesRemovalAndInsertion) {
     EXPECT_EQ(keyOf(empty), 2);
     EXPECT_EQ(squares.genericIfVersion(bag.ptr()), 10u);
     EXPECT_THROW(squares.genericIfIteratorKey(bag.ptr(), Zel::toGenericIf(8).ptr()).key(), Zel::RangeException);
-}
 
-TEST_F(CollectionTest, QueueKeepsArrivalOrderWithoutKeys) {
+    // A queue keeps arrival order, without keys.
     for (int v : {30, 10, 20}) fifo.genericIfAdd(bag.ptr(), Zel::toGenericIf(v).ptr());
     std::vector<int> seen;
     for (auto q = fifo.genericIfIterator(bag.ptr()); q.valid(); q.advance()) {

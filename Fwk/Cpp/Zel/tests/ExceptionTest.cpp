@@ -43,9 +43,7 @@ TEST(ExceptionKinds, DefaultIdSetsAndHierarchy) {
     EXPECT_THROW(throw Zel::TypeException("x"), std::exception);
     EXPECT_STREQ(Zel::TypeException("why").what(), "why");
     EXPECT_STREQ(Zel::ErrnoException(EPERM).name(), "Zel::ErrnoException");
-}
-
-TEST(ExceptionKinds, ErrnoCarriesNumberSystemTextAndContext) {
+    // An errno exception carries the number, the system's text and a context.
     Zel::ErrnoException e(ENOENT, "Failed to grab lock");
     EXPECT_EQ(e.errnum(), ENOENT);
     EXPECT_EQ(e.message(), std::strerror(ENOENT));

@@ -96,7 +96,7 @@ TEST(HashMapOps, InsertOverwritesEraseReportsAbsenceAndVersionCountsChanges) {
 
 // Erasing through the iterator (at 64 buckets, each entry ends its chain)
 // visits every entry once.
-TEST(HashMapIteration, EraseThroughIteratorVisitsEveryOtherEntryOnce) {
+TEST(HashMapIteration, EraseThroughIteratorVisitsEachOnceAndOrderedFollowsLess) {
     IdMap m(2);
     for (uint32_t k = 0; k < 64; ++k) m.insert(k * 0x04000001u, int(k));
     std::set<uint32_t> seen;
@@ -113,18 +113,17 @@ TEST(HashMapIteration, EraseThroughIteratorVisitsEveryOtherEntryOnce) {
     ASSERT_FALSE(it == m.end());
     EXPECT_EQ((++it)->key(), 4 * 0x04000001u);
     EXPECT_TRUE(m.iteratorAt(3) == m.end());
-}
 
-TEST(HashMapIteration, OrderedFollowsLessAndSurvivesErase) {
-    HashMapGeneric<Zel::String8, int, Zel::String8HashReversed> m;
-    for (char const* k : {"delta", "alpha", "echo", "charlie", "bravo"}) m.insert(k, 1);
+    // Ordered iteration follows less and survives erasing as it goes.
+    HashMapGeneric<Zel::String8, int, Zel::String8HashReversed> s;
+    for (char const* k : {"delta", "alpha", "echo", "charlie", "bravo"}) s.insert(k, 1);
     std::vector<std::string> keys;
-    for (auto const& e : m.ordered()) {
+    for (auto const& e : s.ordered()) {
         keys.push_back(e->key().str());
-        m.erase(e->key());
+        s.erase(e->key());
     }
     EXPECT_EQ(keys, (std::vector<std::string>{"alpha", "bravo", "charlie", "delta", "echo"}));
-    EXPECT_TRUE(m.empty());
+    EXPECT_TRUE(s.empty());
 
     // Descending by a user ordering.
     HashMapGeneric<uint32_t, int, IdentityHash, std::equal_to<uint32_t>, std::greater<uint32_t>> d;

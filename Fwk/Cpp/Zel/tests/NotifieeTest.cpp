@@ -6,23 +6,13 @@
 using namespace Zel;
 using namespace ZelTest;
 
-namespace {
-
-struct NotifieeTest : ::testing::Test {
-    Held held;
+// One gauge, a notifiee deferred to an activity (registered first) and one
+// told at once, through each step of delivery.
+TEST(Notifiee, DeliveryAtOnceQueuedRequeuedSkippedAndCancelled) {
+    ActivityLockScope held;   // framework state changes under the activity lock
     Ptr<Gauge> g = zelNew<Gauge>(Name("g"));
-    Ptr<ActivityConfig> activity = zelNew<ActivityConfig>(Name("a"));
-    Ptr<Recorder> deferred() {
-        Ptr<Recorder> r = zelNew<Recorder>(g);
-        r->zelFwkActivityIs(activity);
-        return r;
-    }
-};
-
-} // namespace
-
-TEST_F(NotifieeTest, ImmediateWithoutAnActivityQueuedInOrderWithOne) {
-    Ptr<Recorder> r = deferred();
+    Ptr<Recorder> r = zelNew<Recorder>(g);
+    r->zelFwkActivityIs(zelNew<ActivityConfig>(Name("a")));
     Ptr<Recorder> direct = zelNew<Recorder>(g);
     g->levelIs(1);
     g->levelIs(2);
@@ -32,56 +22,46 @@ TEST_F(NotifieeTest, ImmediateWithoutAnActivityQueuedInOrderWithOne) {
     EXPECT_TRUE(r->zelQueuedForActivity());
     EXPECT_EQ(ActivityLoop::instance().queued(), 1u) << "one queue entry per notifiee";
     manager()->execTimeIs(0.0);
-    EXPECT_EQ(r->seen, (std::vector<int>{1, 2}));
+    EXPECT_EQ(r->seen, (std::vector<int>{1, 2})) << "in the order of the changes";
     EXPECT_FALSE(r->zelQueuedForActivity());
-}
 
-TEST_F(NotifieeTest, ChangesMadeByTheNotifieesOwnHandlerReachItAtOnce) {
-    Ptr<Recorder> r = deferred();
-    r->action = [&] { if (g->level() < 3) g->levelIs(g->level() + 1); };
-    g->levelIs(1);
+    // Dispatched once, it is queued again by the next change; changes made
+    // by its own handler reach it at once.
+    r->action = [&] { if (g->level() < 5) g->levelIs(g->level() + 1); };
+    g->levelIs(3);
     manager()->execTimeIs(0.0);
-    EXPECT_EQ(r->seen, (std::vector<int>{1, 2, 3}));
+    EXPECT_EQ(r->seen, (std::vector<int>{1, 2, 3, 4, 5}));
     EXPECT_EQ(ActivityLoop::instance().queued(), 0u);
-}
+    r->action = nullptr;
+    direct->seen.clear();
 
-TEST_F(NotifieeTest, DestroyedNotifieeWithQueuedNotificationsIsNeverCalled) {
-    int calls = 0;
-    {
-        Ptr<Recorder> r = deferred();
-        r->action = [&] { ++calls; };
-        g->levelIs(5);
-        EXPECT_EQ(ActivityLoop::instance().queued(), 1u);
-    }
-    EXPECT_EQ(ActivityLoop::instance().queued(), 0u);
-    manager()->execTimeIs(0.0);
+    // A notifiee released by an earlier one during a delivery is skipped;
+    // an inactive one too.
+    Ptr<Recorder> last = zelNew<Recorder>(g);
+    direct->action = [&] { last = nullptr; };
+    last->action = [] { ADD_FAILURE() << "called after its release"; };
     g->levelIs(6);
-    EXPECT_EQ(calls, 0);
+    direct->action = nullptr;
+    direct->hasNotificationActiveIs(false);
+    g->levelIs(7);
+    EXPECT_EQ(direct->seen, std::vector<int>{6});
+
+    // Destroyed with changes queued: its entry goes, it is never called.
+    r->action = [] { ADD_FAILURE() << "called after its destruction"; };
+    EXPECT_EQ(ActivityLoop::instance().queued(), 1u);
+    r = nullptr;
+    EXPECT_EQ(ActivityLoop::instance().queued(), 0u);
+    manager()->execTimeIs(0.0);
+    g->levelIs(8);
 }
 
-TEST_F(NotifieeTest, NotifieeRemovedDuringDeliveryIsSkipped) {
-    Ptr<Recorder> first = zelNew<Recorder>(g);
-    Ptr<Recorder> second = zelNew<Recorder>(g);
-    int secondCalls = 0;
-    second->action = [&] { ++secondCalls; };
-    first->action = [&] { second = nullptr; };
-    g->levelIs(1);
-    EXPECT_EQ(secondCalls, 0);
-    g->levelIs(2);
-    EXPECT_EQ(first->seen, (std::vector<int>{1, 2}));
-}
-
-TEST_F(NotifieeTest, InactiveNotifieeIsSkippedAndPendingFieldCoalesces) {
-    Ptr<Recorder> r = zelNew<Recorder>(g);
-    r->hasNotificationActiveIs(false);
-    g->levelIs(1);
-    EXPECT_TRUE(r->seen.empty());
-
-    // The raw deferral protocol: one attribute stays itself, two make -1.
+// The raw deferral protocol: one attribute pending stays itself, two make -1.
+TEST(Notifiee, PendingFieldCoalesces) {
+    ActivityLockScope held;   // framework state changes under the activity lock
     Ptr<Recorder> q = zelNew<Recorder>(zelNew<Gauge>(Name("h")));
     int pending = 0;
     EXPECT_FALSE(q->zelOnAttribute(258, &pending)) << "no activity: handle at once";
-    q->zelFwkActivityIs(activity);
+    q->zelFwkActivityIs(zelNew<ActivityConfig>(Name("a")));
     EXPECT_TRUE(q->zelOnAttribute(258, &pending));
     EXPECT_TRUE(q->zelOnAttribute(258, &pending));
     EXPECT_EQ(pending, 258);

@@ -17,9 +17,7 @@
 
 namespace ZelTest {
 
-using Zel::String8;
-using Zel::ZelAttr;
-using Zel::ZelType;
+using namespace Zel;
 
 template <auto F> inline constexpr Zel::FieldAttr<F> kField;
 template <auto G, auto S = nullptr> inline constexpr Zel::AccessorAttr<G, S> kAccessor;
@@ -147,16 +145,6 @@ public:
     std::vector<int> seen;
     pid_t lockOwner = 0;
     std::function<void()> action;
-};
-
-// Takes the activity lock for a test scope (tests mutate framework state
-// under it, as framework code does).
-class Held {
-public:
-    Held() { Zel::ActivityLockAnchor::lock()->lock(); }
-    ~Held() { Zel::ActivityLockAnchor::lock()->unlock(); }
-    Held(Held const&) = delete;
-    Held& operator=(Held const&) = delete;
 };
 
 inline Zel::Ptr<Zel::ActivityManagerConfig> manager() { return Zel::ActivityFacility::activityManagerConfig(); }

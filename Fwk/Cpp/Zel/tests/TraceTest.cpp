@@ -43,7 +43,7 @@ struct TraceFileTest : ::testing::Test {
 
 } // namespace
 
-TEST_F(TraceFileTest, EnabledLevelsAreWrittenOneLineEachSuppressedOnesNot) {
+TEST_F(TraceFileTest, EnabledLevelsAreWrittenOneLineEachSuppressedOnesNotWildcardReachesAll) {
     Ptr<TraceHandle> h = TraceHandle::traceHandle("TraceTestHandle");
     EXPECT_EQ(h, TraceHandle::traceHandle("TraceTestHandle"));
     EXPECT_FALSE(traceLineSuppressed(h.ptr(), 2));
@@ -69,9 +69,8 @@ TEST_F(TraceFileTest, EnabledLevelsAreWrittenOneLineEachSuppressedOnesNot) {
     EXPECT_NE(first.find(" loud: value 42"), std::string::npos) << first;
     EXPECT_NE(second.find("TraceTestHandle/2 Here.cpp:12 withNul: "), std::string::npos) << second;
     EXPECT_EQ(second.substr(second.size() - 3), std::string("a\0b", 3));
-}
 
-TEST_F(TraceFileTest, ReflectionGivesTheNamedHandleAndWildcardReachesAll) {
+    // Reflection gives the named handle; a wildcard reaches every handle.
     ArgVector args{toGenericIf(String8("TraceTestHandle"))};
     Ptr<GenericIf> g = TraceHandle::_zelType.genericIf(args, false);
     EXPECT_EQ(objectOf<TraceHandle>(g.ptr()), TraceHandle::traceHandle("TraceTestHandle").ptr());

@@ -69,7 +69,10 @@ TEST(ValueName, ReflectsItsValue) {
     EXPECT_EQ(Zel::Name::_zelType.valAttr(), Zel::Name::_zelType.attr("value"));
 }
 
-TEST(ValueUri, SplitsSchemeAuthorityAndPath) {
+// A Uri splits scheme, authority and path and cannot be changed; an
+// EntityUri's scheme must be zel, and a copy made through reflection keeps
+// it; an EntityUriPath is plain writable text.
+TEST(ValueUris, SplitCheckedAndPlainPaths) {
     struct Case { char const* text; char const* scheme; char const* authority; char const* path; };
     for (Case c : {Case{"http://host:80/a/b", "http", "host:80", "/a/b"}, Case{"zel:/x/y", "zel", "", "/x/y"},
                    Case{"svn+ssh://host", "svn+ssh", "host", ""}}) {
@@ -83,23 +86,16 @@ TEST(ValueUri, SplitsSchemeAuthorityAndPath) {
     Ptr<GenericIf> g = construct<Zel::Uri>("a:b");
     EXPECT_EQ(g->strep(), "Value('Zel::Uri', ** {'str': 'a:b'})");
     EXPECT_THROW(setStr<Zel::Uri>(g, "c:d"), Zel::NonwritableAttrException);
-}
-
-TEST(ValueEntityUri, CheckSchemeAcceptsZelOnly) {
     Zel::EntityUri("zel:/a/b").checkScheme();
     Zel::EntityUri(Zel::Uri("zel://agent/a")).checkScheme();
     for (Zel::EntityUri bad : {Zel::EntityUri("http://h/a"), Zel::EntityUri("ZEL:/a"), Zel::EntityUri("zelx:/a"),
                                Zel::EntityUri()}) {
         EXPECT_THROW(bad.checkScheme(), Zel::RangeException) << bad.str;
     }
-    // A copy made through reflection keeps what checkScheme looks at.
     Zel::EntityUri copy = held<Zel::EntityUri>(construct<Zel::EntityUri>("zel:/a"));
     copy.checkScheme();
     EXPECT_EQ(copy.str, "zel:/a");
     EXPECT_TRUE(Zel::EntityUri("zel:/a") == copy);
-}
-
-TEST(ValueEntityUriPath, IsPlainWritableText) {
     Ptr<GenericIf> p = construct<Zel::EntityUriPath>("/a/b");
     EXPECT_EQ(held<Zel::EntityUriPath>(p).str, "/a/b");
     setStr<Zel::EntityUriPath>(p, "/c");
