@@ -57,8 +57,8 @@ TEST(PyClientProtocol, OneSessionThroughEveryEdge) {
     EXPECT_EQ(e.message(), "Traceback: boom");
     EXPECT_EQ(e.ids(), Zel::Exception::IdBitArray(0x100000));
     EXPECT_GE(client.socket(), 0);
-    EXPECT_EQ(peer.greetings, std::vector<std::string>(1, "TR"));
-    EXPECT_EQ(peer.requests[3].command, longest);   // a length using two bytes of the frame's four
+    EXPECT_EQ(peer.greetings(), std::vector<std::string>(1, "TR"));
+    EXPECT_EQ(peer.requests()[3].command, longest);   // a length using two bytes of the frame's four
 
     // bufSize - 1 bytes fit; one more overflows, is retried on a new
     // connection (the init command first), and fails again keeping the text.
@@ -94,13 +94,13 @@ TEST(PyClientProtocol, OneSessionThroughEveryEdge) {
               "Cannot talk to server " + peer.path() + ", unrecoverable server failure:Peer of PyClient shut down the socket");
     EXPECT_EQ(err, notice(peer.path()));
     std::vector<std::string> sent;
-    for (Request const& r : peer.requests) sent.push_back(r.kind + r.command.substr(0, 9));
+    for (Request const& r : peer.requests()) sent.push_back(r.kind + r.command.substr(0, 9));
     EXPECT_EQ(sent, (std::vector<std::string>{
                         "?2import os", "?11+1", "?2empty", "?1aaaaaaaaa", "?1boom()", "?11234567", "?1abcdefgh",
                         "?2import os", "?1abcdefgh", "?2import os", "?1raise-big", "?2import os", "?1raise-big",
                         "?2import os", "?1w", "?2import os", "?1w", "?2import os", "?2flaky", "?2import os", "?2flaky",
                         "?1drop", "?2import os", "?1drop"}));
-    EXPECT_EQ(peer.greetings.size(), 9u);
+    EXPECT_EQ(peer.greetings().size(), 9u);
 }
 
 TEST(PyClientProtocol, ConnectFailuresAndRetryProfile) {

@@ -17,6 +17,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -94,22 +95,38 @@ public:
         ::close(listener_);
     }
     std::string const& path() const { return path_; }
-    std::vector<std::string> greetings;
-    std::vector<Request> requests;
+    // What the peer has recorded so far (its thread records as it goes;
+    // the socket orders that for the client, not for the thread checker).
+    std::vector<std::string> greetings() const {
+        std::lock_guard<std::mutex> hold(mutex_);
+        return greetings_;
+    }
+    std::vector<Request> requests() const {
+        std::lock_guard<std::mutex> hold(mutex_);
+        return requests_;
+    }
 
 private:
     void serve(int fd, int index) {
         char g[2];
         if (!readExact(fd, g, 2)) return;
-        greetings.emplace_back(g, 2);
+        record(greetings_, std::string(g, 2));
         writeAll(fd, "ZPS1");
         for (Request r; readRequest(fd, &r);) {
-            requests.push_back(r);
+            record(requests_, r);
             std::string answer = reply_(r, index);
             if (answer.empty()) return;
             writeAll(fd, answer);
         }
     }
+    template <class T>
+    void record(std::vector<T>& to, T const& what) {
+        std::lock_guard<std::mutex> hold(mutex_);
+        to.push_back(what);
+    }
+    mutable std::mutex mutex_;
+    std::vector<std::string> greetings_;
+    std::vector<Request> requests_;
     Reply reply_;
     TempDir dir_;
     std::string path_ = dir_.path + "/peer.sock";
