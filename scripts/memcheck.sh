@@ -52,6 +52,9 @@ mkdir -p "$logs"
 
 export ZEL_UNDER_VALGRIND=1
 export ZEL_SOAK_SECONDS=${ZEL_SOAK_SECONDS:-5}
+# Under valgrind a zelc run of the soak takes tens of seconds: what counts
+# as hung is scaled to match.
+export ZEL_SOAK_HANG=${ZEL_SOAK_HANG:-240}
 
 # --trace-children=yes: the launcher is a shell script that execs the
 #   interpreter; the children the tests start are traced too, except
