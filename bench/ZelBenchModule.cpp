@@ -20,8 +20,8 @@
 
 #include "Zel/Lock.h"
 #include "Zel/PtrInterface.h"
-#include "ZelPy/Locks.h"
 #include "ZelPy/Types.h"
+#include "support/Gil.h"
 
 namespace {
 
@@ -52,15 +52,16 @@ PyObject* lockedReadFloor(PyObject*, PyObject* args) {
     Zel::ZelAttr const* attr = nullptr;
     if (!PyArg_ParseTuple(args, "O&:lockedReadFloor", convertAttr, &attr)) return nullptr;
     try {
-        // The entry points' own scopes: the interpreter lock released first
-        // (so taken back last, should the activity lock fail), taken back
-        // before the int is built, while the activity lock is still held.
-        Zel::GilUnlockAnchor gil;
+        // The least an entry point can do: the interpreter lock released
+        // first (so taken back last, should the activity lock fail), taken
+        // back before the int is built, while the activity lock is still
+        // held; inline scopes, no call out of this module.
+        Zel::ReleasedGil gil;
         Zel::ActivityLockScope hold;
         // A volatile read: the value may change under the lock for all the
         // compiler knows, so it is loaded on every call.
         long const value = *static_cast<int volatile*>(&probe->value);
-        gil.gilHeldIs(true);
+        gil.retake();
         return PyInt_FromLong(value);
     } catch (std::exception const& e) {
         // The scopes have ended here: the interpreter lock is held again.

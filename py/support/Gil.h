@@ -11,6 +11,8 @@
 
 #include <Python.h>
 
+#include <utility>
+
 namespace Zel {
 
 class GilEnsure {
@@ -27,7 +29,11 @@ private:
 class ReleasedGil {
 public:
     ReleasedGil() : state_(PyEval_SaveThread()) {}
-    ~ReleasedGil() { PyEval_RestoreThread(state_); }
+    ~ReleasedGil() { retake(); }
+    // Takes the lock back before the scope ends (not inside a HeldGil).
+    void retake() {
+        if (state_) PyEval_RestoreThread(std::exchange(state_, nullptr));
+    }
     ReleasedGil(ReleasedGil const&) = delete;
     ReleasedGil& operator=(ReleasedGil const&) = delete;
 
