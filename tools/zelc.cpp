@@ -6,8 +6,9 @@
 //   zelc -i (PREFIX.NAME | -s SOCKET | -p PORT)
 //
 // Evaluates by default, executes with -x, or prompts for commands with -i.
-// Exit status: 0 success, 1 the command raised (the server's text on
-// standard error), 2 the agent cannot be reached, 3 usage.
+// --trust-user NAME reaches agents of that user too. Exit status: 0
+// success, 1 the command raised (the server's text on standard error), 2
+// the agent cannot be reached (or is not trusted), 3 usage.
 #include <signal.h>
 #include <unistd.h>
 
@@ -34,6 +35,30 @@ unsigned const kShortRetry[] = {250, 0};
     std::exit(3);
 }
 
+void help() {
+    std::cout << "usage: zelc [-x] [--trust-user NAME]... (PREFIX.NAME | -s SOCKET | -p PORT) COMMAND...\n"
+                 "       zelc -i [--trust-user NAME]... (PREFIX.NAME | -s SOCKET | -p PORT)\n"
+                 "\n"
+                 "Sends COMMAND (its words joined by blanks) to an agent's PyServer and prints the result.\n"
+                 "  PREFIX.NAME        the agent of that agent file in $ZELC_AGENTS_DIR (else /var/run/agents)\n"
+                 "  -s SOCKET          the server on this UNIX-domain socket\n"
+                 "  -p PORT            the server on this TCP port of 127.0.0.1\n"
+                 "  -x                 execute COMMAND and print its output (default: evaluate, print the value)\n"
+                 "  -i                 read commands from standard input, one a line\n"
+                 "  --trust-user NAME  reach agents of user NAME (a name or uid) too; repeatable. Only the\n"
+                 "                     agent files and servers of your own user, root, these users and those\n"
+                 "                     named in $ZELC_TRUSTED_USERS (comma-separated) are used, and a server\n"
+                 "                     must belong to its agent file's owner\n"
+                 "Exit status: 0 success, 1 the command raised, 2 the agent cannot be reached or is not\n"
+                 "trusted, 3 usage.\n";
+}
+
+// The agent cannot be reached, or is not one to talk to: exit status 2.
+int unreachable(Zel::Exception const& e) {
+    std::cerr << "zelc: " << e.message() << std::endl;
+    return 2;
+}
+
 // 0 done, 1 the command raised, 2 connection lost.
 int run(Zel::PyClient& client, bool exec, std::string const& cmd, std::vector<char>& buf, bool newline) {
     try {
@@ -48,8 +73,9 @@ int run(Zel::PyClient& client, bool exec, std::string const& cmd, std::vector<ch
         std::cout.flush();
         return 0;
     } catch (Zel::RpcConnectionException const& e) {
-        std::cerr << "zelc: " << e.message() << std::endl;
-        return 2;
+        return unreachable(e);
+    } catch (Zel::PermissionException const& e) {   // a reconnection found an untrusted server
+        return unreachable(e);
     } catch (Zel::RpcException const& e) {
         std::cerr << e.message();
         if (e.message().empty() || e.message().view().back() != '\n') std::cerr << '\n';
@@ -75,8 +101,9 @@ int interactive(Zel::PyClient& client, std::vector<char>& buf) {
             std::cout << buf.data() << std::endl;
             rc = 0;
         } catch (Zel::RpcConnectionException const& e) {
-            std::cerr << "zelc: " << e.message() << std::endl;
-            return 2;
+            return unreachable(e);
+        } catch (Zel::PermissionException const& e) {
+            return unreachable(e);
         } catch (Zel::RpcException const& e) {
             if (e.message().view().find("SyntaxError") == std::string_view::npos) {
                 std::cerr << e.message();
@@ -103,6 +130,7 @@ int main(int argc, char** argv) {
     char const* socketPath = nullptr;
     int port = 0;
     std::string name;
+    std::vector<uid_t> trusted;
     int i = 1;
     for (; i < argc; ++i) {
         std::string a = argv[i];
@@ -112,6 +140,16 @@ int main(int argc, char** argv) {
             prompt = true;
         } else if (a == "-s" && i + 1 < argc) {
             socketPath = argv[++i];
+        } else if (a == "--help") {
+            help();
+            return 0;
+        } else if (a == "--trust-user" && i + 1 < argc) {
+            uid_t uid;
+            if (!Zel::PyClient::userId(argv[++i], &uid)) {
+                std::cerr << "zelc: no user " << argv[i] << std::endl;
+                return 3;
+            }
+            trusted.push_back(uid);
         } else if (a == "-p" && i + 1 < argc) {
             port = std::atoi(argv[++i]);
             if (port <= 0) usage();
@@ -147,11 +185,11 @@ int main(int argc, char** argv) {
                                                  Zel::String8(name.substr(dot + 1)), 'C', nullptr, nullptr);
     }
     client->retryProfileIs(kShortRetry);
+    for (uid_t uid : trusted) client->trustedUserIs(uid);
     try {
         client->connect();
     } catch (Zel::Exception const& e) {
-        std::cerr << "zelc: " << e.message() << std::endl;
-        return 2;
+        return unreachable(e);
     }
     if (client->sameProcess()) {
         std::cerr << "zelc: the agent file names this process" << std::endl;

@@ -1,7 +1,8 @@
 // Agent discovery: an agent announces its PyServer with a three-line file
 // "pid\nport\nsocket path\n" in the agents directory and holds an exclusive
 // flock on it while it lives. A file nobody holds belongs to a dead agent
-// and is removed.
+// and is removed. The file must belong to a user the client trusts
+// (PeerTrust.cpp), whose server it then names.
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -23,8 +24,8 @@ constexpr size_t kSocketPathMax = 108;   // the path field of sockaddr_un
 
 // Opens `path` for reading. A missing one is no error: it is traced and
 // the descriptor returned is not valid.
-Fd openIfPresent(String8 const& path) {
-    Fd fd(::open64(path.c_str(), O_RDONLY));
+Fd openIfPresent(String8 const& path, int flags = 0) {
+    Fd fd(::open64(path.c_str(), O_RDONLY | flags));
     if (!fd.valid()) {
         int err = errno;
         if (err != ENOENT) throw ErrnoException(err, path);
@@ -49,7 +50,9 @@ void PyClient::serverContacts(String8 agentFile, PyServerContacts* contacts) {
     (void)::flock(dirFd.get(), LOCK_EX);
 
     // Declared after the directory's, so closed before it on every way out.
-    Fd fileFd = openIfPresent(agentFile);
+    // Not blocking: a FIFO planted under the agent's name must not hold the
+    // lookup (nor the directory's lock) forever.
+    Fd fileFd = openIfPresent(agentFile, O_NONBLOCK);
     if (!fileFd.valid()) return;
 
     if (::flock(fileFd.get(), LOCK_EX | LOCK_NB) == 0) {
@@ -76,6 +79,8 @@ void PyClient::serverContacts(String8 agentFile, PyServerContacts* contacts) {
         sameProcess_ = true;
         return;
     }
+    // Commands leave the process only for a server named by a trusted file.
+    uid_t owner = agentFileOwner(fileFd.get(), agentFile);
 
     char const* nl1 = static_cast<char const*>(std::memchr(buf, '\n', static_cast<size_t>(n)));
     if (!nl1) {
@@ -85,6 +90,7 @@ void PyClient::serverContacts(String8 agentFile, PyServerContacts* contacts) {
     }
     char const* line2 = nl1 + 1;
     contacts->port = static_cast<int32_t>(std::strtol(line2, nullptr, 10));
+    contacts->fileOwner = owner;
     char const* nl2 = static_cast<char const*>(std::memchr(line2, '\n', static_cast<size_t>(end - line2)));
     if (!nl2) return;
 

@@ -157,6 +157,7 @@ int PyClient::connect(PyServerContacts* contacts) {
             htons(static_cast<uint16_t>(contacts->port));
         socketConnect(fd.get(), found->ai_addr);
     }
+    checkServer(fd.get(), *contacts);   // before the greeting: nothing reaches an untrusted server
     char greeting[wire::kGreetingSize] = {mode_, wire::kGreetingSecond};
     socketSend(fd.get(), greeting, int(wire::kGreetingSize), 0);
     char reply[wire::kGreetingReply.size()];

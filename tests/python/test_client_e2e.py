@@ -1,7 +1,9 @@
 """zelagent end to end with zelc; the client's framing, retries and discovery are the native client tests'."""
 
 import errno
+import fcntl
 import os
+import select
 import shutil
 import socket
 import subprocess
@@ -9,7 +11,7 @@ import tempfile
 import unittest
 
 import children
-from ZelWire import KIND_EVAL, frame
+from ZelWire import GREETING_REPLY, HEADER, KIND_EVAL, STATUS_OK, frame, packLength, recvExactly, unpackLength
 
 BIN = os.path.join(os.environ.get('ZEL_BUILD_DIR', ''), 'bin')
 
@@ -20,8 +22,8 @@ SWITCH = ("__import__('_Zel').globalDir().attributeCollection(__import__('_Zel')
 VLAN = "__import__('_Zel').typeNode('Demo::Switch').attr('vlan')"
 
 
-def asNobody(fn):
-    """The exit status of a child that runs fn() as another user."""
+def asNobody(fn, wait=True):
+    """The exit status of a child that runs fn() as another user (without `wait`, its pid)."""
     child = os.fork()
     if child == 0:
         try:
@@ -29,6 +31,8 @@ def asNobody(fn):
             os._exit(fn())
         except BaseException:
             os._exit(99)
+    if not wait:
+        return child
     status = os.waitpid(child, 0)[1]
     return os.WEXITSTATUS(status) if os.WIFEXITED(status) else -status
 
@@ -52,6 +56,36 @@ def connectsToUnixSocket(path):
         return 1
     except socket.error:
         return 0
+
+
+def plantedAgent(shared, report):
+    """An agent file, UNIX socket and TCP listener named demo.planted in `shared`, as a live agent
+    has them; writes to `report` the port, then per connection the count of bytes it received
+    (a line each), and answers any request 'planted'."""
+    path = os.path.join(shared, 'demo.planted')
+    unix, tcp = socket.socket(socket.AF_UNIX), socket.socket()
+    unix.bind(path + '.sock')
+    tcp.bind(('127.0.0.1', 0))
+    fd = os.open(path, os.O_WRONLY | os.O_CREAT, 0644)
+    fcntl.flock(fd, fcntl.LOCK_EX)
+    os.write(fd, '%d\n%d\n%s\n' % (os.getpid(), tcp.getsockname()[1], path + '.sock'))
+    os.write(report, '%d\n' % tcp.getsockname()[1])
+    for s in unix, tcp:
+        s.listen(4)
+    while True:
+        conn = select.select([unix, tcp], [], [])[0][0].accept()[0]
+        got = conn.recv(2)
+        if got:
+            conn.sendall(GREETING_REPLY)
+            header = recvExactly(conn, HEADER)
+            got += header + recvExactly(conn, unpackLength(header[2:]))
+            conn.sendall(packLength(11) + STATUS_OK + "'planted'")
+        more = got
+        while more:
+            more = conn.recv(100)
+            got += more
+        os.write(report, '%d\n' % len(got))
+        conn.close()
 
 
 @unittest.skipUnless(os.path.exists(os.path.join(BIN, 'zelagent')), 'zelagent not built')
@@ -106,6 +140,44 @@ class AgentTest(unittest.TestCase):
                     agent.terminate()
                 rc = agent.wait()
         self.assertEqual((rc, os.listdir(self.agents)), (0, []))
+
+    @unittest.skipUnless(os.getuid() == 0, 'only root can become another user')
+    def test_agents_of_other_users_only_when_trusted(self):
+        shared = os.path.join(self.dir, 'shared')
+        os.mkdir(shared)
+        os.chmod(self.dir, 0755)
+        os.chmod(shared, 01777)
+        self.env['ZELC_AGENTS_DIR'] = shared
+        r, w = os.pipe()
+        child = asNobody(lambda: plantedAgent(shared, w), wait=False)
+        os.close(w)
+        try:
+            report = os.fdopen(r)
+            port = report.readline().strip()
+            sock = os.path.join(shared, 'demo.planted.sock')
+            # A file of root's naming nobody's socket: each is trusted, but they differ.
+            with open(os.path.join(shared, 'demo.mixed'), 'w') as mixed:
+                mixed.write('1\n0\n%s\n' % sock)
+                mixed.flush()
+                fcntl.flock(mixed, fcntl.LOCK_EX)
+                nobody = 'is served by uid 65534 (nobody), not'
+                for how, message in ((['demo.planted'], 'Agent file %s/demo.planted is owned by uid 65534 (nobody), '
+                                      'not a trusted user' % shared),
+                                     (['-s', sock], 'Socket %s %s a trusted user' % (sock, nobody)),
+                                     (['-p', port], 'Port %s on 127.0.0.1 %s a trusted user' % (port, nobody)),
+                                     (['--trust-user', 'nobody', 'demo.mixed'],
+                                      "Socket %s %s by the agent file's owner uid 0 (root)" % (sock, nobody))):
+                    self.assertEqual(self.zelc(*(how + ['1'])), (2, '', 'zelc: %s\n' % message))
+                    if how != ['demo.planted']:   # the server saw a connection, and not a byte
+                        self.assertEqual(report.readline(), '0\n')
+            # Trusted by option or by variable: the greeting and the request arrive.
+            self.assertEqual(self.zelc('--trust-user', 'nobody', 'demo.planted', '1'), (0, "'planted'\n", ''))
+            self.env['ZELC_TRUSTED_USERS'] = 'daemon,nobody'
+            self.assertEqual(self.zelc('-p', port, '1'), (0, "'planted'\n", ''))
+            self.assertEqual(report.readline() + report.readline(), '9\n9\n')
+        finally:
+            os.kill(child, 9)
+            os.waitpid(child, 0)
 
 
 if __name__ == '__main__':

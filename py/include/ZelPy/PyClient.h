@@ -5,13 +5,23 @@
 // the agent is the calling process itself, commands run in this process
 // through PyServer._LocalServer.
 //
+// Before a byte is sent, the client checks whom it talks to: the agent file
+// must belong to a trusted user and be writable by its owner alone, and the
+// server (a UNIX socket's peer, or a loopback TCP server's end of the
+// connection) must belong to a trusted user, the agent file's owner when
+// there is a file. Trusted are the client's own user, root, the users given
+// to trustedUserIs() and those named in $ZELC_TRUSTED_USERS. A refusal is a
+// Zel::PermissionException naming the path or port and the owner found.
+//
 // One thread at a time per client: a request and its response are not
 // interleaved with another's.
 #pragma once
 
 #include <sys/socket.h>
+#include <sys/types.h>
 
 #include <cstdint>
+#include <vector>
 
 #include "Zel/Fd.h"
 #include "Zel/PtrInterface.h"
@@ -38,6 +48,7 @@ class PyObjHandle;
 struct ZEL_API PyServerContacts {
     int32_t port = 0;       // TCP port on 127.0.0.1; 0 if none
     String8 socketName;     // UNIX-domain socket path; empty if none
+    uid_t fileOwner = uid_t(-1);   // the agent file's owner, when read from one
 };
 
 class ZEL_API PyClient : public PtrInterface {
@@ -82,6 +93,13 @@ public:
     static unsigned const* retryProfile() { return retryProfile_; }
     static unsigned const kDefaultRetryProfile[];
 
+    // Trusts agents of this user too (besides the client's own user, root
+    // and the users named in $ZELC_TRUSTED_USERS).
+    void trustedUserIs(uid_t uid);
+    bool trusted(uid_t uid) const;
+    // The uid of a user name, or of a decimal uid; false when neither.
+    static bool userId(char const* name, uid_t* uid);
+
     // The agents directory: $ZELC_AGENTS_DIR or "/var/run/agents".
     static String8 agentsDir();
     // The "PyClient" trace handle.
@@ -100,6 +118,12 @@ public:
 
 private:
     void closeSocket();
+    // The owner of the open agent file `fd`; refused unless trusted and
+    // writable by that owner alone.
+    uid_t agentFileOwner(int fd, String8 const& path) const;
+    // Refuses the server connected on `fd` unless it is trusted and, when
+    // the contacts came from an agent file, the file's owner.
+    void checkServer(int fd, PyServerContacts const& contacts) const;
 
     String8 prefix_;
     String8 agentName_;
@@ -113,6 +137,7 @@ private:
     bool connected_ = false;
     bool sameProcess_ = false;
     char mode_;
+    std::vector<uid_t> trustedUsers_;
 
     static unsigned const* retryProfile_;
 };

@@ -1,4 +1,6 @@
 // Finding an agent's server through its agent file, and the names used.
+#include <gmock/gmock.h>
+
 #include "client/PyClientTestSupport.h"
 #include "ZelPy/PyClient.h"
 
@@ -64,6 +66,31 @@ TEST(PyClientDiscovery, AgentFilesAndNames) {
     EXPECT_TRUE(client.sameProcess());
     EXPECT_EQ(self.port, -1);
     EXPECT_EQ(self.socketName, "untouched");
+}
+
+// A file another user wrote, or could have changed, names no server; trust
+// by option or by variable lets a named user's file through. (Their
+// servers: test_client_e2e.)
+TEST(PyClientDiscovery, AgentFilesOfOthersAreRefused) {
+    AgentsDir dir;
+    Zel::PyClient client = demoClient("a");
+    std::string const path = dir.write("demo.x", "1234\n0\n/s\n");
+    auto refusal = [&] { return message<Zel::PermissionException>([&] { lookup(client, path); }); };
+    for (mode_t mode : {0620, 0602}) {
+        ::chmod(path.c_str(), mode);
+        EXPECT_THAT(refusal(), testing::MatchesRegex("Agent file " + path + " of uid [0-9]+.* is writable by others than its owner"));
+    }
+    ::chmod(path.c_str(), 0644);
+    EXPECT_EQ(lookup(client, path).fileOwner, ::geteuid());
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can give a file to another user";
+    ASSERT_EQ(::chown(path.c_str(), 65534, 65534), 0);
+    EXPECT_EQ(refusal(), "Agent file " + path + " is owned by uid 65534 (nobody), not a trusted user");
+    ::setenv("ZELC_TRUSTED_USERS", "daemon,nobody", 1);
+    EXPECT_EQ(lookup(client, path).fileOwner, 65534u);
+    ::unsetenv("ZELC_TRUSTED_USERS");
+    EXPECT_EQ(refusal(), "Agent file " + path + " is owned by uid 65534 (nobody), not a trusted user");
+    client.trustedUserIs(65534);
+    EXPECT_EQ(lookup(client, path).port, 0);
 }
 
 } // namespace

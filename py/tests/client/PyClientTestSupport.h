@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -148,6 +149,7 @@ public:
     std::string write(std::string const& name, std::string const& text, bool lock = true) {
         std::string path = file(name);
         std::ofstream(path) << text;
+        ::chmod(path.c_str(), 0644);   // as an agent writes it, whatever the umask
         if (lock) {
             held_.push_back(::open(path.c_str(), O_RDONLY));
             ::flock(held_.back(), LOCK_EX);
