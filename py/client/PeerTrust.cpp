@@ -138,12 +138,14 @@ void PyClient::checkServer(int fd, PyServerContacts const& contacts) const {
     if (!contacts.socketName.empty()) {
         ucred cred;
         socklen_t n = sizeof cred;
-        if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &n) != 0) throw ErrnoException(errno, contacts.socketName);
+        if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &n) != 0) {
+            throw ErrnoException(errno, contacts.socketName);
+        }
         what = "Socket " + contacts.socketName;
         uid = cred.uid;
     } else {
         what = "Port " + String8(std::to_string(contacts.port)) + " on 127.0.0.1";
-        if (!tcpServerOwner(fd, &uid)) refuse(what + " is served by a user not listed in /proc/net/tcp");
+        if (!tcpServerOwner(fd, &uid)) refuse(what + " has no owner listed in /proc/net/tcp");
     }
     if (!trusted(uid)) refuse(what + " is served by " + ownerText(uid) + ", not a trusted user");
     if (contacts.fileOwner != uid_t(-1) && uid != contacts.fileOwner) {

@@ -78,7 +78,8 @@ TEST(PyClientDiscovery, AgentFilesOfOthersAreRefused) {
     auto refusal = [&] { return message<Zel::PermissionException>([&] { lookup(client, path); }); };
     for (mode_t mode : {0620, 0602}) {
         ::chmod(path.c_str(), mode);
-        EXPECT_THAT(refusal(), testing::MatchesRegex("Agent file " + path + " of uid [0-9]+.* is writable by others than its owner"));
+        EXPECT_THAT(refusal(), testing::MatchesRegex("Agent file " + path +
+                                                     " of uid [0-9]+.* is writable by others than its owner"));
     }
     ::chmod(path.c_str(), 0644);
     EXPECT_EQ(lookup(client, path).fileOwner, ::geteuid());
