@@ -66,12 +66,12 @@ def plantedAgent(shared, report):
     unix, tcp = socket.socket(socket.AF_UNIX), socket.socket()
     unix.bind(path + '.sock')
     tcp.bind(('127.0.0.1', 0))
+    for s in unix, tcp:
+        s.listen(4)
     fd = os.open(path, os.O_WRONLY | os.O_CREAT, 0644)
     fcntl.flock(fd, fcntl.LOCK_EX)
     os.write(fd, '%d\n%d\n%s\n' % (os.getpid(), tcp.getsockname()[1], path + '.sock'))
-    os.write(report, '%d\n' % tcp.getsockname()[1])
-    for s in unix, tcp:
-        s.listen(4)
+    os.write(report, '%d\n' % tcp.getsockname()[1])   # ready
     while True:
         conn = select.select([unix, tcp], [], [])[0][0].accept()[0]
         got = conn.recv(2)
@@ -151,14 +151,15 @@ class AgentTest(unittest.TestCase):
         r, w = os.pipe()
         child = asNobody(lambda: plantedAgent(shared, w), wait=False)
         os.close(w)
+        report = os.fdopen(r)
         try:
-            report = os.fdopen(r)
             port = report.readline().strip()
             sock = os.path.join(shared, 'demo.planted.sock')
             # A file of root's naming nobody's socket: each is trusted, but they differ.
             with open(os.path.join(shared, 'demo.mixed'), 'w') as mixed:
                 mixed.write('1\n0\n%s\n' % sock)
                 mixed.flush()
+                os.fchmod(mixed.fileno(), 0644)   # whatever the umask
                 fcntl.flock(mixed, fcntl.LOCK_EX)
                 nobody = 'is served by uid 65534 (nobody), not'
                 for how, message in ((['demo.planted'], 'Agent file %s/demo.planted is owned by uid 65534 (nobody), '
@@ -176,6 +177,7 @@ class AgentTest(unittest.TestCase):
             self.assertEqual(self.zelc('-p', port, '1'), (0, "'planted'\n", ''))
             self.assertEqual(report.readline() + report.readline(), '9\n9\n')
         finally:
+            report.close()
             os.kill(child, 9)
             os.waitpid(child, 0)
 
