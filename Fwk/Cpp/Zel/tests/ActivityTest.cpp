@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <csignal>
 #include <thread>
 
@@ -19,6 +21,22 @@ struct Watched {
 };
 
 void stopFromSignal(int) { ActivityFacility::activityManagerConfig()->stop(); }
+
+// A loop that never hears of the work it waits for would hang the whole
+// run: after `seconds` the alarm stops it, and the test fails instead.
+struct LoopDeadline {
+    static inline volatile std::sig_atomic_t expired = 0;
+    void (*old)(int);
+    explicit LoopDeadline(unsigned seconds) : old(std::signal(SIGALRM, [](int) { expired = 1; stopFromSignal(0); })) {
+        expired = 0;
+        ::alarm(seconds);
+    }
+    ~LoopDeadline() {
+        ::alarm(0);
+        std::signal(SIGALRM, old);
+        EXPECT_EQ(expired, 0) << "the loop did not stop by itself";
+    }
+};
 
 } // namespace
 
@@ -67,6 +85,7 @@ TEST(ActivityLoop, ReleasesTheLockWhileWaitingAndWakesForQueuedWork) {
     Watched w;
     w.r->action = [] { manager()->stop(); };
     pid_t loopTid = 0;
+    LoopDeadline deadline(30);
     std::thread loop([&] { loopTid = currentTid(); manager()->run(); });
     {
         ActivityLockScope h;   // blocks until the loop waits, since it holds the lock while it dispatches
@@ -103,6 +122,7 @@ TEST(ActivityLoop, CallerKeepsTheLockQuiesceDrainsSignalStops) {
     }
     w.r->action = [&] { if (w.r->seen.size() == 3) w2.g->levelIs(4); };
     manager()->stopOnQuiesceIs(true);
+    LoopDeadline deadline(30);
     manager()->run();   // would never return without the quiesce rule
     EXPECT_EQ(w.r->seen, (std::vector<int>{1, 2, 3}));
     EXPECT_EQ(w2.r->seen, std::vector<int>{4});
