@@ -3,7 +3,8 @@
 PyServer.PyServer listens on a UNIX-domain socket (owner-only) and, when
 asked, on a TCP port of 127.0.0.1, and runs the Python commands that
 Zel::PyClient sends: "?1" evaluates an expression and answers its repr(),
-"?2" executes statements and answers what they printed. It announces
+"?2" executes statements and answers what they printed ("?6" streams an
+entity's changes, "?7" answers every thread's stack). It announces
 itself with an agent file "pid\\nport\\nsocket path\\n" in the agents
 directory, which it keeps flocked while it lives.
 
@@ -30,6 +31,10 @@ import traceback
 # The protocol's constants, also read from this module; the native serving
 # loop does the framing.
 from ZelWire import GREETING_REPLY, KIND_EVAL, KIND_EXEC, MAX_COMMAND, MAX_FRAME  # noqa: F401
+# A watch request ("?6") streams an entity's changes, a stacks request
+# ("?7") answers every thread's stack.
+import ZelStacks
+import ZelWatch
 
 __all__ = ['PyServer', '_LocalServer', 'agentsDir']
 
@@ -325,7 +330,8 @@ class PyServer(object):
     # ---- a connection's thread ----------------------------------------
     def _serveConnection(self, c):
         try:
-            bad = self._nativeServe(c.sock.fileno(), c.namespace, _execCode, _formatError)
+            bad = self._nativeServe(c.sock.fileno(), c.namespace, _execCode, _formatError,
+                                    lambda command: ZelWatch.serve(c.sock, command), ZelStacks.text)
             if bad is not None:
                 _notice('bad request from %s (%s)' % (c.peerName, bad))
         except Exception as e:

@@ -24,6 +24,19 @@ MAX_COMMAND = MAX_FRAME - HEADER
 STATUS_OK = 'OK'
 STATUS_EX = 'EX'            # the payload is the command's traceback
 
+# Watching and stacks. A watch request ("FULLNAME\nATTR\n...") is the last
+# request of its connection: refused with STATUS_EX (then closed), or
+# answered STATUS_OK with the entity's full name and followed by pushed
+# frames, response-framed, until the client closes: STATUS_CHANGE with
+# "SECONDS ATTR VALUE" (time of day, the attribute, repr() of the new value
+# or of the collection key), STATUS_DROPPED with the count of changes that
+# did not fit a slow client's queue. A stacks request (any command) answers
+# the Python stack of every thread.
+KIND_WATCH = '?6'
+KIND_STACKS = '?7'
+STATUS_CHANGE = 'CH'
+STATUS_DROPPED = 'DR'
+
 _LENGTH = struct.Struct('>I')
 
 

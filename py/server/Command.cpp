@@ -69,8 +69,34 @@ PyObject* Commands::execute(std::string_view command) {
     return PyObject_CallFunctionObjArgs(h_.runExec, h_.namespaceDict, code.get(), nullptr);
 }
 
+PyObject* Commands::stacks() {
+    if (!h_.stacks) {
+        PyErr_SetString(PyExc_NotImplementedError, "this server does not show stacks");
+        return nullptr;
+    }
+    return PyObject_CallFunctionObjArgs(h_.stacks, nullptr);
+}
+
+void Commands::watch(std::string_view command, Reply& reply) {
+    reply.clear();
+    PyRef text(PyString_FromStringAndSize(command.data(), Py_ssize_t(command.size())));
+    if (!h_.watch) {
+        PyErr_SetString(PyExc_NotImplementedError, "this server does not stream watches");
+    } else if (text && PyRef(PyObject_CallFunctionObjArgs(h_.watch, text.get(), nullptr))) {
+        return;
+    }
+    answer(PyRef(), reply);
+}
+
 void Commands::run(FrameKind kind, std::string_view command, Reply& reply) {
-    PyRef text = asBytes(PyRef(kind == FrameKind::Eval ? evaluate(command) : execute(command)));
+    answer(PyRef(kind == FrameKind::Eval   ? evaluate(command)
+                 : kind == FrameKind::Exec ? execute(command)
+                                           : stacks()),
+           reply);
+}
+
+void Commands::answer(PyRef result, Reply& reply) {
+    PyRef text = asBytes(std::move(result));
     bool ok = bool(text);
     if (!ok) text = describePending(h_.formatError);
     if (!text) {

@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 namespace ZelServer {
 
@@ -15,6 +16,24 @@ std::string printable(unsigned char c) {
     std::snprintf(text, sizeof text, "\\x%02x", c);
     return text;
 }
+
+// The kind of a request's two header bytes; false for an unknown one.
+bool requestKind(std::string_view kind, FrameKind& known) {
+    static constexpr std::pair<char const*, FrameKind> kKinds[] = {
+        {wire::kEvaluate, FrameKind::Eval},
+        {wire::kExecute, FrameKind::Exec},
+        {wire::kWatch, FrameKind::Watch},
+        {wire::kStacks, FrameKind::Stacks},
+    };
+    for (auto const& [name, k] : kKinds) {
+        if (kind == name) {
+            known = k;
+            return true;
+        }
+    }
+    return false;
+}
+
 } // namespace
 
 FrameBuffer::Parse FrameBuffer::parse(Frame& frame, std::string& reason) {
@@ -29,14 +48,13 @@ FrameBuffer::Parse FrameBuffer::parse(Frame& frame, std::string& reason) {
     auto const* b = reinterpret_cast<unsigned char const*>(buf_);
     uint32_t n = wire::readLength(b + wire::kKindSize);
     std::string_view kind(buf_, wire::kKindSize);
-    bool eval = kind == wire::kEvaluate;
-    bool exec = kind == wire::kExecute;
-    if ((!eval && !exec) || n > wire::kMaxCommand) {
+    FrameKind known = FrameKind::Eval;
+    if (!requestKind(kind, known) || n > wire::kMaxCommand) {
         reason = "kind '" + printable(b[0]) + printable(b[1]) + "', length " + std::to_string(n);
         return Parse::Bad;
     }
     if (have_ < wire::kRequestHeader + n) return Parse::Incomplete;
-    frame = Frame{eval ? FrameKind::Eval : FrameKind::Exec, std::string_view(buf_ + wire::kRequestHeader, n)};
+    frame = Frame{known, std::string_view(buf_ + wire::kRequestHeader, n)};
     frameSize_ = wire::kRequestHeader + n;
     return Parse::Complete;
 }

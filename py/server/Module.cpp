@@ -1,11 +1,13 @@
 // _ZelServer: the native side of PyServer's connections.
 //
-// serve(fd, namespace, runExec, formatError) serves one connected socket
-// until the peer closes it or stop() shuts it down (returns None), or the
-// peer sends a bad frame (returns what was wrong, for the server's
-// notice). It runs on the connection's own thread and gives the
-// interpreter lock up while it waits. The socket stays open: its owner
-// closes it.
+// serve(fd, namespace, runExec, formatError[, watch[, stacks]]) serves one
+// connected socket until the peer closes it or stop() shuts it down
+// (returns None), or the peer sends a bad frame (returns what was wrong,
+// for the server's notice). It runs on the connection's own thread and
+// gives the interpreter lock up while it waits. The socket stays open: its
+// owner closes it. watch(command) serves a watch request and stacks()
+// answers a stacks request; without them those requests are answered
+// with an error.
 #include <Python.h>
 
 #include <exception>
@@ -42,19 +44,24 @@ struct ServerFrame {
 
 PyResult serve(GilHeld gil, PyObject*, PyObject* args) {
     int fd;
-    PyObject *ns, *runExec, *formatError;
-    if (!PyArg_ParseTuple(args, "iO!OO:serve", &fd, &PyDict_Type, &ns, &runExec, &formatError)) {
+    PyObject *ns, *runExec, *formatError, *watch = Py_None, *stacks = Py_None;
+    if (!PyArg_ParseTuple(args, "iO!OO|OO:serve", &fd, &PyDict_Type, &ns, &runExec, &formatError, &watch, &stacks)) {
         return PyResult::failed();
     }
     if (fd < 0 || !PyCallable_Check(runExec) || !PyCallable_Check(formatError)) {
         PyErr_SetString(PyExc_TypeError, "serve() takes a socket descriptor, a dict and two callables");
         return PyResult::failed();
     }
+    if ((watch != Py_None && !PyCallable_Check(watch)) || (stacks != Py_None && !PyCallable_Check(stacks))) {
+        PyErr_SetString(PyExc_TypeError, "serve()'s watch and stacks are callables or None");
+        return PyResult::failed();
+    }
     std::string bad;
     {
         // The cached code goes with the lock held: serveConnection
         // returns holding it, whichever way it ends.
-        ZelServer::Commands commands({ns, runExec, formatError});
+        ZelServer::Commands commands({ns, runExec, formatError, watch == Py_None ? nullptr : watch,
+                                      stacks == Py_None ? nullptr : stacks});
         ZelServer::serveConnection(fd, commands, bad);
     }
     if (bad.empty()) return PyResult::none(gil);

@@ -26,6 +26,8 @@ public:
         return true;
     }
     void setRaw(std::string_view bytes) { bytes_.assign(bytes.begin(), bytes.end()); }
+    // Nothing to send.
+    void clear() { bytes_.clear(); }
 
     char const* data() const { return bytes_.data(); }
     size_t size() const { return bytes_.size(); }

@@ -58,6 +58,15 @@ void serveConnection(int fd, Commands& commands, std::string& bad) {
         if (parsed == FrameBuffer::Parse::Bad) return;
         if (frame.kind == FrameKind::Greeting) {
             reply.setRaw(Zel::wire::kGreetingReply);   // clients do not interpret it
+        } else if (frame.kind == FrameKind::Watch) {
+            // The watch answers and streams on the socket itself; once the
+            // client has gone, so has the connection.
+            {
+                HeldGil locked(unlocked);
+                commands.watch(frame.command, reply);
+            }
+            sendAll(fd, reply.data(), reply.size());
+            return;
         } else {
             HeldGil locked(unlocked);
             commands.run(frame.kind, frame.command, reply);

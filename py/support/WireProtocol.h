@@ -51,6 +51,18 @@ constexpr void writeLength(uint32_t n, char* p) {
     p[3] = static_cast<char>(n & 0xff);
 }
 
+// Watching and stacks. A watch ("?6", the command "FULLNAME\nATTR\n...")
+// is the last request of its connection: refused with "EX" and closed, or
+// answered "OK" (payload: the entity's full name) and followed by frames
+// the server pushes, response-framed, until the client closes: "CH"
+// ("SECONDS ATTR VALUE") per change, "DR" (a decimal count) where changes
+// were dropped for a slow reader. A stacks request ("?7", the command
+// ignored) answers the Python stack of every thread.
+inline constexpr char kWatch[] = "?6";
+inline constexpr char kStacks[] = "?7";
+inline constexpr std::string_view kChange = "CH";
+inline constexpr std::string_view kDropped = "DR";
+
 static_assert(kMaxCommand == 4089);
 static_assert(sizeof kEvaluate - 1 == kKindSize && sizeof kExecute - 1 == kKindSize);
 

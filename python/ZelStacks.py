@@ -1,0 +1,25 @@
+"""The Python stack of every thread of this process, as an operator reads it
+(a stacks request, "?7", answers this text)."""
+
+import sys
+import threading
+import traceback
+
+
+def text():
+    """Per thread: 'Thread NAME (ident N)', then its frames, innermost last.
+    Threads the threading module does not know (native ones that called
+    into Python) are named by their ident only; a thread outside Python
+    code at the moment says so."""
+    frames = sys._current_frames()
+    named = dict((t.ident, t.name) for t in threading.enumerate() if t.ident is not None)
+    out = []
+    for ident in sorted(set(frames) | set(named)):
+        out.append('Thread %s (ident %d)\n' % (named.get(ident, '?'), ident))
+        frame = frames.get(ident)
+        if frame is None:
+            out.append('  (no Python frame: in native code)\n')
+        else:
+            out.extend(traceback.format_stack(frame))
+        out.append('\n')
+    return ''.join(out)
