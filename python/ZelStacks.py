@@ -14,8 +14,10 @@ def text():
     frames = sys._current_frames()
     named = dict((t.ident, t.name) for t in threading.enumerate() if t.ident is not None)
     out = []
-    for ident in sorted(set(frames) | set(named)):
-        out.append('Thread %s (ident %d)\n' % (named.get(ident, '?'), ident))
+    # The main thread first, then the others by ident.
+    for ident in sorted(set(frames) | set(named), key=lambda i: (named.get(i) != 'MainThread', i)):
+        name = named.get(ident)
+        out.append('Thread %s(ident %d)\n' % (name + ' ' if name else '', ident))
         frame = frames.get(ident)
         if frame is None:
             out.append('  (no Python frame: in native code)\n')

@@ -4,6 +4,8 @@
 //   zelc [-x] -s SOCKET COMMAND...      by UNIX-domain socket path
 //   zelc [-x] -p PORT COMMAND...        by TCP port on 127.0.0.1
 //   zelc -i (PREFIX.NAME | -s SOCKET | -p PORT)
+//   zelc --watch (PREFIX.NAME | -s SOCKET | -p PORT) ENTITY [ATTR...]
+//   zelc --stacks (PREFIX.NAME | -s SOCKET | -p PORT)
 //
 // Evaluates by default, executes with -x, or prompts for commands with -i.
 // --trust-user NAME reaches agents of that user too. Exit status: 0
@@ -21,6 +23,7 @@
 
 #include "Zel/Exception.h"
 #include "ZelPy/PyClient.h"
+#include "ZelcOperator.h"
 
 namespace {
 
@@ -38,6 +41,8 @@ unsigned const kShortRetry[] = {250, 0};
 void help() {
     std::cout << "usage: zelc [-x] [--trust-user NAME]... (PREFIX.NAME | -s SOCKET | -p PORT) COMMAND...\n"
                  "       zelc -i [--trust-user NAME]... (PREFIX.NAME | -s SOCKET | -p PORT)\n"
+                 "       zelc --watch [--trust-user NAME]... (PREFIX.NAME | -s SOCKET | -p PORT) ENTITY [ATTR...]\n"
+                 "       zelc --stacks [--trust-user NAME]... (PREFIX.NAME | -s SOCKET | -p PORT)\n"
                  "\n"
                  "Sends COMMAND (its words joined by blanks) to an agent's PyServer and prints the result.\n"
                  "  PREFIX.NAME        the agent of that agent file in $ZELC_AGENTS_DIR (else /var/run/agents)\n"
@@ -45,6 +50,11 @@ void help() {
                  "  -p PORT            the server on this TCP port of 127.0.0.1\n"
                  "  -x                 execute COMMAND and print its output (default: evaluate, print the value)\n"
                  "  -i                 read commands from standard input, one a line\n"
+                 "  --watch            print the changes of the entity of full name ENTITY (\"/sw1/et1\"), of\n"
+                 "                     the ATTRs only when given, one a line: date, time, entity, attribute, new\n"
+                 "                     value (the key for a collection), until Ctrl-C (exit status 0); a line\n"
+                 "                     says how many changes were dropped when they came faster than read\n"
+                 "  --stacks           print the Python stack of every thread of the agent\n"
                  "  --trust-user NAME  reach agents of user NAME (a name or uid) too; repeatable. Only the\n"
                  "                     agent files and servers of your own user, root, these users and those\n"
                  "                     named in $ZELC_TRUSTED_USERS (comma-separated) are used, and a server\n"
@@ -126,7 +136,7 @@ int interactive(Zel::PyClient& client, std::vector<char>& buf) {
 int main(int argc, char** argv) {
     // A vanished server must show as an error, not end zelc.
     ::signal(SIGPIPE, SIG_IGN);
-    bool exec = false, prompt = false;
+    bool exec = false, prompt = false, watch = false, stacks = false;
     char const* socketPath = nullptr;
     int port = 0;
     std::string name;
@@ -138,6 +148,10 @@ int main(int argc, char** argv) {
             exec = true;
         } else if (a == "-i") {
             prompt = true;
+        } else if (a == "--watch") {
+            watch = true;
+        } else if (a == "--stacks") {
+            stacks = true;
         } else if (a == "-s" && i + 1 < argc) {
             socketPath = argv[++i];
         } else if (a == "--help") {
@@ -167,12 +181,18 @@ int main(int argc, char** argv) {
         name = argv[i++];
         if (name.find('.') == std::string::npos) usage();
     }
+    std::vector<std::string> words(argv + i, argv + argc);
     std::string cmd;
-    for (; i < argc; ++i) {
+    for (std::string const& w : words) {
         if (!cmd.empty()) cmd += ' ';
-        cmd += argv[i];
+        cmd += w;
     }
-    if (prompt == !cmd.empty()) usage();
+    if (watch || stacks) {
+        // One mode at a time; a watch names its entity, stacks nothing.
+        if (exec || prompt || (watch && stacks) || (stacks && !words.empty()) || (watch && words.empty())) usage();
+    } else if (prompt == !cmd.empty()) {
+        usage();
+    }
 
     std::unique_ptr<Zel::PyClient> client;
     if (socketPath) {
@@ -195,6 +215,8 @@ int main(int argc, char** argv) {
         std::cerr << "zelc: the agent file names this process" << std::endl;
         return 2;
     }
+    if (watch) return Zelc::watchMode(*client, words[0], std::vector<std::string>(words.begin() + 1, words.end()));
+    if (stacks) return Zelc::stacksMode(*client);
     std::vector<char> buf(kResultSize);
     return prompt ? interactive(*client, buf) : run(*client, exec, cmd, buf, true);
 }

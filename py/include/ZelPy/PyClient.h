@@ -21,6 +21,8 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "Zel/Fd.h"
@@ -83,6 +85,23 @@ public:
     int localCmd(char const* cmd, char const* kind, char* result, int resultSize);
     void constructLocalServer();
 
+    // The operator's requests (docs/protocol.md), never retried; a broken
+    // connection is an RpcConnectionException, a refusal by the agent an
+    // RpcException with its text. stacks(): the Python stack of every
+    // thread of the agent. watch(): makes this connection the watch of the
+    // entity of that full name (of `attrs` alone when some are given) and
+    // returns the name; nextChange() then waits for the next change, or
+    // for the count of those dropped because they were read too slowly.
+    struct WatchEvent {
+        double time = 0;      // seconds since the epoch, when the change was seen
+        String8 attr;         // empty for a count of dropped changes
+        String8 value;        // repr() of the new value, or of the key for a collection
+        uint64_t dropped = 0;
+    };
+    String8 stacks();
+    String8 watch(String8 const& fullName, std::vector<String8> const& attrs);
+    void nextChange(WatchEvent* event);
+
     // Reads the agent file: fills `contacts`, or sets the same-process flag,
     // or finds nothing (removing a dead agent's file).
     void serverContacts(String8 agentFile, PyServerContacts* contacts);
@@ -118,6 +137,10 @@ public:
 
 private:
     void closeSocket();
+    // One request frame of `kind`, and one whole response frame: its
+    // status, the payload into `payload`.
+    void sendRequest(char const* kind, std::string_view command);
+    std::string readResponse(String8* payload);
     // The owner of the open agent file `fd`; refused unless trusted and
     // writable by that owner alone.
     uid_t agentFileOwner(int fd, String8 const& path) const;
