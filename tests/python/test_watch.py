@@ -1,0 +1,225 @@
+"""Watches and stacks: a PyServer in this process over raw sockets (the activity loop run here delivers the changes),
+then zelc --watch and --stacks against a zelagent."""
+
+import errno
+import gc
+import os
+import re
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+import threading
+import time
+import unittest
+
+import Zel
+import ZelDemo  # noqa: F401
+import PyServer
+import ZelWatch
+import children
+from snapshot import live
+from zelsupport import run_until_quiet
+from ZelWire import KIND_STACKS, KIND_WATCH, frame, greet, request, response
+
+BIN = os.path.join(os.environ.get('ZEL_BUILD_DIR', ''), 'bin')
+KEPT = ('Zel::PyGenericIfNotifiee', 'Zel::ActivityConfig', 'Zel::PyObjHandle')
+
+
+def changes(sock, count):
+    """The next `count` pushed frames as (status, attribute or count, value)."""
+    out = []
+    for _ in range(count):
+        status, payload = response(sock)
+        out.append((status,) + tuple(payload.split(' ', 2)[1:]) if status == 'CH' else (status, payload, None))
+    return out
+
+
+def closed(sock):
+    """Whether the server has closed the connection (with our request unread, the close is a reset)."""
+    try:
+        return sock.recv(100) == ''
+    except socket.error as e:
+        return e.errno == errno.ECONNRESET
+
+
+class InProcess(unittest.TestCase):
+    def setUp(self):
+        self.dir = tempfile.mkdtemp()
+        self.server = PyServer.PyServer('t.watch', directory=self.dir).start()
+        self.sw = Zel.root().newEntity('wt', 'Demo::Switch')
+        self.et = self.sw.intf.newMember('et1')
+
+    def tearDown(self):
+        self.server.stop()
+        del Zel.root().entity['wt']
+        self.sw = self.et = None
+        shutil.rmtree(self.dir, ignore_errors=True)
+
+    def connect(self):
+        s = socket.socket(socket.AF_UNIX)
+        s.connect(self.server.socketPath)
+        s.settimeout(30)
+        greet(s)
+        return s
+
+    def watch(self, command):
+        s = self.connect()
+        s.sendall(frame(KIND_WATCH, command))
+        return s, response(s)
+
+    def test_changes_arrive_in_order_and_only_those_asked_for(self):
+        s, started = self.watch('/wt/et1\nmtu\ndescription')
+        whole, wholeStarted = self.watch('/wt')
+        self.assertEqual((started, wholeStarted), (('OK', '/wt/et1'), ('OK', '/wt')))
+        before = time.time()
+        for i in range(2000):
+            self.et.mtu = i
+            self.et.adminUp = i % 2 == 0
+        self.et.description = 'up'
+        self.sw.vlan[10] = 'users'
+        self.sw.intf.newMember('et2')
+        run_until_quiet()
+        got = changes(s, 2001)
+        self.assertEqual(got, [('CH', 'mtu', str(i)) for i in range(2000)] + [('CH', 'description', "'up'")])
+        # The collections' changes name the key.
+        self.assertEqual(changes(whole, 2), [('CH', 'vlan', '10'), ('CH', 'intf', "'et2'")])
+        s.sendall(frame(KIND_WATCH, '/wt'))   # a request on a watching connection ends it
+        self.assertTrue(closed(s))
+        del self.sw.vlan[10]
+        run_until_quiet()
+        status, payload = response(whole)
+        stamp, rest = payload.split(' ', 1)
+        self.assertEqual((status, rest), ('CH', 'vlan 10'))
+        self.assertTrue(before <= float(stamp) <= time.time() + 0.001, payload)
+
+    def test_a_reader_too_slow_is_told_how_many_changes_were_dropped(self):
+        limit, ZelWatch.MAX_QUEUED = ZelWatch.MAX_QUEUED, 100
+        try:
+            s, _ = self.watch('/wt/et1\nmtu')
+        finally:
+            ZelWatch.MAX_QUEUED = limit
+        total, start = 30000, time.time()
+        for i in range(total):   # never read meanwhile: the loop must not wait for the reader
+            self.et.mtu = i
+            if i % 500 == 499:
+                run_until_quiet()
+        self.assertLess(time.time() - start, 60)
+        expected = dropped = 0
+        while expected < total:
+            status, payload = response(s)
+            if status == 'DR':
+                expected += int(payload)
+                dropped += int(payload)
+            else:
+                # In order, and every change either sent or counted in its place.
+                self.assertEqual((status, int(payload.split(' ')[2])), ('CH', expected))
+                expected += 1
+        self.assertEqual(expected, total)
+        self.assertGreater(dropped, 0)
+        s.settimeout(0.2)
+        self.assertRaises(socket.timeout, s.recv, 1)
+
+    def test_refusals_and_ends_of_a_watch_leave_nothing_behind(self):
+        gc.collect()
+        before = live(*KEPT)
+        for command, error in (('/wt/nope', 'LookupError: no entity /wt/nope\n'),
+                               ('wt', 'LookupError: no entity wt (a full name reads "/NAME/NAME...")\n'),
+                               ('/wt\nreset', 'AttributeError: Demo::Switch has no attribute reset\n'),
+                               ('/wt\nvlan\nnone', 'AttributeError: Demo::Switch has no attribute none\n')):
+            s, answer = self.watch(command)
+            self.assertEqual((answer, s.recv(10)), (('EX', error), ''))
+        self.assertEqual(ZelWatch.watching(), 0)
+        one, _ = self.watch('/wt')
+        other, _ = self.watch('/wt/et1')
+        self.assertEqual((ZelWatch.watching(), live(*KEPT)[:2]), (2, [before[0] + 2, before[1] + 2]))
+        one.close()   # the client goes ...
+        deadline = time.time() + 10
+        while ZelWatch.watching() > 1 and time.time() < deadline:
+            time.sleep(0.01)
+        gc.collect()
+        self.assertEqual((ZelWatch.watching(), live(*KEPT)[:2]), (1, [before[0] + 1, before[1] + 1]))
+        self.et.mtu = 1
+        run_until_quiet()
+        self.assertEqual(changes(other, 1), [('CH', 'mtu', '1')])
+        self.server.stop()   # ... or the server stops
+        self.assertEqual((ZelWatch.watching(), other.recv(10)), (0, ''))
+        gc.collect()
+        self.assertEqual(live(*KEPT), before)
+
+    def test_stacks_name_each_thread_and_show_its_frames(self):
+        asleep, wake = threading.Event(), threading.Event()
+
+        def napping():
+            asleep.set()
+            wake.wait()
+        t = threading.Thread(target=napping, name='napper')
+        t.start()
+        try:
+            asleep.wait()
+            status, text = request(self.connect(), KIND_STACKS, '')
+        finally:
+            wake.set()
+            t.join()
+        self.assertEqual(status, 'OK')
+        threads = text.split('\n\n')
+        self.assertTrue(threads[0].startswith('Thread MainThread (ident %d)\n' % threading.current_thread().ident))
+        napper = [block for block in threads if block.startswith('Thread napper (ident %d)\n' % t.ident)]
+        self.assertEqual(len(napper), 1, text)
+        self.assertRegexpMatches(napper[0], r'line \d+, in napping\n    wake.wait\(\)\n')
+
+
+@unittest.skipUnless(os.path.exists(os.path.join(BIN, 'zelagent')), 'zelagent not built')
+class Zelc(unittest.TestCase):
+    def setUp(self):
+        self.dir = tempfile.mkdtemp()
+        self.env = dict(os.environ, ZELC_AGENTS_DIR=self.dir)
+        self.agent = subprocess.Popen([os.path.join(BIN, 'zelagent'), 'demo.sw1'], env=self.env,
+                                      stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        while not self.agent.stdout.readline().startswith('zelagent demo.sw1 ready'):
+            self.assertIsNone(self.agent.poll(), self.agent.stderr.read())
+
+    def tearDown(self):
+        self.agent.terminate()
+        self.agent.wait()
+        shutil.rmtree(self.dir, ignore_errors=True)
+
+    def zelc(self, *args):
+        return children.run('zelc', [os.path.join(BIN, 'zelc')] + list(args), env=self.env)
+
+    def inAgent(self, expression):
+        rc, out, err = self.zelc('demo.sw1', expression)
+        self.assertEqual((rc, err), (0, ''))
+        return eval(out)
+
+    def test_watch_until_ctrl_c_then_stacks(self):
+        counts = "__import__('ZelWatch').watching(), __import__('snapshot').live('Zel::PyGenericIfNotifiee')"
+        self.assertEqual(self.zelc('-x', 'demo.sw1', 'import Zel, sys\nZel.root().entity["sw1"].intf.newMember("et1")\n'
+                                   'sys.path.append(%r)' % os.getcwd()), (0, '', ''))   # for snapshot
+        before = self.inAgent(counts)
+        watcher = subprocess.Popen([os.path.join(BIN, 'zelc'), '--watch', 'demo.sw1', '/sw1/et1', 'mtu'],
+                                   env=self.env, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        with children.watched(watcher, 'zelc --watch'):
+            while self.inAgent(counts) == before:
+                time.sleep(0.05)
+            self.assertEqual(self.zelc('-x', 'demo.sw1', 'import Zel\net = Zel.root().entity["sw1"].intf["et1"]\n'
+                                       'for i in 1, 2, 3: et.mtu = 9000 + i; et.adminUp = i == 2'), (0, '', ''))
+            lines = [watcher.stdout.readline() for _ in range(3)]
+            watcher.send_signal(signal.SIGINT)
+            rest = watcher.communicate()
+        for i, line in enumerate(lines):
+            self.assertRegexpMatches(line, r'^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{6} /sw1/et1 mtu %d\n$' % (9001 + i))
+        self.assertEqual((watcher.returncode, rest), (0, ('', '')))
+        deadline = time.time() + 10
+        while self.inAgent(counts) != before and time.time() < deadline:
+            time.sleep(0.05)
+        self.assertEqual(self.inAgent(counts), before)
+        self.assertEqual(self.zelc('--watch', 'demo.sw1', '/sw2'), (1, '', 'LookupError: no entity /sw2\n'))
+        rc, out, err = self.zelc('--stacks', 'demo.sw1')
+        self.assertEqual((rc, err, out.startswith('Thread MainThread (ident ')), (0, '', True), out)
+        self.assertIn(', in text\n', out)   # the serving thread, caught making this very text
+
+
+if __name__ == '__main__':
+    unittest.main()
