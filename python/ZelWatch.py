@@ -94,10 +94,10 @@ def _child(parent, fullName, name):
 class Watch(object):
     """The notifiee of one client's watch and the bounded queue of its lines."""
 
-    def __init__(self, entity, attrs, maxQueued=None, maxBytes=None):
+    def __init__(self, entity, attrs):
         import Zel
-        self.maxQueued = MAX_QUEUED if maxQueued is None else maxQueued
-        self.maxBytes = MAX_QUEUED_BYTES if maxBytes is None else maxBytes
+        # The bounds in force when the watch starts.
+        self.maxQueued, self.maxBytes = MAX_QUEUED, MAX_QUEUED_BYTES
         self._lock = threading.Lock()
         self._queue = collections.deque()
         self._bytes = 0
@@ -189,7 +189,7 @@ def _open_watch(command):
     """(full name, Watch) of a watch request; LookupError or
     AttributeError for what it names wrongly."""
     lines = command.decode('utf-8') if isinstance(command, bytes) and not isinstance(command, str) else command
-    lines = [l for l in lines.split('\n') if l]
+    lines = [line for line in lines.split('\n') if line]
     if not lines:
         raise LookupError('a watch names an entity')
     entity = entityNamed(lines[0])
