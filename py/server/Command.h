@@ -26,11 +26,12 @@ class Commands {
 public:
     explicit Commands(Handlers const& h);
 
-    void run(FrameKind kind, std::string_view command, Reply& reply);
+    // A long command (sent in parts) is compiled afresh, not cached.
+    void run(FrameKind kind, std::string_view command, Reply& reply, bool isLong = false);
 
 private:
-    PyObject* evaluate(std::string_view command);
-    PyObject* execute(std::string_view command);
+    PyObject* evaluate(std::string_view command, bool isLong);
+    PyObject* execute(std::string_view command, bool isLong);
     void answer(PyObject* result, Reply& reply);
 
     Handlers h_;

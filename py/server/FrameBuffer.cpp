@@ -31,12 +31,14 @@ FrameBuffer::Parse FrameBuffer::parse(Frame& frame, std::string& reason) {
     std::string_view kind(buf_, wire::kKindSize);
     bool eval = kind == wire::kEvaluate;
     bool exec = kind == wire::kExecute;
-    if ((!eval && !exec) || n > wire::kMaxCommand) {
+    bool part = kind == wire::kPart;
+    if ((!eval && !exec && !part) || n > wire::kMaxCommand) {
         reason = "kind '" + printable(b[0]) + printable(b[1]) + "', length " + std::to_string(n);
         return Parse::Bad;
     }
     if (have_ < wire::kRequestHeader + n) return Parse::Incomplete;
-    frame = Frame{eval ? FrameKind::Eval : FrameKind::Exec, std::string_view(buf_ + wire::kRequestHeader, n)};
+    FrameKind k = eval ? FrameKind::Eval : exec ? FrameKind::Exec : FrameKind::Part;
+    frame = Frame{k, std::string_view(buf_ + wire::kRequestHeader, n)};
     frameSize_ = wire::kRequestHeader + n;
     return Parse::Complete;
 }

@@ -46,6 +46,7 @@ bool sendAll(int fd, char const* p, size_t n) {
 void serveConnection(int fd, Commands& commands, std::string& bad) {
     FrameBuffer in;
     Reply reply;
+    std::string longCommand;   // the parts of a long command so far
     ReleasedGil unlocked;
     for (;;) {
         Frame frame;
@@ -56,8 +57,22 @@ void serveConnection(int fd, Commands& commands, std::string& bad) {
             in.added(n);
         }
         if (parsed == FrameBuffer::Parse::Bad) return;
+        if (frame.kind == FrameKind::Part) {
+            if (longCommand.size() + frame.command.size() > Zel::wire::kMaxLongCommand) {
+                bad = "a long command over " + std::to_string(Zel::wire::kMaxLongCommand) + " bytes";
+                return;
+            }
+            longCommand += frame.command;
+            in.consume();
+            continue;   // no response until the request that ends it
+        }
         if (frame.kind == FrameKind::Greeting) {
             reply.setRaw(Zel::wire::kGreetingReply);   // clients do not interpret it
+        } else if (!longCommand.empty()) {
+            longCommand += frame.command;
+            HeldGil locked(unlocked);
+            commands.run(frame.kind, longCommand, reply, true);
+            std::string().swap(longCommand);   // its memory goes too
         } else {
             HeldGil locked(unlocked);
             commands.run(frame.kind, frame.command, reply);
