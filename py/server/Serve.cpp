@@ -8,8 +8,9 @@
 #include <cerrno>
 
 #include "FrameBuffer.h"
-#include "support/Gil.h"
 #include "Reply.h"
+#include "Running.h"
+#include "support/Gil.h"
 
 namespace ZelServer {
 
@@ -47,6 +48,7 @@ void serveConnection(int fd, Commands& commands, std::string& bad) {
     FrameBuffer in;
     Reply reply;
     std::string longCommand;   // the parts of a long command so far
+    Serving serving(fd);       // left with the lock held: declared before the lock goes
     ReleasedGil unlocked;
     for (;;) {
         Frame frame;
@@ -71,11 +73,15 @@ void serveConnection(int fd, Commands& commands, std::string& bad) {
         } else if (!longCommand.empty()) {
             longCommand += frame.command;
             HeldGil locked(unlocked);
+            serving.commandStarts();
             commands.run(frame.kind, longCommand, reply, true);
+            serving.commandEnds();
             std::string().swap(longCommand);   // its memory goes too
         } else {
             HeldGil locked(unlocked);
+            serving.commandStarts();
             commands.run(frame.kind, frame.command, reply);
+            serving.commandEnds();
         }
         in.consume();
         if (!sendAll(fd, reply.data(), reply.size())) return;
