@@ -49,8 +49,8 @@ Commands::Commands(Handlers const& h)
     : h_(h), builtinsKey_(PyString_InternFromString("__builtins__")), evalCodes_(Py_eval_input),
       execCodes_(Py_file_input) {}
 
-PyObject* Commands::evaluate(std::string_view command) {
-    PyRef code = hold(evalCodes_.code(command));
+PyObject* Commands::evaluate(std::string_view command, bool isLong) {
+    PyRef code = isLong ? evalCodes_.compiled(command) : hold(evalCodes_.code(command));
     if (!code || !builtinsKey_) return nullptr;
     // As eval() does: a namespace without builtins gets this
     // interpreter's, or the command's frame would see next to none.
@@ -63,8 +63,8 @@ PyObject* Commands::evaluate(std::string_view command) {
     return PyObject_Repr(value.get());
 }
 
-PyObject* Commands::execute(std::string_view command) {
-    PyRef code = hold(execCodes_.code(command));
+PyObject* Commands::execute(std::string_view command, bool isLong) {
+    PyRef code = isLong ? execCodes_.compiled(command) : hold(execCodes_.code(command));
     if (!code) return nullptr;
     return PyObject_CallFunctionObjArgs(h_.runExec, h_.namespaceDict, code.get(), nullptr);
 }
@@ -88,9 +88,9 @@ void Commands::watch(std::string_view command, Reply& reply) {
     answer(PyRef(), reply);
 }
 
-void Commands::run(FrameKind kind, std::string_view command, Reply& reply) {
-    answer(PyRef(kind == FrameKind::Eval   ? evaluate(command)
-                 : kind == FrameKind::Exec ? execute(command)
+void Commands::run(FrameKind kind, std::string_view command, Reply& reply, bool isLong) {
+    answer(PyRef(kind == FrameKind::Eval   ? evaluate(command, isLong)
+                 : kind == FrameKind::Exec ? execute(command, isLong)
                                            : stacks()),
            reply);
 }

@@ -29,15 +29,16 @@ class Commands {
 public:
     explicit Commands(Handlers const& h);
 
-    void run(FrameKind kind, std::string_view command, Reply& reply);
+    // A long command (sent in parts) is compiled afresh, not cached.
+    void run(FrameKind kind, std::string_view command, Reply& reply, bool isLong = false);
     // Hands a watch request to the server's watch, which answers it and
     // streams on the socket itself until the client goes; `reply` is left
     // empty, or set when the watch could not run at all.
     void watch(std::string_view command, Reply& reply);
 
 private:
-    PyObject* evaluate(std::string_view command);
-    PyObject* execute(std::string_view command);
+    PyObject* evaluate(std::string_view command, bool isLong);
+    PyObject* execute(std::string_view command, bool isLong);
     PyObject* stacks();
     // Sets `reply` from a command's result, or from the pending exception
     // when it is null.

@@ -22,6 +22,7 @@ bool requestKind(std::string_view kind, FrameKind& known) {
     static constexpr std::pair<char const*, FrameKind> kKinds[] = {
         {wire::kEvaluate, FrameKind::Eval},
         {wire::kExecute, FrameKind::Exec},
+        {wire::kPart, FrameKind::Part},
         {wire::kWatch, FrameKind::Watch},
         {wire::kStacks, FrameKind::Stacks},
     };

@@ -13,7 +13,7 @@
 
 namespace ZelServer {
 
-enum class FrameKind { Greeting, Eval, Exec, Watch, Stacks };
+enum class FrameKind { Greeting, Eval, Exec, Part, Watch, Stacks };
 
 struct Frame {
     FrameKind kind;

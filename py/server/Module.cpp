@@ -8,6 +8,9 @@
 // owner closes it. watch(command) serves a watch request and stacks()
 // answers a stacks request; without them those requests are answered
 // with an error.
+//
+// interrupt(fd) raises KeyboardInterrupt in the thread running a command
+// on the connection `fd` serves; False when none runs there.
 #include <Python.h>
 
 #include <exception>
@@ -15,6 +18,7 @@
 #include <string>
 
 #include "Command.h"
+#include "Running.h"
 #include "Serve.h"
 #include "module/core/EntryPoint.h"
 
@@ -68,8 +72,16 @@ PyResult serve(GilHeld gil, PyObject*, PyObject* args) {
     return PyResult::of(gil, PyString_FromStringAndSize(bad.data(), Py_ssize_t(bad.size())));
 }
 
+PyResult interrupt(GilHeld gil, PyObject*, PyObject* args) {
+    int fd;
+    if (!PyArg_ParseTuple(args, "i:interrupt", &fd)) return PyResult::failed();
+    return PyResult::of(gil, PyBool_FromLong(ZelServer::interruptCommand(fd, PyExc_KeyboardInterrupt)));
+}
+
 PyMethodDef functions[] = {
     {"serve", Zel::entryWith<ServerFrame, serve>, METH_VARARGS, "Serve one PyClient connection until it ends"},
+    {"interrupt", Zel::entryWith<ServerFrame, interrupt>, METH_VARARGS,
+     "Raise KeyboardInterrupt in the command running on a served connection"},
     {nullptr, nullptr, 0, nullptr},
 };
 

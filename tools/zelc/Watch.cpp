@@ -1,5 +1,6 @@
-// zelc --watch: one line per change, "DATE TIME ENTITY ATTR VALUE", until
-// Ctrl-C (see ZelcOperator.h).
+// zelc --watch: the changes of one entity as the agent pushes them, a line
+// each ("DATE TIME ENTITY ATTR VALUE"), until Ctrl-C, which ends the watch
+// with kSuccess.
 #include <poll.h>
 #include <signal.h>
 
@@ -9,10 +10,11 @@
 #include <ctime>
 #include <iostream>
 
-#include "ZelcOperator.h"
+#include "Client.h"
+#include "ExitStatus.h"
 #include "Zel/Exception.h"
 
-namespace Zelc {
+namespace zelc {
 
 namespace {
 
@@ -20,8 +22,8 @@ volatile sig_atomic_t interrupted = 0;
 
 void onInterrupt(int) { interrupted = 1; }
 
-// Ctrl-C ends the wait for the next change; the previous handling comes
-// back with the scope.
+// Ctrl-C ends the wait for the next change; the handling before comes back
+// with the scope.
 class InterruptScope {
 public:
     InterruptScope() {
@@ -52,48 +54,59 @@ std::string localTime(double seconds) {
     return text;
 }
 
+double now() {
+    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
 // True when a frame can be read; false once Ctrl-C was pressed.
 bool waitForFrame(int fd) {
     pollfd p{fd, POLLIN, 0};
     while (!interrupted) {
         if (::poll(&p, 1, -1) > 0) return true;
-        if (errno != EINTR) return true;   // let the read report what is wrong
+        if (errno != EINTR) return true;   // the read reports what is wrong
     }
     return false;
 }
 
 } // namespace
 
-int watchMode(Zel::PyClient& client, std::string const& fullName, std::vector<std::string> const& attrs) {
+int runWatch(Options const& o) {
+    if (o.args.empty() || o.exec) return usageError();
     InterruptScope scope;
-    std::string entity;
+    std::unique_ptr<Zel::PyClient> client = makeClient(o, o.name);
+    Output output;
+    int status = connectClient(*client, agentLabel(o), output);
+    std::string entity = o.args[0];
     try {
-        std::vector<Zel::String8> names(attrs.begin(), attrs.end());
-        entity = std::string(client.watch(Zel::String8(fullName), names).view());
+        if (status == kSuccess) {
+            entity = std::string(client->watch(Zel::String8(entity), {o.args.begin() + 1, o.args.end()}).view());
+        }
+    } catch (...) {
+        status = failure(output);
+    }
+    output.flush();
+    if (status != kSuccess) return status;
+    try {
         Zel::PyClient::WatchEvent e;
-        while (waitForFrame(client.socket())) {
-            client.nextChange(&e);
+        while (waitForFrame(client->socket())) {
+            client->nextChange(&e);
             if (e.attr.empty()) {
-                std::cout << localTime(std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count()) << ' ' << entity << " (" << e.dropped
+                std::cout << localTime(now()) << ' ' << entity << " (" << e.dropped
                           << " changes dropped: read too slowly)\n";
             } else {
                 std::cout << localTime(e.time) << ' ' << entity << ' ' << e.attr << ' ' << e.value << '\n';
             }
-            std::cout.flush();
+            if (!std::cout.flush()) return fail(kLocal, "cannot write standard output");
         }
-        return 0;
+        return kSuccess;
     } catch (Zel::RpcConnectionException const& e) {
-        std::cerr << "zelc: the agent ended the watch of " << (entity.empty() ? fullName : entity) << ": "
-                  << e.message() << std::endl;
-        return 2;
-    } catch (Zel::RpcException const& e) {
-        std::cerr << e.message();
-        if (e.message().empty() || e.message().view().back() != '\n') std::cerr << '\n';
-        return 1;
-    } catch (Zel::RangeException const& e) {
-        std::cerr << "zelc: " << e.message() << std::endl;
-        return 3;
+        return fail(kUnreachable, "the agent ended the watch of " + entity + ": " + std::string(e.message().view()));
+    } catch (...) {
+        Output failed;
+        status = failure(failed);
+        failed.flush();
+        return status;
     }
 }
 
-} // namespace Zelc
+} // namespace zelc
