@@ -3,7 +3,6 @@
 
 #include <iostream>
 #include <string>
-#include <vector>
 
 #include "Client.h"
 #include "ExitStatus.h"
@@ -13,13 +12,10 @@ namespace zelc {
 
 namespace {
 
-constexpr int kResultSize = 256 * 1024;
-
 // Executes `line`: 0 done, 1 it raised, 2 connection lost.
-int executeLine(Zel::PyClient& client, std::string const& line, std::vector<char>& buf) {
+int executeLine(Zel::PyClient& client, std::string const& line) {
     try {
-        client.execute(line.c_str(), buf.data(), static_cast<int>(buf.size()));
-        std::cout << buf.data() << std::flush;
+        std::cout << client.executeWhole(line) << std::flush;
         return kSuccess;
     } catch (...) {
         Output output;
@@ -40,7 +36,6 @@ int runInteractive(Options const& o) {
         output.flush();
         if (status != kSuccess) return status;
     }
-    std::vector<char> buf(kResultSize);
     bool tty = ::isatty(0);
     std::string line;
     for (;;) {
@@ -51,8 +46,7 @@ int runInteractive(Options const& o) {
         // so nothing has run when eval refuses it, and it is executed.
         int rc;
         try {
-            client->eval(line.c_str(), buf.data(), static_cast<int>(buf.size()));
-            std::cout << buf.data() << std::endl;
+            std::cout << client->evalWhole(line) << std::endl;
             rc = kSuccess;
         } catch (Zel::RpcConnectionException const&) {
             Output output;
@@ -63,7 +57,7 @@ int runInteractive(Options const& o) {
                 std::cerr << e.message();
                 rc = kRaised;
             } else {
-                rc = executeLine(*client, line, buf);
+                rc = executeLine(*client, line);
             }
         } catch (...) {
             Output output;
