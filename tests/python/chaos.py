@@ -1,18 +1,13 @@
-"""The chaos test: while clients run commands through zelc (one command, a pattern over every agent, the console
-path of -i, runaway commands), agents are killed at random moments with SIGKILL or SIGTERM and restarted at once.
-
-    zelpython tests/python/chaos.py [SECONDS]     (default $ZEL_CHAOS_SECONDS, else 20)
-
-It fails on a zelc that crashes (ends by a signal, or prints an abort), runs past its bound, prints a wrong reply
-or ends with a status the documentation does not give for what happened; on an agent that, SIGTERM'd, takes over
-2 s to go or leaves its agent file or socket behind; and on a restart that a stale file prevents. What each
-client saw is counted and printed at the end; each failure is printed as it is found.
-"""
+# The chaos test: while zelc clients run commands (one agent, a pattern over all, -i, runaway commands), agents
+# are killed at random (SIGKILL or SIGTERM) and restarted at once, for SECONDS (default $ZEL_CHAOS_SECONDS, else 20):
+#     zelpython tests/python/chaos.py [SECONDS]
+# It fails on a zelc that crashes, runs past its bound, prints a wrong reply or ends with a status the docs do not
+# give for what happened; on a SIGTERM'd agent that takes over 2 s to go or leaves its file or socket; on a restart
+# that a stale file prevents. Failures are printed as found, what the clients saw is counted at the end.
 
 import os
 import random
 import shutil
-import signal
 import subprocess
 import sys
 import tempfile
@@ -24,13 +19,52 @@ BIN = os.path.join(os.environ.get('ZEL_BUILD_DIR') or os.path.join(os.path.dirna
 AGENTS = ['chaos.a%d' % i for i in range(3)]
 STOP_BOUND = 2.0        # a SIGTERM'd agent is gone, files and all
 START_BOUND = 15.0      # a (re)started agent says it is ready
-ZELC_BOUND = 30.0       # any zelc run ends; runaways end when their agent goes, at least every KILL_EVERY
-KILL_EVERY = 6.0        # each agent is killed at least this often
-LOST = 'may or may not have run'
+ZELC_BOUND = 30.0       # any zelc run ends; a runaway's agent is killed at least every KILL_EVERY seconds
+KILL_EVERY = 6.0
+RUNAWAYS = ['while True: pass', 'import time\ntime.sleep(1000)', 'sum(iter(int, 1))']
 
 
 def text(b):
     return b if isinstance(b, str) else b.decode('utf-8', 'replace')
+
+
+def failed(rc, out, err):
+    # Exit 2 with one failure line: the agent could not be reached, or was lost (mid-command, perhaps).
+    if rc == 2 and out == '' and err.startswith('zelc: ') and err.count('\n') == 1:
+        return 'lost mid-command' if 'may or may not have run' in err else 'unreachable'
+
+
+def command(n):
+    name = random.choice(AGENTS)
+    return [name, '%d * 3' % n], None, lambda rc, out, err: (
+        'replies' if (rc, out, err) == (0, '%d\n' % (n * 3), '') else failed(rc, out, err))
+
+
+def pattern(n):
+    def judge(rc, out, err):
+        # The agents live when the pattern was read answer, each once; one being restarted may be missing.
+        lines = out.splitlines()
+        answered = set(lines) <= set('%s: %d' % (a, n) for a in AGENTS) and len(set(lines)) == len(lines)
+        if answered and (rc, err) == (0, '') and lines:
+            return 'replies'
+        return 'unreachable' if answered and rc == 2 and err else None
+    return ['-x', 'chaos.*', 'print(%d)' % n], None, judge
+
+
+def console(n):
+    def judge(rc, out, err):
+        if (rc, out, err) == (0, '%d\n' % n, ''):
+            return 'replies'
+        if rc == 0 and out == '' and "NameError: name 'x' is not defined" in err:
+            return 'console reconnected'   # the agent restarted between the lines: a new namespace
+        return failed(rc, out if out != '%d\n' % n else '', err)
+    return ['-i', random.choice(AGENTS)], 'x = %d\nx\n' % n, judge
+
+
+def runaway(n):
+    # It ends only with its agent: lost, never reached, or interrupted by the stop.
+    return ['-x', random.choice(AGENTS), random.choice(RUNAWAYS)], None, lambda rc, out, err: (
+        'runaways interrupted' if rc == 1 and 'KeyboardInterrupt' in err else failed(rc, out, err))
 
 
 class Chaos(object):
@@ -38,10 +72,8 @@ class Chaos(object):
         self.seconds = seconds
         self.dir = tempfile.mkdtemp(prefix='zelchaos')
         self.env = dict(os.environ, ZELC_AGENTS_DIR=self.dir)
-        self.failures = []
-        self.counts = {}
+        self.failures, self.counts, self.agents = [], {}, {}
         self.lock = threading.Lock()
-        self.agents = {}
         self.stop = threading.Event()
 
     def fail(self, what):
@@ -53,9 +85,21 @@ class Chaos(object):
         with self.lock:
             self.counts[key] = self.counts.get(key, 0) + 1
 
-    # ---- agents -------------------------------------------------------
+    def spawn(self, args, seconds, stdin=None):
+        # (status, out, err), killing the child after `seconds`; None, a failure, if it was.
+        # close_fds: a child holding another's pipes would keep that one's output from ending.
+        proc = subprocess.Popen(args, env=self.env, stdin=subprocess.PIPE if stdin else None, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE, close_fds=True)
+        timer = threading.Timer(seconds, proc.kill)
+        timer.start()
+        out, err = proc.communicate(stdin.encode('utf-8') if stdin else None)
+        timer.cancel()
+        if proc.returncode < 0:
+            self.fail('%s ended by signal %d (over %g s?): %r' % (args, -proc.returncode, seconds, text(err)[-300:]))
+            return None
+        return proc.returncode, text(out), text(err)
+
     def startAgent(self, name):
-        # Never holding another child's pipes: a zelc's output would not end while an agent lived.
         agent = subprocess.Popen([os.path.join(BIN, 'zelagent'), name], env=self.env, stdout=subprocess.PIPE,
                                  stderr=subprocess.PIPE, close_fds=True)
         timer = threading.Timer(START_BOUND, agent.kill)
@@ -67,28 +111,22 @@ class Chaos(object):
             self.fail('%s did not start (a stale file in the way?): %r %s' % (name, line, text(agent.stderr.read())))
             agent.wait()
             return None
-        # Its standard error is drained so that it never blocks on a full pipe.
-        threading.Thread(target=agent.stderr.read).start()
+        threading.Thread(target=agent.stderr.read).start()   # never blocked on a full pipe
         self.count('starts')
         return agent
 
     def killAgent(self, name, agent):
-        if random.random() < 0.5:
-            agent.kill()
-            agent.wait()
-            self.count('SIGKILL')
-            return
+        sigkill = random.random() < 0.5
         started = time.time()
-        agent.terminate()
+        agent.kill() if sigkill else agent.terminate()
         timer = threading.Timer(STOP_BOUND * 5, agent.kill)
         timer.start()
         rc = agent.wait()
         timer.cancel()
-        took = time.time() - started
+        self.count('SIGKILL' if sigkill else 'SIGTERM')
         left = [f for f in os.listdir(self.dir) if f in (name, name + '.sock')]
-        if rc != 0 or took > STOP_BOUND or left:
-            self.fail('%s on SIGTERM: exit %s after %.2f s, left %s' % (name, rc, took, left))
-        self.count('SIGTERM')
+        if not sigkill and (rc != 0 or time.time() - started > STOP_BOUND or left):
+            self.fail('%s on SIGTERM: exit %s after %.2f s, left %s' % (name, rc, time.time() - started, left))
 
     def supervise(self):
         last = dict((n, time.time()) for n in AGENTS)
@@ -100,98 +138,25 @@ class Chaos(object):
             last[name] = time.time()
             self.agents[name] = self.startAgent(name)
 
-    # ---- clients ------------------------------------------------------
-    def zelc(self, args, stdin=None):
-        """(status, out, err) of a zelc run, or None when it was over its bound (a failure)."""
-        proc = subprocess.Popen([os.path.join(BIN, 'zelc')] + args, env=self.env, stdout=subprocess.PIPE,
-                                stderr=subprocess.PIPE, stdin=subprocess.PIPE if stdin else None, close_fds=True)
-        hung = []
-        timer = threading.Timer(ZELC_BOUND, lambda: (hung.append(1), proc.kill()))
-        timer.start()
-        out, err = proc.communicate(stdin.encode('utf-8') if stdin else None)
-        timer.cancel()
-        out, err = text(out), text(err)
-        if hung:
-            self.fail('zelc %s ran over %g s' % (args, ZELC_BOUND))
-            return None
-        if proc.returncode < 0 or 'terminate called' in err or 'Aborted' in err:
-            self.fail('zelc %s crashed: status %d, %r' % (args, proc.returncode, err[-300:]))
-            return None
-        return proc.returncode, out, err
-
-    def check(self, args, expected, rc, out, err):
-        """Status 0 with exactly the reply, or 2 with no output and one failure line."""
-        if rc == 0 and out == expected and err == '':
-            self.count('replies')
-        elif rc == 2 and out == '' and err.startswith('zelc: ') and err.count('\n') == 1 and err.endswith('\n'):
-            self.count('unreachable' if LOST not in err else 'lost mid-command')
-        else:
-            self.fail('zelc %s: status %d, out %r, err %r (expected %r)' % (args, rc, out[:200], err[-300:],
-                                                                             expected))
-
-    def commands(self):
+    def client(self, make):
         while not self.stop.is_set():
-            n = random.randrange(10 ** 6)
-            name = random.choice(AGENTS)
-            got = self.zelc([name, '%d * 3' % n])
-            if got:
-                self.check(name, '%d\n' % (n * 3), *got)
-
-    def patterns(self):
-        while not self.stop.is_set():
-            n = random.randrange(10 ** 6)
-            args = ['-x', 'chaos.*', 'print(%d)' % n]
-            got = self.zelc(args)
+            args, stdin, judge = make(random.randrange(10 ** 6))
+            got = self.spawn([os.path.join(BIN, 'zelc')] + args, ZELC_BOUND, stdin)
             if got is None:
                 continue
-            rc, out, err = got
-            lines = out.splitlines()
-            # Every agent live when the pattern was read; one being restarted may be missing.
-            answered = all(l in ['%s: %d' % (a, n) for a in AGENTS] for l in lines) and len(set(lines)) == len(lines)
-            if rc == 0 and answered and lines and not err:
-                self.count('replies')
-            elif rc == 2 and answered and err:
-                self.count('unreachable')
+            if 'terminate called' in got[2] or judge(*got) is None:
+                self.fail('zelc %s: status %d, out %r, err %r' % (args, got[0], got[1][:200], got[2][-300:]))
             else:
-                self.fail('zelc %s: status %d, out %r, err %r' % (args, rc, out[:300], err[-300:]))
+                self.count(judge(*got))
 
-    def console(self):
-        while not self.stop.is_set():
-            name = random.choice(AGENTS)
-            got = self.zelc(['-i', name], stdin='x = 7\nx * 6\n')
-            if got:
-                rc, out, err = got
-                if rc == 2 and out in ('', '42\n') and err.startswith('zelc: ') and err.count('\n') == 1:
-                    self.count('unreachable')   # the agent went before or between the lines
-                elif rc == 0 and out == '' and "NameError: name 'x' is not defined" in err:
-                    self.count('console reconnected')   # the agent restarted between the lines: a new namespace
-                else:
-                    self.check('-i ' + name, '42\n', rc, out, err)
-
-    def runaways(self):
-        while not self.stop.is_set():
-            name = random.choice(AGENTS)
-            cmd = random.choice(['while True: pass', 'import time\ntime.sleep(1000)', 'sum(iter(int, 1))'])
-            got = self.zelc(['-x', name, cmd])
-            if got is None:
-                continue
-            rc, out, err = got
-            # It ends only with its agent: lost, never reached, or interrupted by the stop.
-            if rc == 2 and out == '' and err.startswith('zelc: ') and err.count('\n') == 1:
-                self.count('runaways ended')
-            elif rc == 1 and 'KeyboardInterrupt' in err:
-                self.count('runaways interrupted')
-            else:
-                self.fail('runaway %r in %s: status %d, out %r, err %r' % (cmd, name, rc, out[:200], err[-300:]))
-
-    # ---- the run ------------------------------------------------------
     def run(self):
         threads = []
         try:
             for name in AGENTS:
                 self.agents[name] = self.startAgent(name)
-            clients = [self.commands, self.commands, self.patterns, self.console, self.runaways, self.runaways]
-            threads = [threading.Thread(target=f, name=f.__name__) for f in [self.supervise] + clients]
+            threads = [threading.Thread(target=self.supervise)] + [
+                threading.Thread(target=self.client, args=(make,), name=make.__name__)
+                for make in (command, command, pattern, console, runaway, runaway)]
             for t in threads:
                 t.daemon = True
                 t.start()
@@ -209,15 +174,10 @@ class Chaos(object):
         shutil.rmtree(self.dir, ignore_errors=True)
         sys.stderr.write('chaos %g s: %s\n' % (self.seconds, ', '.join('%s %d' % kv for kv in sorted(
             self.counts.items()))))
-        if not self.counts.get('replies') or not self.counts.get('SIGTERM', 0) + self.counts.get('SIGKILL', 0):
-            self.fail('nothing happened')
+        if not self.counts.get('replies') or not self.counts.get('SIGTERM') or not self.counts.get('SIGKILL'):
+            self.fail('too little happened')
         return 1 if self.failures else 0
 
 
-def main(argv):
-    seconds = float(argv[1] if len(argv) > 1 else os.environ.get('ZEL_CHAOS_SECONDS') or 20)
-    return Chaos(seconds).run()
-
-
 if __name__ == '__main__':
-    sys.exit(main(sys.argv))
+    sys.exit(Chaos(float(sys.argv[1] if len(sys.argv) > 1 else os.environ.get('ZEL_CHAOS_SECONDS') or 20)).run())

@@ -43,7 +43,7 @@ class ZelcOperatorTest(unittest.TestCase):
 
     def background(self, *args):
         return subprocess.Popen([os.path.join(BIN, 'zelc')] + list(args), env=self.env, stdout=subprocess.PIPE,
-                                stderr=subprocess.PIPE)
+                                stderr=subprocess.PIPE, close_fds=True)
 
     def test_results_and_commands_of_any_size_once(self):
         self.start('demo.sw1')
