@@ -1,4 +1,4 @@
-# The chaos test: while zelc clients run commands (one agent, a pattern over all, -i, runaway commands), agents
+# The chaos test: while zelc clients run commands (one agent, a pattern over all, -i, runaways) and watch, agents
 # are killed at random (SIGKILL or SIGTERM) and restarted at once, for SECONDS (default $ZEL_CHAOS_SECONDS, else 20):
 #     zelpython tests/python/chaos.py [SECONDS]
 # It fails on a zelc that crashes, runs past its bound, prints a wrong reply or ends with a status the docs do not
@@ -65,6 +65,13 @@ def runaway(n):
     # It ends only with its agent: lost, never reached, or interrupted by the stop.
     return ['-x', random.choice(AGENTS), random.choice(RUNAWAYS)], None, lambda rc, out, err: (
         'runaways interrupted' if rc == 1 and 'KeyboardInterrupt' in err else failed(rc, out, err))
+
+
+def watcher(n):
+    # A watch of the agent's switch ends only with its agent: one line and exit 2, as a lost command's.
+    name = random.choice(AGENTS)
+    return ['--watch', name, '/' + name.split('.')[1]], None, lambda rc, out, err: (
+        'watches ended with their agent' if failed(rc, out, err) else None)
 
 
 class Chaos(object):
@@ -156,7 +163,7 @@ class Chaos(object):
                 self.agents[name] = self.startAgent(name)
             threads = [threading.Thread(target=self.supervise)] + [
                 threading.Thread(target=self.client, args=(make,), name=make.__name__)
-                for make in (command, command, pattern, console, runaway, runaway)]
+                for make in (command, command, pattern, console, runaway, runaway, watcher)]
             for t in threads:
                 t.daemon = True
                 t.start()
