@@ -30,6 +30,8 @@ import traceback
 # The protocol's constants, also read from this module; the native serving
 # loop does the framing.
 from ZelWire import GREETING_REPLY, KIND_EVAL, KIND_EXEC, MAX_COMMAND, MAX_FRAME  # noqa: F401
+# Each connection's console (zelc -i) is one of these.
+from ZelConsole import Console
 
 __all__ = ['PyServer', '_LocalServer', 'agentsDir']
 
@@ -325,7 +327,8 @@ class PyServer(object):
     # ---- a connection's thread ----------------------------------------
     def _serveConnection(self, c):
         try:
-            bad = self._nativeServe(c.sock.fileno(), c.namespace, _execCode, _formatError)
+            bad = self._nativeServe(c.sock.fileno(), c.namespace, _execCode, _formatError,
+                                    Console(c.namespace, _stdoutLock, self.name))
             if bad is not None:
                 _notice('bad request from %s (%s)' % (c.peerName, bad))
         except Exception as e:

@@ -24,6 +24,14 @@ MAX_COMMAND = MAX_FRAME - HEADER
 STATUS_OK = 'OK'
 STATUS_EX = 'EX'            # the payload is the command's traceback
 
+# The console's kinds (zelc -i; see py/support/WireProtocol.h).
+KIND_CONSOLE = '?3'         # lines typed so far; OK output, EX error, or STATUS_MORE
+KIND_COMPLETE = '?4'        # the line up to the cursor; the word, then its candidates
+KIND_CONTROL = '?5'         # CONTROL_HELLO, or CONTROL_INTERRUPT + a connection's token
+STATUS_MORE = 'MO'          # the console input is an incomplete statement
+CONTROL_HELLO = 'hello'
+CONTROL_INTERRUPT = 'interrupt '
+
 _LENGTH = struct.Struct('>I')
 
 

@@ -3,7 +3,17 @@
 
 #include <cstring>
 
+#include "RunningCommand.h"
+
 namespace ZelServer {
+
+PyRef asBytes(PyRef value) {
+    if (!value || PyString_Check(value.get())) return value;
+    if (PyUnicode_Check(value.get())) return PyRef(PyUnicode_AsEncodedString(value.get(), "utf-8", "replace"));
+    PyRef text(PyObject_Str(value.get()));
+    if (!text || PyString_Check(text.get())) return text;
+    return asBytes(std::move(text));
+}
 
 namespace {
 
@@ -12,17 +22,6 @@ namespace {
 PyRef hold(PyObject* code) {
     Py_XINCREF(code);
     return PyRef(code);
-}
-
-// The result as a byte string: str as is, unicode as UTF-8 (undecodable
-// characters replaced), anything else through str(). Null with a Python
-// exception set when that fails.
-PyRef asBytes(PyRef value) {
-    if (!value || PyString_Check(value.get())) return value;
-    if (PyUnicode_Check(value.get())) return PyRef(PyUnicode_AsEncodedString(value.get(), "utf-8", "replace"));
-    PyRef text(PyObject_Str(value.get()));
-    if (!text || PyString_Check(text.get())) return text;
-    return asBytes(std::move(text));
 }
 
 // The pending exception as text from the server's formatter; clears it.
@@ -45,20 +44,28 @@ PyRef describePending(PyObject* formatError) {
 
 } // namespace
 
-Commands::Commands(Handlers const& h)
-    : h_(h), builtinsKey_(PyString_InternFromString("__builtins__")), evalCodes_(Py_eval_input),
-      execCodes_(Py_file_input) {}
+bool ensureBuiltins(PyObject* globals) {
+    // Interned once, and kept for the life of the process.
+#if PY_MAJOR_VERSION >= 3
+    static PyObject* const key = PyUnicode_InternFromString("__builtins__");
+#else
+    static PyObject* const key = PyString_InternFromString("__builtins__");
+#endif
+    if (!key) return false;
+    return PyDict_GetItem(globals, key) || PyDict_SetItem(globals, key, PyEval_GetBuiltins()) == 0;
+}
+
+Commands::Commands(Handlers const& h) : h_(h), evalCodes_(Py_eval_input), execCodes_(Py_file_input) {}
 
 PyObject* Commands::evaluate(std::string_view command) {
     PyRef code = hold(evalCodes_.code(command));
-    if (!code || !builtinsKey_) return nullptr;
-    // As eval() does: a namespace without builtins gets this
-    // interpreter's, or the command's frame would see next to none.
-    if (!PyDict_GetItem(h_.namespaceDict, builtinsKey_.get()) &&
-        PyDict_SetItem(h_.namespaceDict, builtinsKey_.get(), PyEval_GetBuiltins()) < 0) {
-        return nullptr;
+    if (!code || !ensureBuiltins(h_.namespaceDict)) return nullptr;
+    PyRef value;
+    {
+        RunningCommand running;
+        value = PyRef(running.ended(
+            PyEval_EvalCode(reinterpret_cast<PyCodeObject*>(code.get()), h_.namespaceDict, h_.namespaceDict)));
     }
-    PyRef value(PyEval_EvalCode(reinterpret_cast<PyCodeObject*>(code.get()), h_.namespaceDict, h_.namespaceDict));
     if (!value) return nullptr;
     return PyObject_Repr(value.get());
 }
@@ -69,8 +76,22 @@ PyObject* Commands::execute(std::string_view command) {
     return PyObject_CallFunctionObjArgs(h_.runExec, h_.namespaceDict, code.get(), nullptr);
 }
 
+PyObject* Commands::call(FrameKind kind, std::string_view command, std::string_view& status) {
+    switch (kind) {
+    case FrameKind::Eval: return evaluate(command);
+    case FrameKind::Exec: return execute(command);
+    case FrameKind::Console: return consoleInput(command, status);
+    case FrameKind::Complete: return complete(command);
+    case FrameKind::Control: return control(command);
+    case FrameKind::Greeting: break;
+    }
+    PyErr_SetString(PyExc_RuntimeError, "not a command");
+    return nullptr;
+}
+
 void Commands::run(FrameKind kind, std::string_view command, Reply& reply) {
-    PyRef text = asBytes(PyRef(kind == FrameKind::Eval ? evaluate(command) : execute(command)));
+    std::string_view status = Zel::wire::kOk;
+    PyRef text = asBytes(PyRef(call(kind, command, status)));
     bool ok = bool(text);
     if (!ok) text = describePending(h_.formatError);
     if (!text) {
@@ -79,7 +100,7 @@ void Commands::run(FrameKind kind, std::string_view command, Reply& reply) {
         return;
     }
     std::string_view payload(PyString_AS_STRING(text.get()), size_t(PyString_GET_SIZE(text.get())));
-    if (!reply.set(ok ? Zel::wire::kOk : Zel::wire::kError, payload)) {
+    if (!reply.set(ok ? status : Zel::wire::kError, payload)) {
         reply.set(Zel::wire::kError, "the result is too large for a reply\n");
     }
 }

@@ -3,7 +3,10 @@
 // repr() of the value; "?2" hands the code to the server's Python runner,
 // which captures what it prints. Whatever the command raises (SystemExit
 // included) is answered "EX" with the traceback from the server's Python
-// formatter. No Python exception is left set on return.
+// formatter. No Python exception is left set on return. The console's
+// kinds go to the connection's console object (ConsoleCommand.cpp). While
+// an expression's code runs, another connection may interrupt it
+// (RunningCommand.h).
 #pragma once
 
 #include <Python.h>
@@ -20,7 +23,21 @@ struct Handlers {
     PyObject* namespaceDict;   // the connection's globals (borrowed)
     PyObject* runExec;         // runExec(namespace, code) -> printed text
     PyObject* formatError;     // formatError(type, value, traceback) -> text
+    // The connection's console (borrowed), or null: push(source) -> (0
+    // done, 1 raised, 2 more input; text), complete(line) -> text,
+    // banner() -> text.
+    PyObject* console = nullptr;
 };
+
+// The result as a byte string: str as is, unicode as UTF-8 (undecodable
+// characters replaced), anything else through str(). Null with a Python
+// exception set when that fails.
+PyRef asBytes(PyRef value);
+
+// As eval() and exec do: a namespace without builtins gets this
+// interpreter's, or code run in it would see next to none. False with a
+// Python exception set when that fails.
+bool ensureBuiltins(PyObject* globals);
 
 class Commands {
 public:
@@ -29,12 +46,17 @@ public:
     void run(FrameKind kind, std::string_view command, Reply& reply);
 
 private:
+    // The command's result, or null with a Python exception set; `status`
+    // is the reply's when it succeeds.
+    PyObject* call(FrameKind kind, std::string_view command, std::string_view& status);
     PyObject* evaluate(std::string_view command);
     PyObject* execute(std::string_view command);
+    PyObject* consoleInput(std::string_view source, std::string_view& status);
+    PyObject* complete(std::string_view line);
+    PyObject* control(std::string_view request);
     void answer(PyObject* result, Reply& reply);
 
     Handlers h_;
-    PyRef builtinsKey_;
     CodeCache evalCodes_;
     CodeCache execCodes_;
 };

@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <optional>
 
 namespace ZelServer {
 
@@ -14,6 +15,15 @@ std::string printable(unsigned char c) {
     char text[8];
     std::snprintf(text, sizeof text, "\\x%02x", c);
     return text;
+}
+
+std::optional<FrameKind> kindOf(std::string_view kind) {
+    if (kind == wire::kEvaluate) return FrameKind::Eval;
+    if (kind == wire::kExecute) return FrameKind::Exec;
+    if (kind == wire::kConsole) return FrameKind::Console;
+    if (kind == wire::kComplete) return FrameKind::Complete;
+    if (kind == wire::kControl) return FrameKind::Control;
+    return std::nullopt;
 }
 } // namespace
 
@@ -28,15 +38,13 @@ FrameBuffer::Parse FrameBuffer::parse(Frame& frame, std::string& reason) {
     if (have_ < wire::kRequestHeader) return Parse::Incomplete;
     auto const* b = reinterpret_cast<unsigned char const*>(buf_);
     uint32_t n = wire::readLength(b + wire::kKindSize);
-    std::string_view kind(buf_, wire::kKindSize);
-    bool eval = kind == wire::kEvaluate;
-    bool exec = kind == wire::kExecute;
-    if ((!eval && !exec) || n > wire::kMaxCommand) {
+    std::optional<FrameKind> kind = kindOf(std::string_view(buf_, wire::kKindSize));
+    if (!kind || n > wire::kMaxCommand) {
         reason = "kind '" + printable(b[0]) + printable(b[1]) + "', length " + std::to_string(n);
         return Parse::Bad;
     }
     if (have_ < wire::kRequestHeader + n) return Parse::Incomplete;
-    frame = Frame{eval ? FrameKind::Eval : FrameKind::Exec, std::string_view(buf_ + wire::kRequestHeader, n)};
+    frame = Frame{*kind, std::string_view(buf_ + wire::kRequestHeader, n)};
     frameSize_ = wire::kRequestHeader + n;
     return Parse::Complete;
 }

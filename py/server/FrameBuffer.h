@@ -13,7 +13,7 @@
 
 namespace ZelServer {
 
-enum class FrameKind { Greeting, Eval, Exec };
+enum class FrameKind { Greeting, Eval, Exec, Console, Complete, Control };
 
 struct Frame {
     FrameKind kind;

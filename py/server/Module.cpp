@@ -1,11 +1,15 @@
 // _ZelServer: the native side of PyServer's connections.
 //
-// serve(fd, namespace, runExec, formatError) serves one connected socket
+// serve(fd, namespace, runExec, formatError[, console]) serves one
+// connected socket (the console object answers the console's kinds)
 // until the peer closes it or stop() shuts it down (returns None), or the
 // peer sends a bad frame (returns what was wrong, for the server's
 // notice). It runs on the connection's own thread and gives the
 // interpreter lock up while it waits. The socket stays open: its owner
 // closes it.
+//
+// runInterruptibly(code, globals) runs a code object as exec does, where
+// an interrupt request of another connection raises KeyboardInterrupt.
 #include <Python.h>
 
 #include <exception>
@@ -13,6 +17,7 @@
 #include <string>
 
 #include "Command.h"
+#include "RunningCommand.h"
 #include "Serve.h"
 #include "module/core/EntryPoint.h"
 
@@ -42,8 +47,8 @@ struct ServerFrame {
 
 PyResult serve(GilHeld gil, PyObject*, PyObject* args) {
     int fd;
-    PyObject *ns, *runExec, *formatError;
-    if (!PyArg_ParseTuple(args, "iO!OO:serve", &fd, &PyDict_Type, &ns, &runExec, &formatError)) {
+    PyObject *ns, *runExec, *formatError, *console = Py_None;
+    if (!PyArg_ParseTuple(args, "iO!OO|O:serve", &fd, &PyDict_Type, &ns, &runExec, &formatError, &console)) {
         return PyResult::failed();
     }
     if (fd < 0 || !PyCallable_Check(runExec) || !PyCallable_Check(formatError)) {
@@ -54,15 +59,27 @@ PyResult serve(GilHeld gil, PyObject*, PyObject* args) {
     {
         // The cached code goes with the lock held: serveConnection
         // returns holding it, whichever way it ends.
-        ZelServer::Commands commands({ns, runExec, formatError});
+        ZelServer::Commands commands({ns, runExec, formatError, console == Py_None ? nullptr : console});
         ZelServer::serveConnection(fd, commands, bad);
     }
     if (bad.empty()) return PyResult::none(gil);
     return PyResult::of(gil, PyString_FromStringAndSize(bad.data(), Py_ssize_t(bad.size())));
 }
 
+PyResult runInterruptibly(GilHeld gil, PyObject*, PyObject* args) {
+    PyObject *code, *globals;
+    if (!PyArg_ParseTuple(args, "O!O!:runInterruptibly", &PyCode_Type, &code, &PyDict_Type, &globals)) {
+        return PyResult::failed();
+    }
+    if (!ZelServer::ensureBuiltins(globals)) return PyResult::failed();
+    ZelServer::RunningCommand running;
+    return PyResult::of(gil, running.ended(PyEval_EvalCode(reinterpret_cast<PyCodeObject*>(code), globals, globals)));
+}
+
 PyMethodDef functions[] = {
     {"serve", Zel::entryWith<ServerFrame, serve>, METH_VARARGS, "Serve one PyClient connection until it ends"},
+    {"runInterruptibly", Zel::entryWith<ServerFrame, runInterruptibly>, METH_VARARGS,
+     "Run a code object in globals where another connection's interrupt request can reach it"},
     {nullptr, nullptr, 0, nullptr},
 };
 

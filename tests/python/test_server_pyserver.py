@@ -58,7 +58,7 @@ class ServerTest(unittest.TestCase):
         self.assertEqual(request(a, EVAL, longest), ('OK', longest))
         # Bad input ends only its own connection: a command over the
         # limit, an unknown kind.
-        for kind, n in ((EVAL, MAX_COMMAND + 1), ('?3', 0), ('?9', 1), ('\0\0', 0)):
+        for kind, n in ((EVAL, MAX_COMMAND + 1), ('?0', 0), ('?9', 1), ('\0\0', 0)):
             bad = self.connect()
             bad.sendall(kind + packLength(n) + 'x' * min(n, 1))
             self.assertEqual(bad.recv(10), '')
