@@ -25,6 +25,7 @@ import socket
 import struct
 import sys
 import threading
+import time
 import traceback
 
 # The protocol's constants, also read from this module; the native serving
@@ -36,6 +37,9 @@ from ZelConsole import Console
 __all__ = ['PyServer', '_LocalServer', 'agentsDir']
 
 SO_PEERCRED = getattr(socket, 'SO_PEERCRED', 17)
+
+# How long a stop on a signal waits for interrupted commands to end.
+STOP_SECONDS = 1.0
 
 # Commands that print are captured by swapping sys.stdout: one at a time
 # per process.
@@ -78,10 +82,20 @@ def _execCode(namespace, code):
         saved = sys.stdout
         sys.stdout = out
         try:
-            exec code in namespace
+            _runCode(code, namespace)
         finally:
             sys.stdout = saved
     return out.getvalue()
+
+
+def _runCode(code, namespace):
+    """exec, but when serving, as the command's own code: where an interruption of its connection (zelc's
+    Ctrl-C, stop()) reaches it, and nowhere in the server's lock or stdout swap."""
+    run = getattr(sys.modules.get('_ZelServer'), 'runInterruptibly', None)
+    if run is None:
+        exec(code, namespace)
+    else:
+        run(code, namespace)
 
 
 def _formatError(etype, value, tb):
@@ -162,24 +176,21 @@ class PyServer(object):
         self._conns = {}
         self._connsLock = threading.Lock()
         self._nativeServe = None
+        self._nativeInterrupt = None
 
     # ---- life cycle -------------------------------------------------
     def start(self):
         # Imported here: _LocalServer's users need not have it built.
         import _ZelServer
         self._nativeServe = _ZelServer.serve
+        self._nativeInterrupt = _ZelServer.interrupt
         if not os.path.isdir(self.directory):
             try:
                 os.makedirs(self.directory, 0755)
             except OSError as e:
                 if e.errno != errno.EEXIST:
                     raise
-        try:
-            self._listen()
-            self._announce()
-        except Exception:
-            self._closeListeners()
-            raise
+        self._announce()
         self._wakeR, self._wakeW = os.pipe()
         self._thread = threading.Thread(target=self._acceptLoop, name='PyServer ' + self.name)
         self._thread.daemon = True
@@ -187,17 +198,25 @@ class PyServer(object):
         _trace('serving %s on %s, tcp port %d' % (self.name, self.socketPath, self.tcpPort))
         return self
 
-    def stop(self):
-        """Stops accepting, ends every connection (a command running on one
-        finishes first) and withdraws the agent file."""
+    def stop(self, timeout=None):
+        """Stops accepting, ends every connection and withdraws the agent
+        file. Without a timeout a command running on a connection finishes
+        first. With one (seconds), running commands are interrupted (a
+        KeyboardInterrupt in their threads) and the connections' threads
+        are waited for that long at most; True when all of them ended,
+        False when some still run (a command blocked in a call), left as
+        daemon threads."""
         if self._thread is None:
-            return
-        os.write(self._wakeW, 'x')
+            return True
+        deadline = None if timeout is None else time.time() + timeout
+        os.write(self._wakeW, b'x')
         self._thread.join()    # no connection is added after this
         self._thread = None
         with self._connsLock:
             conns = list(self._conns.values())
             for c in conns:
+                if deadline is not None:
+                    self._nativeInterrupt(c.sock.fileno())
                 # Wakes the connection's thread wherever it waits on the
                 # socket; the thread closes it.
                 try:
@@ -205,16 +224,21 @@ class PyServer(object):
                 except socket.error:
                     pass
         for c in conns:
-            c.thread.join()
+            c.thread.join(None if deadline is None else max(0.0, deadline - time.time()))
         for fd in (self._wakeR, self._wakeW):
             os.close(fd)
         self._wakeR = self._wakeW = None
         self._closeListeners()
         self._withdraw()
-        _trace('stopped %s' % self.name)
+        running = [c.peerName for c in conns if c.thread.is_alive()]
+        if running:
+            _notice('stopped %s with commands still running for %s' % (self.name, ', '.join(running)))
+        else:
+            _trace('stopped %s' % self.name)
+        return not running
 
     def _listen(self):
-        if os.path.exists(self.socketPath):
+        if os.path.lexists(self.socketPath):
             os.unlink(self.socketPath)    # left by an agent that died
         s = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
         old = os.umask(0177)
@@ -248,20 +272,52 @@ class PyServer(object):
             self._tcp = None
 
     def _announce(self):
+        """Takes the name and listens, under the directory's lock, so that
+        clients never see a file half-made: a fresh agent file,
+        owner-writable only and locked for the agent's life, then the
+        sockets (the name first: until the file is ours, its socket may be
+        a live agent's), then the file's contents. A file of that name
+        that nobody holds (left by an agent that died, or put there by
+        anyone) is replaced, never reused; one that is held means the
+        agent runs."""
         dirFd = os.open(self.directory, os.O_RDONLY)
         try:
             fcntl.flock(dirFd, fcntl.LOCK_EX)
-            fd = os.open(self.agentFile, os.O_WRONLY | os.O_CREAT, 0644)
+            self._replaceStale()
+            fd = os.open(self.agentFile, os.O_WRONLY | os.O_CREAT | os.O_EXCL | getattr(os, 'O_NOFOLLOW', 0), 0o644)
             try:
+                os.fchmod(fd, 0o644)    # whatever the umask or the directory's default access lists
                 fcntl.flock(fd, fcntl.LOCK_EX | fcntl.LOCK_NB)
-            except IOError:
+                self._listen()
+                data = '%d\n%d\n%s\n' % (os.getpid(), self.tcpPort, self.socketPath)
+                os.write(fd, data if isinstance(data, bytes) else data.encode('utf-8'))
+            except Exception:
+                self._closeListeners()
+                os.unlink(self.agentFile)
                 os.close(fd)
-                raise RuntimeError('agent %s is already running' % self.name)
-            os.ftruncate(fd, 0)
-            os.write(fd, '%d\n%d\n%s\n' % (os.getpid(), self.tcpPort, self.socketPath))
+                raise
             self._agentFd = fd   # the lock lives as long as this descriptor
         finally:
             os.close(dirFd)
+
+    def _replaceStale(self):
+        """Removes what is at the agent file's path unless a live agent holds
+        it; called under the directory's lock."""
+        try:
+            fd = os.open(self.agentFile, os.O_RDONLY | os.O_NONBLOCK | getattr(os, 'O_NOFOLLOW', 0))
+        except OSError as e:
+            if e.errno == errno.ENOENT:
+                return
+            fd = None    # a link or something unreadable: not an agent's file
+        if fd is not None:
+            try:
+                fcntl.flock(fd, fcntl.LOCK_EX | fcntl.LOCK_NB)
+            except (IOError, OSError):
+                raise RuntimeError('agent %s is already running' % self.name)
+            finally:
+                os.close(fd)
+        _trace('replacing the stale agent file %s' % self.agentFile)
+        os.unlink(self.agentFile)
 
     def _withdraw(self):
         if self._agentFd is None:
@@ -355,7 +411,7 @@ def main(argv):
     signal.signal(signal.SIGINT, lambda *a: stopped.set())
     while not stopped.is_set():
         stopped.wait(0.5)
-    server.stop()
+    server.stop(timeout=STOP_SECONDS)
     return 0
 
 

@@ -41,10 +41,12 @@ def _text(data):
 
 
 def _format(etype, value, tb):
-    """The traceback of a failed statement, starting at the statement, as the interactive interpreter shows it."""
-    while tb is not None and tb.tb_frame.f_code.co_filename == _format.__code__.co_filename:
-        tb = tb.tb_next
-    return ''.join(traceback.format_exception(etype, value, tb))
+    """The traceback of a failed statement as the interactive interpreter shows it: the statement's frames and
+    what it called, not the console's own (running it, or showing its value)."""
+    here = _format.__code__.co_filename
+    frames = [f for f in traceback.extract_tb(tb) if f[0] != here]
+    head = ['Traceback (most recent call last):\n'] + traceback.format_list(frames) if frames else []
+    return ''.join(head + traceback.format_exception_only(etype, value))
 
 
 def _trailingWord(line):

@@ -8,6 +8,11 @@ each response is HEADER bytes (the length of what follows, then the
 2-byte status, STATUS_OK or STATUS_EX) and the payload. Lengths are
 4-byte big-endian unsigned numbers.
 
+A command longer than MAX_COMMAND goes in parts: KIND_PART frames, each
+with a part of it, and then the request with its last part, which the
+server runs as one command (at most MAX_LONG_COMMAND bytes); the parts get
+no response.
+
 PyServer takes its constants from here (the native serving loop does the
 framing); the functions are a client's side of an exchange over a
 blocking socket, as the tests speak it.
@@ -17,10 +22,12 @@ import struct
 
 KIND_EVAL = '?1'            # evaluate an expression; the answer is its repr()
 KIND_EXEC = '?2'            # execute statements; the answer is what they printed
+KIND_PART = '?8'            # a part of a long command, completed by the next request
 GREETING_REPLY = 'ZPS1'     # four bytes; clients do not interpret them
 HEADER = 6                  # kind + length of a request; length + status of a response
 MAX_FRAME = 4095            # kind + length + command
 MAX_COMMAND = MAX_FRAME - HEADER
+MAX_LONG_COMMAND = 256 << 20
 STATUS_OK = 'OK'
 STATUS_EX = 'EX'            # the payload is the command's traceback
 
@@ -46,6 +53,13 @@ def unpackLength(data):
 def frame(kind, cmd):
     """The bytes of one request."""
     return kind + packLength(len(cmd)) + cmd
+
+
+def frames(kind, cmd):
+    """The bytes of one request of any length: parts, then the request."""
+    cut = max(0, len(cmd) - 1) // MAX_COMMAND * MAX_COMMAND
+    parts = [frame(KIND_PART, cmd[i:i + MAX_COMMAND]) for i in range(0, cut, MAX_COMMAND)]
+    return cmd[:0].join(parts) + frame(kind, cmd[cut:])
 
 
 def recvExactly(sock, n):

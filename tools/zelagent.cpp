@@ -109,13 +109,21 @@ PyRef startServer(Options const& o) {
     return server;
 }
 
-bool stopServer(PyObject* server) {
-    PyRef r(PyObject_CallMethod(server, const_cast<char*>("stop"), nullptr));
+enum class Stopped { Cleanly, Failed, CommandsLeft };
+
+// Stops the server within PyServer.STOP_SECONDS: running commands are
+// interrupted, and one that does not end by then (blocked in a call) is
+// left running.
+Stopped stopServer(PyObject* server) {
+    PyRef module(PyImport_ImportModule("PyServer"));
+    PyRef seconds(module ? PyObject_GetAttrString(module.get(), "STOP_SECONDS") : nullptr);
+    PyRef r(seconds ? PyObject_CallMethod(server, const_cast<char*>("stop"), const_cast<char*>("(O)"), seconds.get())
+                    : nullptr);
     if (!r) {
         printPythonError("stopping PyServer failed");
-        return false;
+        return Stopped::Failed;
     }
-    return true;
+    return PyObject_IsTrue(r.get()) ? Stopped::Cleanly : Stopped::CommandsLeft;
 }
 
 // Runs the start-up file through a client addressed to this agent.
@@ -202,7 +210,16 @@ int main(int argc, char** argv) {
             while (!stopping) loop->execTimeIs(0.5);
         }
     }
-    if (!stopServer(server.get())) status = 1;
+    Stopped stopped = stopServer(server.get());
+    if (stopped == Stopped::Failed) status = 1;
+    if (stopped == Stopped::CommandsLeft) {
+        // The agent file and socket are gone; finalizing the interpreter
+        // under a thread still running Python is not safe, and the
+        // process ends anyway.
+        std::cerr << "zelagent: commands still running at the stop; leaving without finalizing Python" << std::endl;
+        std::fflush(nullptr);
+        std::_Exit(status);
+    }
     server = PyRef();
     Py_Finalize();
     return status;

@@ -84,7 +84,7 @@ void PyClient::constructLocalServer() {
     localServer_ = instance;
 }
 
-int PyClient::localCmd(char const* cmd, char const* kind, char* result, int resultSize) {
+String8 PyClient::localResult(char const* cmd, char const* kind) {
     PYCLIENT_TRACE(1, "localCmd", "Executing command locally (in same address space)");
     GilEnsure gil;
     if (!localServer_) constructLocalServer();
@@ -103,13 +103,15 @@ int PyClient::localCmd(char const* cmd, char const* kind, char* result, int resu
         failLocal("localCmd", String8("Error calling ") + name + " on _LocalServer instance");
     }
     // A method that returns something other than a string yields its str().
-    char const* text = PyString_Check(ret->pyObject()) ? PyString_AsString(ret->pyObject()) : nullptr;
-    String8 converted;
-    if (!text) {
-        converted = textOf(ret->pyObject());
-        text = converted.c_str();
+    if (PyString_Check(ret->pyObject())) {
+        return String8(PyString_AS_STRING(ret->pyObject()), size_t(PyString_GET_SIZE(ret->pyObject())));
     }
-    int n = std::snprintf(result, resultSize > 0 ? static_cast<size_t>(resultSize) : 0, "%s", text);
+    return textOf(ret->pyObject());
+}
+
+int PyClient::localCmd(char const* cmd, char const* kind, char* result, int resultSize) {
+    String8 text = localResult(cmd, kind);
+    int n = std::snprintf(result, resultSize > 0 ? static_cast<size_t>(resultSize) : 0, "%s", text.c_str());
     return n;
 }
 

@@ -28,6 +28,9 @@ public:
     // The code object for `text` (borrowed, valid until the next call), or
     // null with a Python exception set (a syntax error, a null byte).
     PyObject* code(std::string_view text);
+    // The code object for `text`, compiled and not kept: for long commands,
+    // which would fill the cache with their text.
+    PyRef compiled(std::string_view text) const;
 
 private:
     struct Hash {

@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "RunningCommand.h"
+#include "Running.h"
 
 namespace ZelServer {
 
@@ -57,41 +57,43 @@ bool ensureBuiltins(PyObject* globals) {
 
 Commands::Commands(Handlers const& h) : h_(h), evalCodes_(Py_eval_input), execCodes_(Py_file_input) {}
 
-PyObject* Commands::evaluate(std::string_view command) {
-    PyRef code = hold(evalCodes_.code(command));
+PyObject* Commands::evaluate(std::string_view command, bool isLong) {
+    PyRef code = isLong ? evalCodes_.compiled(command) : hold(evalCodes_.code(command));
     if (!code || !ensureBuiltins(h_.namespaceDict)) return nullptr;
     PyRef value;
     {
-        RunningCommand running;
-        value = PyRef(running.ended(
+        InterruptibleCode interruptible;
+        if (!interruptible.mayStart()) return nullptr;
+        value = PyRef(interruptible.ended(
             PyEval_EvalCode(reinterpret_cast<PyCodeObject*>(code.get()), h_.namespaceDict, h_.namespaceDict)));
     }
     if (!value) return nullptr;
     return PyObject_Repr(value.get());
 }
 
-PyObject* Commands::execute(std::string_view command) {
-    PyRef code = hold(execCodes_.code(command));
+PyObject* Commands::execute(std::string_view command, bool isLong) {
+    PyRef code = isLong ? execCodes_.compiled(command) : hold(execCodes_.code(command));
     if (!code) return nullptr;
     return PyObject_CallFunctionObjArgs(h_.runExec, h_.namespaceDict, code.get(), nullptr);
 }
 
-PyObject* Commands::call(FrameKind kind, std::string_view command, std::string_view& status) {
+PyObject* Commands::call(FrameKind kind, std::string_view command, std::string_view& status, bool isLong) {
     switch (kind) {
-    case FrameKind::Eval: return evaluate(command);
-    case FrameKind::Exec: return execute(command);
+    case FrameKind::Eval: return evaluate(command, isLong);
+    case FrameKind::Exec: return execute(command, isLong);
     case FrameKind::Console: return consoleInput(command, status);
     case FrameKind::Complete: return complete(command);
     case FrameKind::Control: return control(command);
-    case FrameKind::Greeting: break;
+    case FrameKind::Greeting:
+    case FrameKind::Part: break;
     }
     PyErr_SetString(PyExc_RuntimeError, "not a command");
     return nullptr;
 }
 
-void Commands::run(FrameKind kind, std::string_view command, Reply& reply) {
+void Commands::run(FrameKind kind, std::string_view command, Reply& reply, bool isLong) {
     std::string_view status = Zel::wire::kOk;
-    PyRef text = asBytes(PyRef(call(kind, command, status)));
+    PyRef text = asBytes(PyRef(call(kind, command, status, isLong)));
     bool ok = bool(text);
     if (!ok) text = describePending(h_.formatError);
     if (!text) {

@@ -4,9 +4,8 @@
 // which captures what it prints. Whatever the command raises (SystemExit
 // included) is answered "EX" with the traceback from the server's Python
 // formatter. No Python exception is left set on return. The console's
-// kinds go to the connection's console object (ConsoleCommand.cpp). While
-// an expression's code runs, another connection may interrupt it
-// (RunningCommand.h).
+// kinds go to the connection's console object (ConsoleCommand.cpp). An
+// expression's code runs interruptibly (Running.h).
 #pragma once
 
 #include <Python.h>
@@ -27,6 +26,7 @@ struct Handlers {
     // done, 1 raised, 2 more input; text), complete(line) -> text,
     // banner() -> text.
     PyObject* console = nullptr;
+    int fd = -1;               // the connection's socket, which names it to interrupt requests
 };
 
 // The result as a byte string: str as is, unicode as UTF-8 (undecodable
@@ -43,14 +43,15 @@ class Commands {
 public:
     explicit Commands(Handlers const& h);
 
-    void run(FrameKind kind, std::string_view command, Reply& reply);
+    // A long command (sent in parts) is compiled afresh, not cached.
+    void run(FrameKind kind, std::string_view command, Reply& reply, bool isLong = false);
 
 private:
     // The command's result, or null with a Python exception set; `status`
     // is the reply's when it succeeds.
-    PyObject* call(FrameKind kind, std::string_view command, std::string_view& status);
-    PyObject* evaluate(std::string_view command);
-    PyObject* execute(std::string_view command);
+    PyObject* call(FrameKind kind, std::string_view command, std::string_view& status, bool isLong);
+    PyObject* evaluate(std::string_view command, bool isLong);
+    PyObject* execute(std::string_view command, bool isLong);
     PyObject* consoleInput(std::string_view source, std::string_view& status);
     PyObject* complete(std::string_view line);
     PyObject* control(std::string_view request);

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "Command.h"
-#include "RunningCommand.h"
+#include "Running.h"
 
 namespace ZelServer {
 
@@ -54,16 +54,16 @@ PyObject* Commands::control(std::string_view request) {
         if (!h_.console) return noConsole();
         PyRef banner = asBytes(PyRef(PyObject_CallMethod(h_.console, const_cast<char*>("banner"), nullptr)));
         if (!banner) return nullptr;
-        std::string text = std::to_string(RunningCommand::currentThread()) + '\n';
+        std::string text = std::to_string(h_.fd) + '\n';
         text.append(PyBytes_AS_STRING(banner.get()), size_t(PyBytes_GET_SIZE(banner.get())));
         return bytes(text);
     }
     if (request.substr(0, wire::kInterrupt.size()) == wire::kInterrupt) {
         std::string_view token = request.substr(wire::kInterrupt.size());
-        unsigned long ident = 0;
-        auto [end, error] = std::from_chars(token.data(), token.data() + token.size(), ident);
+        int fd = -1;
+        auto [end, error] = std::from_chars(token.data(), token.data() + token.size(), fd);
         if (error == std::errc() && end == token.data() + token.size() && !token.empty()) {
-            return bytes(RunningCommand::interrupt(ident) ? wire::kInterrupted : wire::kIdle);
+            return bytes(interruptCommand(fd, PyExc_KeyboardInterrupt) ? wire::kInterrupted : wire::kIdle);
         }
     }
     PyErr_Format(PyExc_ValueError, "unknown console control request '%.100s'", std::string(request).c_str());

@@ -20,6 +20,7 @@ std::string printable(unsigned char c) {
 std::optional<FrameKind> kindOf(std::string_view kind) {
     if (kind == wire::kEvaluate) return FrameKind::Eval;
     if (kind == wire::kExecute) return FrameKind::Exec;
+    if (kind == wire::kPart) return FrameKind::Part;
     if (kind == wire::kConsole) return FrameKind::Console;
     if (kind == wire::kComplete) return FrameKind::Complete;
     if (kind == wire::kControl) return FrameKind::Control;

@@ -13,7 +13,7 @@
 
 namespace ZelServer {
 
-enum class FrameKind { Greeting, Eval, Exec, Console, Complete, Control };
+enum class FrameKind { Greeting, Eval, Exec, Part, Console, Complete, Control };
 
 struct Frame {
     FrameKind kind;

@@ -8,8 +8,11 @@
 // interpreter lock up while it waits. The socket stays open: its owner
 // closes it.
 //
-// runInterruptibly(code, globals) runs a code object as exec does, where
-// an interrupt request of another connection raises KeyboardInterrupt.
+// runInterruptibly(code, globals) runs a code object as exec does, as the
+// command's own code: where an interruption of its connection reaches it.
+//
+// interrupt(fd) raises KeyboardInterrupt in the thread running a command
+// on the connection `fd` serves; False when none runs there.
 #include <Python.h>
 
 #include <exception>
@@ -17,7 +20,7 @@
 #include <string>
 
 #include "Command.h"
-#include "RunningCommand.h"
+#include "Running.h"
 #include "Serve.h"
 #include "module/core/EntryPoint.h"
 
@@ -59,7 +62,7 @@ PyResult serve(GilHeld gil, PyObject*, PyObject* args) {
     {
         // The cached code goes with the lock held: serveConnection
         // returns holding it, whichever way it ends.
-        ZelServer::Commands commands({ns, runExec, formatError, console == Py_None ? nullptr : console});
+        ZelServer::Commands commands({ns, runExec, formatError, console == Py_None ? nullptr : console, fd});
         ZelServer::serveConnection(fd, commands, bad);
     }
     if (bad.empty()) return PyResult::none(gil);
@@ -72,14 +75,24 @@ PyResult runInterruptibly(GilHeld gil, PyObject*, PyObject* args) {
         return PyResult::failed();
     }
     if (!ZelServer::ensureBuiltins(globals)) return PyResult::failed();
-    ZelServer::RunningCommand running;
-    return PyResult::of(gil, running.ended(PyEval_EvalCode(reinterpret_cast<PyCodeObject*>(code), globals, globals)));
+    ZelServer::InterruptibleCode interruptible;
+    if (!interruptible.mayStart()) return PyResult::failed();
+    return PyResult::of(gil,
+                        interruptible.ended(PyEval_EvalCode(reinterpret_cast<PyCodeObject*>(code), globals, globals)));
+}
+
+PyResult interrupt(GilHeld gil, PyObject*, PyObject* args) {
+    int fd;
+    if (!PyArg_ParseTuple(args, "i:interrupt", &fd)) return PyResult::failed();
+    return PyResult::of(gil, PyBool_FromLong(ZelServer::interruptCommand(fd, PyExc_KeyboardInterrupt)));
 }
 
 PyMethodDef functions[] = {
     {"serve", Zel::entryWith<ServerFrame, serve>, METH_VARARGS, "Serve one PyClient connection until it ends"},
     {"runInterruptibly", Zel::entryWith<ServerFrame, runInterruptibly>, METH_VARARGS,
      "Run a code object in globals where another connection's interrupt request can reach it"},
+    {"interrupt", Zel::entryWith<ServerFrame, interrupt>, METH_VARARGS,
+     "Raise KeyboardInterrupt in the command running on a served connection"},
     {nullptr, nullptr, 0, nullptr},
 };
 

@@ -8,8 +8,9 @@
 #include <cerrno>
 
 #include "FrameBuffer.h"
-#include "support/Gil.h"
 #include "Reply.h"
+#include "Running.h"
+#include "support/Gil.h"
 
 namespace ZelServer {
 
@@ -46,6 +47,8 @@ bool sendAll(int fd, char const* p, size_t n) {
 void serveConnection(int fd, Commands& commands, std::string& bad) {
     FrameBuffer in;
     Reply reply;
+    std::string longCommand;   // the parts of a long command so far
+    Serving serving(fd);       // left with the lock held: declared before the lock goes
     ReleasedGil unlocked;
     for (;;) {
         Frame frame;
@@ -56,11 +59,29 @@ void serveConnection(int fd, Commands& commands, std::string& bad) {
             in.added(n);
         }
         if (parsed == FrameBuffer::Parse::Bad) return;
+        if (frame.kind == FrameKind::Part) {
+            if (longCommand.size() + frame.command.size() > Zel::wire::kMaxLongCommand) {
+                bad = "a long command over " + std::to_string(Zel::wire::kMaxLongCommand) + " bytes";
+                return;
+            }
+            longCommand += frame.command;
+            in.consume();
+            continue;   // no response until the request that ends it
+        }
         if (frame.kind == FrameKind::Greeting) {
             reply.setRaw(Zel::wire::kGreetingReply);   // clients do not interpret it
+        } else if (!longCommand.empty()) {
+            longCommand += frame.command;
+            HeldGil locked(unlocked);
+            serving.commandStarts();
+            commands.run(frame.kind, longCommand, reply, true);
+            serving.commandEnds();
+            std::string().swap(longCommand);   // its memory goes too
         } else {
             HeldGil locked(unlocked);
+            serving.commandStarts();
             commands.run(frame.kind, frame.command, reply);
+            serving.commandEnds();
         }
         in.consume();
         if (!sendAll(fd, reply.data(), reply.size())) return;

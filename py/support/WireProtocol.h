@@ -10,6 +10,9 @@
 //              bytes, so N is at most 4089
 //   response   4-byte big-endian length (status + payload), status ("OK",
 //              or "EX" with the traceback), payload
+//   long       a command over N bytes goes as "?8" frames, each a part of
+//              it, then the request with its last part; the parts get no
+//              response. At most kMaxLongCommand bytes in all
 #pragma once
 
 #include <cstddef>
@@ -26,6 +29,10 @@ inline constexpr size_t kKindSize = 2;
 // C strings: the client's calls take the kind as one.
 inline constexpr char kEvaluate[] = "?1";
 inline constexpr char kExecute[] = "?2";
+
+// A part of a long command, which the next request completes.
+inline constexpr char kPart[] = "?8";
+inline constexpr size_t kMaxLongCommand = size_t(256) << 20;
 
 inline constexpr size_t kLengthSize = 4;
 inline constexpr size_t kRequestHeader = kKindSize + kLengthSize;
@@ -72,6 +79,6 @@ inline constexpr std::string_view kInterrupted = "interrupted";
 inline constexpr std::string_view kIdle = "idle";
 
 static_assert(kMaxCommand == 4089);
-static_assert(sizeof kEvaluate - 1 == kKindSize && sizeof kExecute - 1 == kKindSize);
+static_assert(sizeof kEvaluate - 1 == kKindSize && sizeof kExecute - 1 == kKindSize && sizeof kPart - 1 == kKindSize);
 
 } // namespace Zel::wire

@@ -21,6 +21,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 #include "Zel/Fd.h"
@@ -76,6 +77,17 @@ public:
     int eval(char const* cmd, char* result, int resultSize);
     int execute(char const* cmd, char* result, int resultSize);
 
+    // The same for a command of any length, returning the whole result
+    // however large. The command is sent at most once: a connection found
+    // closed before it goes is made afresh, and one lost after it went
+    // throws RpcConnectionException saying that the command may or may not
+    // have run. A command that raised throws RpcException with the agent's
+    // traceback, whole.
+    String8 evalWhole(std::string_view cmd);
+    String8 executeWhole(std::string_view cmd);
+    // As those, for any request kind answered by one response frame.
+    String8 commandWhole(char const* kind, std::string_view cmd);
+
     int doCmd(char const* cmd, char const* kind, char* result, int resultSize);
     int remoteCmd(char const* cmd, char const* kind, char* result, int resultSize);
     // Reads one response frame into buf.
@@ -118,6 +130,15 @@ public:
 
 private:
     void closeSocket();
+    // Runs a command in this process; its whole result.
+    String8 localResult(char const* cmd, char const* kind);
+    // The request of `cmd` sent on the socket; false when the first send
+    // failed, so that nothing went. Throws once something went.
+    bool sendWhole(char const* kind, std::string_view cmd);
+    // One response frame read whole.
+    String8 wholeResponse();
+    // Why a command sent may or may not have run.
+    String8 lostMessage(String8 const& why) const;
     // The owner of the open agent file `fd`; refused unless trusted and
     // writable by that owner alone.
     uid_t agentFileOwner(int fd, String8 const& path) const;

@@ -1,0 +1,32 @@
+// The modes of zelc, in the order --help and the usage list them. A mode
+// is a flag here and an entry function in a file of its own.
+#include "Options.h"
+
+namespace zelc {
+
+int runCommand(Options const& o);       // Command.cpp
+int runInteractive(Options const& o);   // Interactive.cpp
+int runList(Options const& o);          // List.cpp
+
+std::vector<Mode> const& modes() {
+    static std::vector<Mode> const all = {
+        {"", Mode::Target::Pattern,
+         "[-x] [--trust-user NAME]... (PREFIX.NAME | PATTERN | -s SOCKET | -p PORT) (COMMAND... | -)\n"
+         "-f FILE [--trust-user NAME]... (PREFIX.NAME | PATTERN | -s SOCKET | -p PORT)",
+         "  -x                 execute COMMAND and print its output (default: evaluate, print the value)\n"
+         "  -                  the command is standard input, whole\n"
+         "  -f FILE            execute FILE (no COMMAND); of any size\n"
+         "  PATTERN            a name with * ? or [...] ('demo.*'): the command runs in every live agent\n"
+         "                     matching it at once, each output line prefixed with the agent's name\n",
+         runCommand},
+        {"-i", Mode::Target::One, "-i [--trust-user NAME]... (PREFIX.NAME | -s SOCKET | -p PORT)",
+         "  -i                 read commands from standard input, one a line\n", runInteractive},
+        {"-l", Mode::Target::None, "-l",
+         "  -l                 list the agents of the agents directory: name, pid, TCP port, socket,\n"
+         "                     live or stale (no live holder of its lock), one a line\n",
+         runList},
+    };
+    return all;
+}
+
+} // namespace zelc
