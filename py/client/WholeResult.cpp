@@ -1,5 +1,5 @@
 // Commands of any length with results of any size (evalWhole,
-// executeWhole, commandWhole). Unlike eval and execute, which resend a
+// executeWhole, commandWhole, requestWhole). Unlike eval and execute, which resend a
 // command after a broken exchange, these send it at most once: a command
 // must not run twice for its answer.
 #include <poll.h>
@@ -48,6 +48,16 @@ String8 PyClient::evalWhole(std::string_view cmd) { return commandWhole(wire::kE
 String8 PyClient::executeWhole(std::string_view cmd) { return commandWhole(wire::kExecute, cmd); }
 
 String8 PyClient::commandWhole(char const* kind, std::string_view cmd) {
+    std::string status;
+    String8 r = requestWhole(kind, cmd, status);
+    if (status != wire::kOk) {
+        PYCLIENT_TRACE(1, "result", "Server threw some exception");
+        throw RpcException(std::move(r), Exception::IdBitArray(0x100000));
+    }
+    return r;
+}
+
+String8 PyClient::requestWhole(char const* kind, std::string_view cmd, std::string& status) {
     PYCLIENT_TRACE(9, "commandWhole", "-> " << kind << " (" << cmd.size() << " bytes)");
     if (cmd.size() > wire::kMaxLongCommand) {
         throw RangeException("Remote eval/exec command of " + std::to_string(cmd.size()) +
@@ -65,7 +75,7 @@ String8 PyClient::commandWhole(char const* kind, std::string_view cmd) {
                                          Exception::IdBitArray(0x300000));
         }
     }
-    String8 r = wholeResponse();
+    String8 r = wholeResponse(status);
     PYCLIENT_TRACE(9, "commandWhole", "<- result (" << r.size() << " bytes)");
     return r;
 }
@@ -89,7 +99,7 @@ bool PyClient::sendWhole(char const* kind, std::string_view cmd) {
     return true;
 }
 
-String8 PyClient::wholeResponse() {
+String8 PyClient::wholeResponse(std::string& status) {
     std::string header(wire::kResponseHeader, '\0');
     std::string payload;
     try {
@@ -110,10 +120,7 @@ String8 PyClient::wholeResponse() {
         closeSocket();
         throw RpcConnectionException(lostMessage(e.message()), Exception::IdBitArray(0x300000));
     }
-    if (std::string_view(header.data() + wire::kLengthSize, wire::kStatusSize) != wire::kOk) {
-        PYCLIENT_TRACE(1, "result", "Server threw some exception");
-        throw RpcException(String8(std::move(payload)), Exception::IdBitArray(0x100000));
-    }
+    status.assign(header.data() + wire::kLengthSize, wire::kStatusSize);
     return String8(std::move(payload));
 }
 
