@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "CtrlC.h"
 #include "History.h"
@@ -25,7 +26,12 @@ public:
         if (!el_) throw std::runtime_error("cannot set the terminal up for line editing");
         ::el_set(el_, EL_CLIENTDATA, this);
         ::el_set(el_, EL_EDITOR, "emacs");
-        ::el_set(el_, EL_SIGNAL, 0);   // SIGINT is CtrlC's: it ends el_gets with EINTR
+        ::el_set(el_, EL_SIGNAL, 0);   // SIGINT is CtrlC's
+        // At the prompt Ctrl-C is a key, read in turn with those typed after
+        // it (as a signal it could overtake them): it drops the line.
+        ::el_set(el_, EL_SETTY, "-d", "-isig", nullptr);
+        ::el_set(el_, EL_ADDFN, "zelc-interrupt", "drop the line", &TerminalInput::onCtrlC);
+        ::el_set(el_, EL_BIND, "^C", "zelc-interrupt", nullptr);
         ::el_set(el_, EL_PROMPT, &TerminalInput::promptOf);
         ::el_set(el_, EL_HIST, ::history, history_.handle());
         ::el_set(el_, EL_ADDFN, "zelc-complete", "complete a name or an attribute", &TerminalInput::onTab);
@@ -42,7 +48,7 @@ public:
         int count = 0;
         char const* line = ::el_gets(el_, &count);
         if (!line) {
-            if (count < 0 && errno == EINTR && ctrlC_.taken()) {
+            if (std::exchange(interrupted_, false) || (count < 0 && errno == EINTR && ctrlC_.taken())) {
                 std::fputs("\n", stdout);
                 std::fflush(stdout);
                 return {Input::Kind::Interrupted, {}};
@@ -66,6 +72,11 @@ private:
     static char* promptOf(EditLine* el) { return of(el).prompt_.data(); }
 
     static unsigned char onTab(EditLine* el, int) { return of(el).completeAtCursor(); }
+
+    static unsigned char onCtrlC(EditLine* el, int) {
+        of(el).interrupted_ = true;
+        return CC_EOF;   // el_gets returns, with no line
+    }
 
     unsigned char completeAtCursor() {
         LineInfo const* info = ::el_line(el_);
@@ -112,6 +123,7 @@ private:
     LineHistory& history_;
     Completer complete_;
     std::string prompt_;
+    bool interrupted_ = false;
     EditLine* el_;
 };
 
