@@ -111,9 +111,8 @@ class Console(object):
 
     def complete(self, line):
         """The word the line ends with, then each name that completes it, one a line ('' when the line ends
-        with no name). Attributes come from dir(),
-        which for the Zel package's proxies lists the framework attributes; names starting with '_' are offered
-        once one is typed."""
+        with no name). Attributes come from dir(), which for the Zel package's proxies lists the framework
+        attributes; names starting with '_' are offered once one is typed."""
         word = _trailingWord(_text(line))
         if not word:
             return ''
@@ -131,7 +130,7 @@ class Console(object):
         return '\n'.join([word] + found)
 
     def _resolve(self, dotted):
-        """The object a dotted name stands for: names and attributes only, nothing is called."""
+        """The object a dotted name stands for, looked up name by name: no call the line may hold is made."""
         first, rest = dotted.split('.')[0], dotted.split('.')[1:]
         if first in self.namespace:
             obj = self.namespace[first]
