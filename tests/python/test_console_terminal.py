@@ -71,20 +71,26 @@ class ConsoleTest(unittest.TestCase):
             def screen():
                 return subprocess.check_output(tmux + ['capture-pane', '-p', '-S', '-100'])
 
-            def waitFor(text):
+            def waitFor(text, prompted=True):
+                """Until `text` is on the screen, and (`prompted`) the console waits at a prompt: keys typed
+                before would be echoed by the terminal, not the line editor, and garble the screen."""
                 deadline = time.time() + WAIT
-                while text not in screen():
-                    self.assertLess(time.time(), deadline, 'no %r on the screen:\n%s' % (text, screen()))
+                while True:
+                    shown = screen()
+                    lines = [line for line in shown.splitlines() if line.strip()]
+                    if text in shown and (not prompted or lines[-1] in ('>>>', '...')):
+                        return
+                    self.assertLess(time.time(), deadline, 'no %r on the screen:\n%s' % (text, shown))
                     time.sleep(0.05)
 
-            def typed(line, shows):
+            def typed(line, shows, prompted=True):
                 keys(line, 'Enter')
-                waitFor(shows)
+                waitFor(shows, prompted)
             waitFor('demo.sw1, pid %d, Python 2.' % self.agent.pid)
             # The arrow keys recall the earlier session's last line.
             keys('Up')
-            waitFor(">>> earlier='recalled'")
-            keys('Enter')
+            waitFor(">>> earlier='recalled'", prompted=False)
+            typed('', ">>> earlier='recalled'\n>>>")
             typed('earlier', "'recalled'")
             # A block: "... " until the empty line ends it.
             typed('total = 0', '>>> total = 0')
@@ -96,11 +102,11 @@ class ConsoleTest(unittest.TestCase):
             typed('import Zel', '>>> import Zel')
             typed("sw = Zel.root().entity['sw1']", ">>> sw = Zel.root().entity['sw1']")
             keys('sw.vl', 'Tab')
-            waitFor('>>> sw.vlan')
+            waitFor('>>> sw.vlan', prompted=False)
             typed('', '<Demo::Switch.vlan collection of 0>')
             # Ctrl-C interrupts a long statement in the agent; the console goes on, connected.
             typed('import time', '>>> import time')
-            typed('time.sleep(30)', '>>> time.sleep(30)')
+            typed('time.sleep(30)', '>>> time.sleep(30)', prompted=False)
             time.sleep(0.5)
             started = time.time()
             keys('C-c')
@@ -109,11 +115,12 @@ class ConsoleTest(unittest.TestCase):
             self.assertLess(time.time() - started, 10)
             # Ctrl-C at the prompt drops what was typed.
             keys('never = 1')
-            waitFor('>>> never = 1')
+            waitFor('>>> never = 1', prompted=False)
             keys('C-c')
+            waitFor('>>> never = 1\n>>>')
             typed('total * 7 if "never" not in dir() else 0', '\n42\n')
             keys('C-d')
-            waitFor('zelc ended 0')
+            waitFor('zelc ended 0', prompted=False)
             shown = screen()
         finally:
             subprocess.call(tmux + ['kill-server'])
