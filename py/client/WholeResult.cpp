@@ -43,6 +43,8 @@ std::string requestFrames(char const* kind, std::string_view cmd) {
 
 } // namespace
 
+bool PyClient::usable() const { return socket_.valid() && !unusable(socket_.get()); }
+
 String8 PyClient::evalWhole(std::string_view cmd) { return commandWhole(wire::kEvaluate, cmd); }
 
 String8 PyClient::executeWhole(std::string_view cmd) { return commandWhole(wire::kExecute, cmd); }

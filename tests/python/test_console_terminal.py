@@ -25,6 +25,9 @@ class ConsoleTest(unittest.TestCase):
         self.home = os.path.join(self.dir, 'home')
         os.mkdir(self.home)
         self.env = dict(os.environ, ZELC_AGENTS_DIR=os.path.join(self.dir, 'agents'), HOME=self.home)
+        self.startAgent()
+
+    def startAgent(self):
         self.agent = subprocess.Popen([os.path.join(BIN, 'zelagent'), 'demo.sw1'], env=self.env,
                                       stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         with children.watched(self.agent, 'zelagent demo.sw1'):
@@ -52,6 +55,21 @@ class ConsoleTest(unittest.TestCase):
         self.agent.wait()
         self.assertEqual((rc, out), (2, ''))
         self.assertIn('may or may not have run', err)
+        # The agent gone (and back) while the console waits for a line: the console ends rather than go on in a
+        # new namespace, where its Ctrl-C would name a connection that is not its own.
+        self.startAgent()
+        console = subprocess.Popen([os.path.join(BIN, 'zelc'), '-i', 'demo.sw1'], env=self.env,
+                                   stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        with children.watched(console, 'zelc -i'):
+            console.stdin.write('kept = 1\nkept\n')
+            console.stdin.flush()
+            self.assertEqual(console.stdout.readline(), '1\n')
+            self.agent.terminate()
+            self.agent.wait()
+            self.startAgent()
+            out, err = console.communicate('kept\n')
+        self.assertEqual((console.returncode, out, err),
+                         (2, '', "zelc: The agent closed the console's connection (its namespace is gone)\n"))
 
     @unittest.skipUnless(os.path.exists(TMUX), 'tmux not installed')
     def test_a_session_at_the_terminal(self):

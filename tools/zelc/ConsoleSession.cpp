@@ -19,7 +19,14 @@ ConsoleSession::ConsoleSession(Zel::PyClient& client, Connector connectAnother)
     banner_ = newline == std::string::npos ? std::string() : hello.substr(newline + 1);
 }
 
+void ConsoleSession::connectionKept() const {
+    if (client_.usable()) return;
+    throw Zel::RpcConnectionException("The agent closed the console's connection (its namespace is gone)",
+                                      Zel::Exception::IdBitArray(0x300000));
+}
+
 ConsoleSession::Outcome ConsoleSession::push(std::string const& source) {
+    connectionKept();
     std::string status;
     std::string text(client_.requestWhole(wire::kConsole, source, status).view());
     if (status == wire::kMore) return {Outcome::Kind::More, std::move(text)};
@@ -27,6 +34,7 @@ ConsoleSession::Outcome ConsoleSession::push(std::string const& source) {
 }
 
 ConsoleSession::Completion ConsoleSession::complete(std::string_view line) {
+    connectionKept();
     std::string text(client_.commandWhole(wire::kComplete, line).view());
     Completion c;
     size_t at = text.find('\n');

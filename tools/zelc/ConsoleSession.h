@@ -47,6 +47,11 @@ public:
     bool interrupt() const;
 
 private:
+    // The console's requests go on the connection it greeted (its
+    // namespace, the token that interrupts it): one the agent closed is
+    // not replaced, it ends the console (RpcConnectionException).
+    void connectionKept() const;
+
     Zel::PyClient& client_;
     Connector connectAnother_;
     std::string token_;

@@ -92,6 +92,11 @@ public:
     // (two characters, such as wire::kOk) lands in `status`, and nothing is
     // thrown for it.
     String8 requestWhole(char const* kind, std::string_view cmd, std::string& status);
+    // Whether the connection can carry a request now: open, and the peer
+    // has neither closed it nor sent anything no request asked for. (The
+    // calls above make a new connection when it cannot; one that needs the
+    // same connection, such as a console's, asks first.)
+    bool usable() const;
 
     int doCmd(char const* cmd, char const* kind, char* result, int resultSize);
     int remoteCmd(char const* cmd, char const* kind, char* result, int resultSize);
