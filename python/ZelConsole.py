@@ -79,7 +79,7 @@ class Console(object):
         """(DONE, what it printed), (RAISED, the error) or (MORE, '')."""
         try:
             code = self._compiler(_text(source), '<console>', 'single')
-        except (OverflowError, SyntaxError, ValueError):
+        except (OverflowError, SyntaxError, ValueError, TypeError):   # TypeError: a null byte, on Python 2
             etype, value = sys.exc_info()[:2]
             return RAISED, ''.join(traceback.format_exception_only(etype, value))
         if code is None:

@@ -55,6 +55,7 @@ class ConsoleTest(unittest.TestCase):
         self.assertEqual(request(a, CONSOLE, 'def f(:'),
                          ('EX', '  File "<console>", line 1\n    def f(:\n          ^\nSyntaxError: invalid syntax\n'))
         self.assertEqual(request(a, CONSOLE, 'raise SystemExit(3)')[0], 'EX')
+        self.assertEqual(request(a, CONSOLE, '1\0+1'), ('EX', 'TypeError: compile() expected string without null bytes\n'))
         # A future import holds for the rest of its connection's console input, as it does at a prompt.
         self.assertEqual(request(a, CONSOLE, 'from __future__ import division'), ('OK', ''))
         self.assertEqual([request(a, CONSOLE, '1/2'), request(b, CONSOLE, '1/2')], [('OK', '0.5\n'), ('OK', '0\n')])
