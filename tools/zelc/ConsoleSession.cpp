@@ -58,6 +58,8 @@ bool ConsoleSession::interrupt() const {
         why = std::string(e.message().view());
     } catch (std::exception const& e) {
         why = e.what();
+    } catch (...) {   // on the Ctrl-C thread, where nothing may escape
+        why = "unexpected failure";
     }
     std::cerr << failureLine("cannot interrupt: " + why) << std::flush;
     return false;
