@@ -11,6 +11,9 @@
 #             on build/)
 #   fuzz      every libFuzzer target for ZEL_FUZZ_SECONDS (default 30)
 #             seconds (scripts/fuzz.sh, build-fuzz/)
+#   chaos     agents killed (SIGKILL, SIGTERM) and restarted at random while
+#             zelc clients run commands, for ZEL_CHAOS_SECONDS (default 20)
+#             seconds (tests/python/chaos.py, on build/)
 #
 #   ./run-tests.sh                  every stage (what CI runs)
 #   ./run-tests.sh --quick [ARGS]   the suite stage only, for day-to-day work
@@ -24,7 +27,7 @@ set -uo pipefail
 root=$(cd "$(dirname "$0")" && pwd)
 build=${ZEL_BUILD:-$root/build}
 
-stages=${ZEL_STAGES:-suite asan tsan memcheck fuzz}
+stages=${ZEL_STAGES:-suite asan tsan memcheck fuzz chaos}
 if [ "${1:-}" = "--quick" ]; then
     shift
     stages=suite
@@ -39,7 +42,8 @@ run_stage() {
     tsan) "$root/scripts/tsan.sh" ;;
     memcheck) "$root/scripts/memcheck.sh" ;;
     fuzz) "$root/scripts/fuzz.sh" "${ZEL_FUZZ_SECONDS:-30}" ;;
-    *) echo "run-tests: unknown stage '$1' (suite, asan, tsan, memcheck, fuzz)" >&2; return 2 ;;
+    chaos) ZEL_BUILD_DIR="$build" "$build/zelpython" "$root/tests/python/chaos.py" "${ZEL_CHAOS_SECONDS:-20}" ;;
+    *) echo "run-tests: unknown stage '$1' (suite, asan, tsan, memcheck, fuzz, chaos)" >&2; return 2 ;;
     esac
 }
 

@@ -19,6 +19,7 @@
 #include <string>
 
 #include "AgentSignals.h"
+#include "StopDeadline.h"
 #include "support/Gil.h"
 #include "support/PyRef.h"
 #include "Zel/Activity.h"
@@ -175,6 +176,10 @@ void addBuildPythonPath() {
 
 int main(int argc, char** argv) {
     Options o = parse(argc, argv);
+    // Gone within 2 s of the signal, whatever a command does; outlives the
+    // signal thread that arms it.
+    Zel::StopDeadline deadline(std::string(Zel::PyClient::agentsDir().view()) + "/" + o.name,
+                               std::chrono::milliseconds(1600));
     Zel::AgentSignals signals;   // before any thread starts
 
     Py_Initialize();
@@ -200,7 +205,8 @@ int main(int argc, char** argv) {
         if (status == 0) {
             Zel::Ptr<Zel::ActivityManagerConfig> loop = Zel::ActivityFacility::activityManagerConfig();
             std::atomic<bool> stopping{false};
-            signals.onSignalIs([loop, &stopping](int) {
+            signals.onSignalIs([loop, &stopping, &deadline](int) {
+                deadline.arm();
                 stopping = true;
                 loop->stop();
             });
@@ -211,6 +217,7 @@ int main(int argc, char** argv) {
         }
     }
     Stopped stopped = stopServer(server.get());
+    deadline.cancel();
     if (stopped == Stopped::Failed) status = 1;
     if (stopped == Stopped::CommandsLeft) {
         // The agent file and socket are gone; finalizing the interpreter

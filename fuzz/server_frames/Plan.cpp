@@ -11,8 +11,9 @@ namespace wire = Zel::wire;
 
 // What a server must accept and how it words a refusal are what this
 // target checks, so they are written here again rather than taken from the
-// server's code or support/WireProtocol.h: the largest command, the two
-// kinds (in readPlan) and the rendering of a bad header. A mistake shared
+// server's code or support/WireProtocol.h: the largest command, the
+// kinds (in readPlan: the two requests and the part of a long command) and
+// the rendering of a bad header. A mistake shared
 // with the server would otherwise pass unseen. The shared header only
 // writes the lengths of the frames sent.
 constexpr size_t kMaxCommand = 4089;
@@ -80,8 +81,8 @@ Plan readPlan(Reader& in) {
             char filler = kFillers[in.byte() % std::size(kFillers)];
             if (n <= kMaxCommand) text.resize(n, filler);
         }
-        // "?1" "?2", and the console's "?3" "?4" "?5" (met through a kind byte that follows).
-        bool valid = k0 == '?' && k1 >= '1' && k1 <= '5' && n <= kMaxCommand;
+        // "?1" "?2", the console's "?3" "?4" "?5", and "?8" (those met through a kind byte that follows).
+        bool valid = k0 == '?' && ((k1 >= '1' && k1 <= '5') || k1 == '8') && n <= kMaxCommand;
         Placed pl{stream.size(), stream.size() + 6, 0, valid, bool(f & 0x80), Command{char(k1), text}, {}};
         if (!valid) pl.reason = "kind '" + printable(k0) + printable(k1) + "', length " + std::to_string(n);
         stream += char(k0);
@@ -102,6 +103,7 @@ Plan readPlan(Reader& in) {
     // What the server makes of it: the greeting, then frames up to the
     // first bad header or the cut.
     p.greeted = keep >= 2;
+    std::string longCommand;
     if (p.greeted) {
         for (Placed& pl : placed) {
             if (pl.lockStep && p.reads()) p.gates.emplace_back(pl.begin, p.replies());
@@ -111,7 +113,11 @@ Plan readPlan(Reader& in) {
                 break;
             }
             if (pl.end > keep) break;
-            p.commands.push_back(std::move(pl.command));
+            // A part ('8') gets no reply: the next request runs it and its own text as one command.
+            longCommand += pl.command.text;
+            if (pl.command.kind == '8') continue;
+            p.commands.push_back(Command{pl.command.kind, std::move(longCommand)});
+            longCommand.clear();
         }
     }
     return p;

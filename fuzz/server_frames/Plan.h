@@ -42,7 +42,7 @@ enum class Delivery { Whole, Chunks, WaitedChunks, ByteByByte };
 enum class Ending { ReadAll, HalfClose, CloseAtOnce, NeverRead };
 
 struct Command {
-    char kind;   // '1' evaluate, '2' execute
+    char kind;   // '1' evaluate, '2' execute ('8', a part of a long command, only while reading the plan)
     std::string text;
 };
 

@@ -14,7 +14,8 @@ import unittest
 import PyServer
 import ZelWire
 import _ZelServer
-from ZelWire import KIND_EVAL as EVAL, KIND_EXEC as EXEC, MAX_COMMAND, frame, greet, packLength, request, response
+from ZelWire import KIND_EVAL as EVAL, KIND_EXEC as EXEC, KIND_PART, MAX_COMMAND, frame, frames, greet, packLength, \
+    request, response
 
 
 class ServerTest(unittest.TestCase):
@@ -78,6 +79,13 @@ class ServerTest(unittest.TestCase):
             self.assertEqual((status, error in text, 'PyServer.py' in text), ('EX', True, False), cmd)
             if error not in ('SyntaxError', 'TypeError'):
                 self.assertTrue(text.startswith('Traceback (most recent call last):\n  File "<PyServer>", line '), text)
+        # Longer than a frame: parts, then the request; run once as one command, in the connection's namespace.
+        longer = 'v = %r\nprint len(v), seed' % ('z' * 3 * MAX_COMMAND)
+        a.sendall(frames(EXEC, longer))
+        self.assertEqual(response(a), ('OK', '%d 10\n' % (3 * MAX_COMMAND)))
+        a.sendall(frames(EVAL, '1 +' + ' ' * MAX_COMMAND + '1'))
+        self.assertEqual(response(a), ('OK', '2'))
+        self.assertEqual(request(a, EVAL, 'len(v)'), ('OK', str(3 * MAX_COMMAND)))   # and the parts are gone
         # A namespace that lost its builtins gets them back, as eval() does.
         self.assertEqual(request(b, EXEC, 'del __builtins__'), ('OK', ''))
         self.assertEqual(request(b, EVAL, 'len("ab")'), ('OK', '2'))
@@ -115,6 +123,44 @@ class ServerTest(unittest.TestCase):
         self.assertFalse(os.path.exists(self.server.agentFile))
         self.assertFalse(os.path.exists(self.server.socketPath))
         self.assertEqual([t for t in threading.enumerate() if t.name.startswith('PyServer')], [])
+
+
+    def test_stop_with_a_limit_interrupts_commands(self):
+        # A loop and a sleep are interrupted; a wait for a lock is not (it goes on after a signal), and stop says
+        # its thread is left running.
+        held = 'import threading; l = threading.Lock(); l.acquire(); threading.Timer(1.5, l.release).start(); l.acquire()'
+        for cmd, ended in (('any(False for _ in iter(int, 1))', True), ('import time; time.sleep(30)', True),
+                           (held, False)):
+            server = PyServer.PyServer('t.stop', directory=self.dir).start()
+            s = socket.socket(socket.AF_UNIX)
+            s.connect(server.socketPath)
+            greet(s)
+            s.sendall(frame(EXEC, cmd))
+            time.sleep(0.2)
+            started = time.time()
+            self.assertEqual((server.stop(timeout=0.5), s.recv(10), os.listdir(self.dir)), (ended, '', ['t.srv',
+                                                                                                      't.srv.sock']))
+            self.assertLess(time.time() - started, 1.0)
+            for t in threading.enumerate():
+                if t.name.startswith('PyServer t.stop'):
+                    t.join(5)
+
+    def test_stale_and_planted_agent_files_are_replaced(self):
+        for planted in ('left\n', None):
+            path = os.path.join(self.dir, 't.other')
+            if planted:
+                with open(path, 'w') as f:   # nobody holds it, and anyone may write it
+                    f.write(planted)
+                os.chmod(path, 0o666)
+            else:
+                os.symlink('/nonexistent', path)
+            server = PyServer.PyServer('t.other', directory=self.dir).start()
+            try:
+                st = os.lstat(path)
+                self.assertEqual((st.st_mode & 0o777, open(path).read()),
+                                 (0o644, '%d\n0\n%s\n' % (os.getpid(), server.socketPath)))
+            finally:
+                server.stop()
 
 
 class NativeServeTest(unittest.TestCase):

@@ -62,9 +62,9 @@ int failure(Output& output) {
         output.err(e.message().view());
         if (e.message().empty() || e.message().view().back() != '\n') output.err("\n");
         return kRaised;
-    } catch (Zel::RangeException const& e) {
+    } catch (Zel::RangeException const& e) {   // a command too long to send
         output.errLine(e.message().view());
-        return kRaised;
+        return kUsage;
     } catch (Zel::Exception const& e) {
         output.errLine(e.message().view());
         return kUnreachable;

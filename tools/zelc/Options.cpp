@@ -50,7 +50,7 @@ void help() {
                  "  1  the command raised (its traceback on standard error)\n"
                  "  2  the agent cannot be reached, is not trusted, or its connection was lost; lost\n"
                  "     mid-command, the message says the command may or may not have run\n"
-                 "  3  usage\n"
+                 "  3  usage, or a command over 256 MiB\n"
                  "  4  FILE or standard input cannot be read, or standard output cannot be written\n";
 }
 

@@ -1,0 +1,124 @@
+"""zelc as an operator's tool against live zelagents: results and commands of any size, the agents directory and
+patterns, and the faults it must survive with one line and a documented exit status."""
+
+import os
+import shutil
+import signal
+import subprocess
+import tempfile
+import time
+import unittest
+
+import children
+
+BIN = os.path.join(os.environ.get('ZEL_BUILD_DIR', ''), 'bin')
+BIG = 100 * 1000 * 1000
+LOST = 'after the command was sent: it may or may not have run\n'
+
+
+@unittest.skipUnless(os.path.exists(os.path.join(BIN, 'zelagent')), 'zelagent not built')
+class ZelcOperatorTest(unittest.TestCase):
+    def setUp(self):
+        self.dir = tempfile.mkdtemp()
+        self.env = dict(os.environ, ZELC_AGENTS_DIR=self.dir)
+        self.agents = {}
+
+    def tearDown(self):
+        for agent in self.agents.values():
+            if agent.poll() is None:
+                agent.kill()
+            agent.wait()
+        shutil.rmtree(self.dir, ignore_errors=True)
+
+    def start(self, name):
+        agent = subprocess.Popen([os.path.join(BIN, 'zelagent'), name], env=self.env, stdout=subprocess.PIPE,
+                                 stderr=open(os.devnull, 'w'))
+        self.agents[name] = agent
+        with children.watched(agent, 'zelagent ' + name):
+            self.assertEqual(agent.stdout.readline(), 'zelagent %s ready\n' % name)
+        return agent
+
+    def zelc(self, *args, **kw):
+        return children.run('zelc', [os.path.join(BIN, 'zelc')] + list(args), env=self.env, **kw)
+
+    def background(self, *args):
+        return subprocess.Popen([os.path.join(BIN, 'zelc')] + list(args), env=self.env, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE, close_fds=True)
+
+    def test_results_and_commands_of_any_size_once(self):
+        self.start('demo.sw1')
+        counted = "(__import__('sys').__dict__.setdefault('runs', []).append(1), 'x' * %d)[1]" % BIG
+        rc, out, err = self.zelc('demo.sw1', counted)
+        self.assertEqual((rc, len(out), out[:3], out[-4:], err), (0, BIG + 3, "'xx", "xx'\n", ''))
+        del out
+        self.assertEqual(self.zelc('demo.sw1', "len(__import__('sys').runs)"), (0, '1\n', ''))
+        rc, out, err = self.zelc('-x', 'demo.sw1', 'raise ValueError("y" * %d)' % BIG)
+        self.assertEqual((rc, out, len(err) > BIG, err[-5:]), (1, '', True, 'yyyy\n'))
+        del err
+        # Commands over the frame limit: a file, and standard input.
+        script = os.path.join(self.dir, 'long.py')
+        with open(script, 'w') as f:
+            f.write('total = 0\n' + ''.join('total += %d\n' % i for i in range(5000)) + 'print(total)\n')
+        self.assertGreater(os.path.getsize(script), 4 * 4096)
+        self.assertEqual(self.zelc('-f', script, 'demo.sw1'), (0, '%d\n' % sum(range(5000)), ''))
+        self.assertEqual(self.zelc('demo.sw1', '-', input='len(%r)' % ('s' * 9000)), (0, '9000\n', ''))
+        self.assertEqual(self.zelc('-f', os.path.join(self.dir, 'absent.py'), 'demo.sw1'),
+                         (4, '', 'zelc: cannot read %s/absent.py: No such file or directory\n' % self.dir))
+
+    def test_listing_patterns_and_usage(self):
+        a1, a2 = self.start('demo.a1'), self.start('demo.a2')
+        with open(os.path.join(self.dir, 'demo.gone'), 'w') as f:   # a dead agent's, held by nobody
+            f.write('99999\n0\n%s/demo.gone.sock\n' % self.dir)
+        rc, out, err = self.zelc('-l')
+        self.assertEqual((rc, err), (0, ''))
+        self.assertEqual(out.splitlines(), ['demo.a1 %d 0 %s/demo.a1.sock live' % (a1.pid, self.dir),
+                                            'demo.a2 %d 0 %s/demo.a2.sock live' % (a2.pid, self.dir),
+                                            'demo.gone 99999 0 %s/demo.gone.sock stale' % self.dir])
+        # Every live match at once, lines prefixed, the worst status: a2 raises.
+        rc, out, err = self.zelc('demo.*', '__import__("os").getpid() if __import__("os").getpid() == %d else 1/0'
+                                 % a1.pid)
+        self.assertEqual((rc, out), (1, 'demo.a1: %d\n' % a1.pid))
+        self.assertTrue(err.startswith('demo.a2: Traceback') and err.endswith('demo.a2: ZeroDivisionError: '
+                                                                              'integer division or modulo by zero\n'),
+                        err)
+        self.assertEqual(self.zelc('-x', 'demo.a[2]', 'print("one\\ntwo")'), (0, 'demo.a2: one\ndemo.a2: two\n', ''))
+        self.assertEqual(self.zelc('nothing.*', '1'), (2, '', 'zelc: no live agent matches nothing.*\n'))
+        for args in (['--help'], ['--version']):
+            rc, out, err = self.zelc(*args)
+            self.assertEqual((rc, err), (0, ''))
+            self.assertTrue(out.startswith('usage: zelc ') if args == ['--help'] else out.startswith('zelc '), out)
+        for args in ([], ['demo.a1'], ['-q', 'demo.a1', '1'], ['-l', 'demo.a1'], ['-f', 'x', 'demo.a1', '1']):
+            rc, out, err = self.zelc(*args)
+            self.assertEqual((rc, out, err.startswith('usage: zelc ')), (3, '', True), args)
+
+    def test_agents_dying_and_stopping_mid_command(self):
+        agent = self.start('demo.sw1')
+        waiting = self.background('-x', 'demo.sw1', 'import time; time.sleep(30)')
+        time.sleep(0.5)
+        agent.kill()
+        out, err = waiting.communicate()
+        self.assertEqual((waiting.returncode, out), (2, ''))
+        self.assertTrue(err.startswith('zelc: Lost the connection to demo.sw1 (') and err.endswith(LOST), err)
+        self.assertEqual(err.count('\n'), 1)
+        # Its files are left; the next agent of that name starts all the same.
+        self.assertEqual(sorted(os.listdir(self.dir)), ['demo.sw1', 'demo.sw1.sock'])
+        # A loop and a sleep are interrupted; a loop within one call keeps the interpreter from the stop.
+        for sig, commands in ((signal.SIGTERM, ['while True: pass', 'import time\ntime.sleep(60)']),
+                              (signal.SIGINT, ['sum(iter(int, 1))'])):
+            agent = self.start('demo.sw1')
+            runaway = [self.background('-x', 'demo.sw1', cmd) for cmd in commands]
+            time.sleep(0.5)
+            started = time.time()
+            agent.send_signal(sig)
+            with children.watched(agent, 'stopping zelagent', 10):
+                self.assertEqual(agent.wait(), 0)
+            self.assertLess(time.time() - started, 2.0)
+            self.assertEqual(os.listdir(self.dir), [])
+            for zelc in runaway:
+                out, err = zelc.communicate()
+                self.assertEqual((zelc.returncode, out, err.endswith(LOST)), (2, '', True))
+        self.assertEqual(self.zelc('demo.sw1', '1'), (2, '', 'zelc: Unable to connect to demo.sw1\n'))
+
+
+if __name__ == '__main__':
+    unittest.main()
