@@ -48,8 +48,9 @@
 // Oracle, per connection that reads: "ZPS1" after a whole greeting, then
 // exactly one reply per whole valid frame before the first bad header or
 // the cut, in order, each as a fresh compile() of the command in a
-// namespace of its own gives it (OK: the same payload; EX: the same last
-// line, no frame of PyServer.py); the server closes the connection only
+// namespace of its own gives it, or for the console's kinds a console of
+// that namespace (OK or MO: the same payload; EX: the same last line, no
+// frame of PyServer.py); the server closes the connection only
 // after a bad header or once writing is shut down. Per input: serve()
 // never raises nor returns with an error pending; a bad header is reported
 // as "kind 'XY', length N" by serve() and PyServer's notice, and nothing

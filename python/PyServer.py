@@ -36,6 +36,8 @@ from ZelWire import GREETING_REPLY, KIND_EVAL, KIND_EXEC, MAX_COMMAND, MAX_FRAME
 # ("?7") answers every thread's stack.
 import ZelStacks
 import ZelWatch
+# Each connection's console (zelc -i) is one of these.
+from ZelConsole import Console
 
 __all__ = ['PyServer', '_LocalServer', 'agentsDir']
 
@@ -85,10 +87,20 @@ def _execCode(namespace, code):
         saved = sys.stdout
         sys.stdout = out
         try:
-            exec code in namespace
+            _runCode(code, namespace)
         finally:
             sys.stdout = saved
     return out.getvalue()
+
+
+def _runCode(code, namespace):
+    """exec, but when serving, as the command's own code: where an interruption of its connection (zelc's
+    Ctrl-C, stop()) reaches it, and nowhere in the server's lock or stdout swap."""
+    run = getattr(sys.modules.get('_ZelServer'), 'runInterruptibly', None)
+    if run is None:
+        exec(code, namespace)
+    else:
+        run(code, namespace)
 
 
 def _formatError(etype, value, tb):
@@ -377,6 +389,7 @@ class PyServer(object):
     def _serveConnection(self, c):
         try:
             bad = self._nativeServe(c.sock.fileno(), c.namespace, _execCode, _formatError,
+                                    Console(c.namespace, _stdoutLock, self.name),
                                     lambda command: ZelWatch.serve(c.sock, command), ZelStacks.text)
             if bad is not None:
                 _notice('bad request from %s (%s)' % (c.peerName, bad))

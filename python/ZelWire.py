@@ -43,6 +43,13 @@ KIND_WATCH = '?6'
 KIND_STACKS = '?7'
 STATUS_CHANGE = 'CH'
 STATUS_DROPPED = 'DR'
+# The console's kinds (zelc -i; see py/support/WireProtocol.h).
+KIND_CONSOLE = '?3'         # lines typed so far; OK output, EX error, or STATUS_MORE
+KIND_COMPLETE = '?4'        # the line up to the cursor; the word, then its candidates
+KIND_CONTROL = '?5'         # CONTROL_HELLO, or CONTROL_INTERRUPT + a connection's token
+STATUS_MORE = 'MO'          # the console input is an incomplete statement
+CONTROL_HELLO = 'hello'
+CONTROL_INTERRUPT = 'interrupt '
 
 _LENGTH = struct.Struct('>I')
 

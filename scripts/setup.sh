@@ -5,8 +5,10 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${ZEL_BUILD:-$root/build}
 
-# clang-14 and its runtime build the fuzz targets; valgrind runs the memory checks.
-packages=(g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev libboost-dev clang-14 libclang-rt-14-dev valgrind)
+# clang-14 and its runtime build the fuzz targets; valgrind runs the memory checks;
+# zelc's console edits lines with libedit, and its test drives it in tmux.
+packages=(g++ cmake ninja-build pkg-config libgtest-dev libgmock-dev libbenchmark-dev libboost-dev clang-14 libclang-rt-14-dev valgrind
+          libedit-dev tmux)
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

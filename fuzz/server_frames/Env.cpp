@@ -18,6 +18,7 @@ namespace {
 char const* const kGlue = R"(
 import sys, threading, traceback
 import PyServer
+import ZelConsole
 
 # The connections' builtins: what the command table needs, nothing more.
 safe = {'len': len, 'repr': repr, 'True': True, 'False': False, 'None': None,
@@ -32,11 +33,24 @@ def lastLine(text):
     lines = [l for l in text.split('\n') if l.strip()]
     return lines[-1] if lines else ''
 
+# The console of the expected namespace of the connection being worked
+# out (one at a time), as the server keeps one per connection.
+console = [None]
+
 def expect(ns, kind, cmd):
     try:
         if kind == '1':
             return 'OK', repr(eval(compile(cmd, '<PyServer>', 'eval', 0, True), ns))
-        return 'OK', PyServer._execCode(ns, compile(cmd, '<PyServer>', 'exec', 0, True))
+        if kind == '2':
+            return 'OK', PyServer._execCode(ns, compile(cmd, '<PyServer>', 'exec', 0, True))
+        if kind == '5':   # no command of the table is a control request
+            raise ValueError("unknown console control request '%s'" % cmd.split('\0')[0][:100])
+        if console[0] is None or console[0].namespace is not ns:
+            console[0] = ZelConsole.Console(ns, PyServer._stdoutLock, 'fuzz.srv')
+        if kind == '4':
+            return 'OK', console[0].complete(cmd)
+        how, text = console[0].push(cmd)
+        return ('OK', 'EX', 'MO')[how], lastLine(text) if how == ZelConsole.RAISED else text
     except BaseException:
         t, v = sys.exc_info()[:2]
         return 'EX', lastLine(''.join(traceback.format_exception_only(t, v)))

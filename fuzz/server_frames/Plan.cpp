@@ -86,7 +86,8 @@ Plan readPlan(Reader& in) {
             char filler = kFillers[in.byte() % std::size(kFillers)];
             if (n <= kMaxCommand) text.resize(n, filler);
         }
-        bool valid = k0 == '?' && (k1 == '1' || k1 == '2' || k1 == '8') && n <= kMaxCommand;
+        // "?1" "?2", the console's "?3" "?4" "?5", and "?8" (those met through a kind byte that follows).
+        bool valid = k0 == '?' && ((k1 >= '1' && k1 <= '5') || k1 == '8') && n <= kMaxCommand;
         Placed pl{stream.size(), stream.size() + 6, 0, valid, bool(f & 0x80), Command{char(k1), text}, {}};
         if (!valid) pl.reason = "kind '" + printable(k0) + printable(k1) + "', length " + std::to_string(n);
         stream += char(k0);

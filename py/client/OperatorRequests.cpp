@@ -35,12 +35,14 @@ String8 PyClient::watch(String8 const& fullName, std::vector<String8> const& att
 }
 
 void PyClient::nextChange(WatchEvent* event) {
-    std::string payload, status;
+    std::string status;
+    std::string payload;
     try {
-        status = responseFrame(payload);
-    } catch (ErrnoException const& e) {
-        closeSocket();
-        throw RpcConnectionException("the connection was lost (" + e.message() + ")", Exception::IdBitArray(0x300000));
+        payload = std::string(wholeResponse(status).view());
+    } catch (RpcConnectionException const&) {
+        // Its text is a command's ("may or may not have run"); a watch has
+        // nothing left to run.
+        throw RpcConnectionException("the connection was lost", Exception::IdBitArray(0x300000));
     }
     if (status == wire::kDropped) {
         *event = WatchEvent{0.0, String8(), String8(), std::strtoull(payload.c_str(), nullptr, 10)};

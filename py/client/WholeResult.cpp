@@ -1,5 +1,5 @@
 // Commands of any length with results of any size (evalWhole,
-// executeWhole, commandWhole). Unlike eval and execute, which resend a
+// executeWhole, commandWhole, requestWhole). Unlike eval and execute, which resend a
 // command after a broken exchange, these send it at most once: a command
 // must not run twice for its answer.
 #include <poll.h>
@@ -45,11 +45,23 @@ std::string requestFrames(char const* kind, std::string_view cmd) {
 
 } // namespace
 
+bool PyClient::usable() const { return socket_.valid() && !unusable(socket_.get()); }
+
 String8 PyClient::evalWhole(std::string_view cmd) { return commandWhole(wire::kEvaluate, cmd); }
 
 String8 PyClient::executeWhole(std::string_view cmd) { return commandWhole(wire::kExecute, cmd); }
 
 String8 PyClient::commandWhole(char const* kind, std::string_view cmd) {
+    std::string status;
+    String8 r = requestWhole(kind, cmd, status);
+    if (status != wire::kOk) {
+        PYCLIENT_TRACE(1, "result", "Server threw some exception");
+        throw RpcException(std::move(r), Exception::IdBitArray(0x100000));
+    }
+    return r;
+}
+
+String8 PyClient::requestWhole(char const* kind, std::string_view cmd, std::string& status) {
     PYCLIENT_TRACE(9, "commandWhole", "-> " << kind << " (" << cmd.size() << " bytes)");
     if (cmd.size() > wire::kMaxLongCommand) {
         throw RangeException("Remote eval/exec command of " + std::to_string(cmd.size()) +
@@ -67,7 +79,7 @@ String8 PyClient::commandWhole(char const* kind, std::string_view cmd) {
                                          Exception::IdBitArray(0x300000));
         }
     }
-    String8 r = wholeResponse();
+    String8 r = wholeResponse(status);
     PYCLIENT_TRACE(9, "commandWhole", "<- result (" << r.size() << " bytes)");
     return r;
 }
@@ -91,37 +103,28 @@ bool PyClient::sendWhole(char const* kind, std::string_view cmd) {
     return true;
 }
 
-std::string PyClient::responseFrame(std::string& payload) {
+String8 PyClient::wholeResponse(std::string& status) {
     std::string header(wire::kResponseHeader, '\0');
-    Expect expect(Exception::idErrno);
-    if (socketRecv(socket_.get(), header.data(), int(header.size()), true) < int(header.size())) {
-        throw ErrnoException(ECONNRESET);
-    }
-    uint32_t len = wire::readLength(header.data());
-    if (len < wire::kStatusSize) throw ErrnoException(EPROTO);
-    payload.resize(len - wire::kStatusSize);
-    for (size_t got = 0; got < payload.size();) {
-        size_t want = std::min(payload.size() - got, size_t(1) << 30);
-        int n = socketRecv(socket_.get(), payload.data() + got, static_cast<int>(want), true);
-        if (n == 0) throw ErrnoException(ECONNRESET);
-        got += size_t(n);
-    }
-    return header.substr(wire::kLengthSize);
-}
-
-String8 PyClient::wholeResponse() {
     std::string payload;
-    std::string status;
     try {
-        status = responseFrame(payload);
+        Expect expect(Exception::idErrno);
+        if (socketRecv(socket_.get(), header.data(), int(header.size()), true) < int(header.size())) {
+            throw ErrnoException(ECONNRESET);
+        }
+        uint32_t len = wire::readLength(header.data());
+        if (len < wire::kStatusSize) throw ErrnoException(EPROTO);
+        payload.resize(len - wire::kStatusSize);
+        for (size_t got = 0; got < payload.size();) {
+            size_t want = std::min(payload.size() - got, size_t(1) << 30);
+            int n = socketRecv(socket_.get(), payload.data() + got, static_cast<int>(want), true);
+            if (n == 0) throw ErrnoException(ECONNRESET);
+            got += size_t(n);
+        }
     } catch (ErrnoException const& e) {
         closeSocket();
         throw RpcConnectionException(lostMessage(e.message()), Exception::IdBitArray(0x300000));
     }
-    if (status != wire::kOk) {
-        PYCLIENT_TRACE(1, "result", "Server threw some exception");
-        throw RpcException(String8(std::move(payload)), Exception::IdBitArray(0x100000));
-    }
+    status.assign(header.data() + wire::kLengthSize, wire::kStatusSize);
     return String8(std::move(payload));
 }
 

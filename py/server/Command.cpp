@@ -3,7 +3,17 @@
 
 #include <cstring>
 
+#include "Running.h"
+
 namespace ZelServer {
+
+PyRef asBytes(PyRef value) {
+    if (!value || PyString_Check(value.get())) return value;
+    if (PyUnicode_Check(value.get())) return PyRef(PyUnicode_AsEncodedString(value.get(), "utf-8", "replace"));
+    PyRef text(PyObject_Str(value.get()));
+    if (!text || PyString_Check(text.get())) return text;
+    return asBytes(std::move(text));
+}
 
 namespace {
 
@@ -12,17 +22,6 @@ namespace {
 PyRef hold(PyObject* code) {
     Py_XINCREF(code);
     return PyRef(code);
-}
-
-// The result as a byte string: str as is, unicode as UTF-8 (undecodable
-// characters replaced), anything else through str(). Null with a Python
-// exception set when that fails.
-PyRef asBytes(PyRef value) {
-    if (!value || PyString_Check(value.get())) return value;
-    if (PyUnicode_Check(value.get())) return PyRef(PyUnicode_AsEncodedString(value.get(), "utf-8", "replace"));
-    PyRef text(PyObject_Str(value.get()));
-    if (!text || PyString_Check(text.get())) return text;
-    return asBytes(std::move(text));
 }
 
 // The pending exception as text from the server's formatter; clears it.
@@ -45,20 +44,29 @@ PyRef describePending(PyObject* formatError) {
 
 } // namespace
 
-Commands::Commands(Handlers const& h)
-    : h_(h), builtinsKey_(PyString_InternFromString("__builtins__")), evalCodes_(Py_eval_input),
-      execCodes_(Py_file_input) {}
+bool ensureBuiltins(PyObject* globals) {
+    // Interned once, and kept for the life of the process.
+#if PY_MAJOR_VERSION >= 3
+    static PyObject* const key = PyUnicode_InternFromString("__builtins__");
+#else
+    static PyObject* const key = PyString_InternFromString("__builtins__");
+#endif
+    if (!key) return false;
+    return PyDict_GetItem(globals, key) || PyDict_SetItem(globals, key, PyEval_GetBuiltins()) == 0;
+}
+
+Commands::Commands(Handlers const& h) : h_(h), evalCodes_(Py_eval_input), execCodes_(Py_file_input) {}
 
 PyObject* Commands::evaluate(std::string_view command, bool isLong) {
     PyRef code = isLong ? evalCodes_.compiled(command) : hold(evalCodes_.code(command));
-    if (!code || !builtinsKey_) return nullptr;
-    // As eval() does: a namespace without builtins gets this
-    // interpreter's, or the command's frame would see next to none.
-    if (!PyDict_GetItem(h_.namespaceDict, builtinsKey_.get()) &&
-        PyDict_SetItem(h_.namespaceDict, builtinsKey_.get(), PyEval_GetBuiltins()) < 0) {
-        return nullptr;
+    if (!code || !ensureBuiltins(h_.namespaceDict)) return nullptr;
+    PyRef value;
+    {
+        InterruptibleCode interruptible;
+        if (!interruptible.mayStart()) return nullptr;
+        value = PyRef(interruptible.ended(
+            PyEval_EvalCode(reinterpret_cast<PyCodeObject*>(code.get()), h_.namespaceDict, h_.namespaceDict)));
     }
-    PyRef value(PyEval_EvalCode(reinterpret_cast<PyCodeObject*>(code.get()), h_.namespaceDict, h_.namespaceDict));
     if (!value) return nullptr;
     return PyObject_Repr(value.get());
 }
@@ -85,17 +93,32 @@ void Commands::watch(std::string_view command, Reply& reply) {
     } else if (text && PyRef(PyObject_CallFunctionObjArgs(h_.watch, text.get(), nullptr))) {
         return;
     }
-    answer(PyRef(), reply);
+    answer(PyRef(), Zel::wire::kOk, reply);
+}
+
+PyObject* Commands::call(FrameKind kind, std::string_view command, std::string_view& status, bool isLong) {
+    switch (kind) {
+    case FrameKind::Eval: return evaluate(command, isLong);
+    case FrameKind::Exec: return execute(command, isLong);
+    case FrameKind::Console: return consoleInput(command, status);
+    case FrameKind::Complete: return complete(command);
+    case FrameKind::Control: return control(command);
+    case FrameKind::Stacks: return stacks();
+    case FrameKind::Greeting:
+    case FrameKind::Part:
+    case FrameKind::Watch: break;   // the serving loop hands a watch to watch()
+    }
+    PyErr_SetString(PyExc_RuntimeError, "not a command");
+    return nullptr;
 }
 
 void Commands::run(FrameKind kind, std::string_view command, Reply& reply, bool isLong) {
-    answer(PyRef(kind == FrameKind::Eval   ? evaluate(command, isLong)
-                 : kind == FrameKind::Exec ? execute(command, isLong)
-                                           : stacks()),
-           reply);
+    std::string_view status = Zel::wire::kOk;
+    PyRef result(call(kind, command, status, isLong));
+    answer(std::move(result), status, reply);
 }
 
-void Commands::answer(PyRef result, Reply& reply) {
+void Commands::answer(PyRef result, std::string_view status, Reply& reply) {
     PyRef text = asBytes(std::move(result));
     bool ok = bool(text);
     if (!ok) text = describePending(h_.formatError);
@@ -105,7 +128,7 @@ void Commands::answer(PyRef result, Reply& reply) {
         return;
     }
     std::string_view payload(PyString_AS_STRING(text.get()), size_t(PyString_GET_SIZE(text.get())));
-    if (!reply.set(ok ? Zel::wire::kOk : Zel::wire::kError, payload)) {
+    if (!reply.set(ok ? status : Zel::wire::kError, payload)) {
         reply.set(Zel::wire::kError, "the result is too large for a reply\n");
     }
 }

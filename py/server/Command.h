@@ -3,7 +3,9 @@
 // repr() of the value; "?2" hands the code to the server's Python runner,
 // which captures what it prints. Whatever the command raises (SystemExit
 // included) is answered "EX" with the traceback from the server's Python
-// formatter. No Python exception is left set on return. "?7" answers the
+// formatter. No Python exception is left set on return. The console's
+// kinds go to the connection's console object (ConsoleCommand.cpp). An
+// expression's code runs interruptibly (Running.h). "?7" answers the
 // server's stacks text; "?6" goes to watch().
 #pragma once
 
@@ -21,9 +23,24 @@ struct Handlers {
     PyObject* namespaceDict;   // the connection's globals (borrowed)
     PyObject* runExec;         // runExec(namespace, code) -> printed text
     PyObject* formatError;     // formatError(type, value, traceback) -> text
-    PyObject* watch;           // watch(command): streams a watch until the client goes; or null
-    PyObject* stacks;          // stacks() -> every thread's stack as text; or null
+    // The connection's console (borrowed), or null: push(source) -> (0
+    // done, 1 raised, 2 more input; text), complete(line) -> text,
+    // banner() -> text.
+    PyObject* console = nullptr;
+    int fd = -1;               // the connection's socket, which names it to interrupt requests
+    PyObject* watch = nullptr;   // watch(command): streams a watch until the client goes; or null
+    PyObject* stacks = nullptr;  // stacks() -> every thread's stack as text; or null
 };
+
+// The result as a byte string: str as is, unicode as UTF-8 (undecodable
+// characters replaced), anything else through str(). Null with a Python
+// exception set when that fails.
+PyRef asBytes(PyRef value);
+
+// As eval() and exec do: a namespace without builtins gets this
+// interpreter's, or code run in it would see next to none. False with a
+// Python exception set when that fails.
+bool ensureBuiltins(PyObject* globals);
 
 class Commands {
 public:
@@ -37,15 +54,20 @@ public:
     void watch(std::string_view command, Reply& reply);
 
 private:
+    // The command's result, or null with a Python exception set; `status`
+    // is the reply's when it succeeds.
+    PyObject* call(FrameKind kind, std::string_view command, std::string_view& status, bool isLong);
     PyObject* evaluate(std::string_view command, bool isLong);
     PyObject* execute(std::string_view command, bool isLong);
+    PyObject* consoleInput(std::string_view source, std::string_view& status);
+    PyObject* complete(std::string_view line);
+    PyObject* control(std::string_view request);
     PyObject* stacks();
-    // Sets `reply` from a command's result, or from the pending exception
-    // when it is null.
-    void answer(PyRef result, Reply& reply);
+    // Sets `reply` from a command's result (with `status`), or from the
+    // pending exception when it is null.
+    void answer(PyRef result, std::string_view status, Reply& reply);
 
     Handlers h_;
-    PyRef builtinsKey_;
     CodeCache evalCodes_;
     CodeCache execCodes_;
 };

@@ -23,6 +23,9 @@ bool requestKind(std::string_view kind, FrameKind& known) {
         {wire::kEvaluate, FrameKind::Eval},
         {wire::kExecute, FrameKind::Exec},
         {wire::kPart, FrameKind::Part},
+        {wire::kConsole, FrameKind::Console},
+        {wire::kComplete, FrameKind::Complete},
+        {wire::kControl, FrameKind::Control},
         {wire::kWatch, FrameKind::Watch},
         {wire::kStacks, FrameKind::Stacks},
     };

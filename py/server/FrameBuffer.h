@@ -13,7 +13,7 @@
 
 namespace ZelServer {
 
-enum class FrameKind { Greeting, Eval, Exec, Part, Watch, Stacks };
+enum class FrameKind { Greeting, Eval, Exec, Part, Console, Complete, Control, Watch, Stacks };
 
 struct Frame {
     FrameKind kind;

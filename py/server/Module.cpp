@@ -1,13 +1,16 @@
 // _ZelServer: the native side of PyServer's connections.
 //
-// serve(fd, namespace, runExec, formatError[, watch[, stacks]]) serves one
-// connected socket until the peer closes it or stop() shuts it down
-// (returns None), or the peer sends a bad frame (returns what was wrong,
-// for the server's notice). It runs on the connection's own thread and
-// gives the interpreter lock up while it waits. The socket stays open: its
-// owner closes it. watch(command) serves a watch request and stacks()
-// answers a stacks request; without them those requests are answered
-// with an error.
+// serve(fd, namespace, runExec, formatError[, console[, watch[, stacks]]])
+// serves one connected socket until the peer closes it or stop() shuts it
+// down (returns None), or the peer sends a bad frame (returns what was
+// wrong, for the server's notice). It runs on the connection's own thread
+// and gives the interpreter lock up while it waits. The socket stays open:
+// its owner closes it. The console object answers the console's kinds;
+// watch(command) serves a watch request and stacks() answers a stacks
+// request; without them those requests are answered with an error.
+//
+// runInterruptibly(code, globals) runs a code object as exec does, as the
+// command's own code: where an interruption of its connection reaches it.
 //
 // interrupt(fd) raises KeyboardInterrupt in the thread running a command
 // on the connection `fd` serves; False when none runs there.
@@ -48,8 +51,9 @@ struct ServerFrame {
 
 PyResult serve(GilHeld gil, PyObject*, PyObject* args) {
     int fd;
-    PyObject *ns, *runExec, *formatError, *watch = Py_None, *stacks = Py_None;
-    if (!PyArg_ParseTuple(args, "iO!OO|OO:serve", &fd, &PyDict_Type, &ns, &runExec, &formatError, &watch, &stacks)) {
+    PyObject *ns, *runExec, *formatError, *console = Py_None, *watch = Py_None, *stacks = Py_None;
+    if (!PyArg_ParseTuple(args, "iO!OO|OOO:serve", &fd, &PyDict_Type, &ns, &runExec, &formatError, &console, &watch,
+                          &stacks)) {
         return PyResult::failed();
     }
     if (fd < 0 || !PyCallable_Check(runExec) || !PyCallable_Check(formatError)) {
@@ -64,12 +68,24 @@ PyResult serve(GilHeld gil, PyObject*, PyObject* args) {
     {
         // The cached code goes with the lock held: serveConnection
         // returns holding it, whichever way it ends.
-        ZelServer::Commands commands({ns, runExec, formatError, watch == Py_None ? nullptr : watch,
-                                      stacks == Py_None ? nullptr : stacks});
+        auto given = [](PyObject* o) { return o == Py_None ? nullptr : o; };
+        ZelServer::Commands commands({ns, runExec, formatError, given(console), fd, given(watch), given(stacks)});
         ZelServer::serveConnection(fd, commands, bad);
     }
     if (bad.empty()) return PyResult::none(gil);
     return PyResult::of(gil, PyString_FromStringAndSize(bad.data(), Py_ssize_t(bad.size())));
+}
+
+PyResult runInterruptibly(GilHeld gil, PyObject*, PyObject* args) {
+    PyObject *code, *globals;
+    if (!PyArg_ParseTuple(args, "O!O!:runInterruptibly", &PyCode_Type, &code, &PyDict_Type, &globals)) {
+        return PyResult::failed();
+    }
+    if (!ZelServer::ensureBuiltins(globals)) return PyResult::failed();
+    ZelServer::InterruptibleCode interruptible;
+    if (!interruptible.mayStart()) return PyResult::failed();
+    return PyResult::of(gil,
+                        interruptible.ended(PyEval_EvalCode(reinterpret_cast<PyCodeObject*>(code), globals, globals)));
 }
 
 PyResult interrupt(GilHeld gil, PyObject*, PyObject* args) {
@@ -80,6 +96,8 @@ PyResult interrupt(GilHeld gil, PyObject*, PyObject* args) {
 
 PyMethodDef functions[] = {
     {"serve", Zel::entryWith<ServerFrame, serve>, METH_VARARGS, "Serve one PyClient connection until it ends"},
+    {"runInterruptibly", Zel::entryWith<ServerFrame, runInterruptibly>, METH_VARARGS,
+     "Run a code object in globals where another connection's interrupt request can reach it"},
     {"interrupt", Zel::entryWith<ServerFrame, interrupt>, METH_VARARGS,
      "Raise KeyboardInterrupt in the command running on a served connection"},
     {nullptr, nullptr, 0, nullptr},

@@ -1,16 +1,22 @@
 // The registry of served connections (see Running.h).
 #include "Running.h"
 
+#include <pthread.h>
+#include <signal.h>
+
 #include <unordered_map>
 
 namespace ZelServer {
 
-namespace {
-
 struct Entry {
     ThreadIdent thread;
+    pthread_t handle;
     bool running;
+    bool inCode;                 // in an InterruptibleCode scope
+    PyObject* interruption;      // the exception to raise (borrowed: a built-in class), or null
 };
+
+namespace {
 
 // Guarded by the interpreter lock.
 std::unordered_map<int, Entry>& registry() {
@@ -18,25 +24,90 @@ std::unordered_map<int, Entry>& registry() {
     return *entries;
 }
 
+// The entry of the connection this thread serves, if it serves one.
+thread_local Entry* current = nullptr;
+
+// Ignored by default, so a stray one does no harm; a handler (that does
+// nothing) installed without SA_RESTART makes it end a blocking call with
+// EINTR.
+constexpr int kWakeSignal = SIGURG;
+
+extern "C" void onWake(int) {}
+
+bool wakeSignalHandled() {
+    static bool const handled = [] {
+        struct sigaction now;
+        if (::sigaction(kWakeSignal, nullptr, &now) != 0) return false;
+        if (now.sa_handler != SIG_DFL) return now.sa_handler != SIG_IGN;   // someone else's handler
+        struct sigaction wake{};
+        wake.sa_handler = onWake;
+        sigemptyset(&wake.sa_mask);
+        return ::sigaction(kWakeSignal, &wake, nullptr) == 0;
+    }();
+    return handled;
+}
+
+void raiseIn(Entry& e) {
+    if (PyThreadState_SetAsyncExc(e.thread, e.interruption) != 1) return;
+#if PY_MAJOR_VERSION < 3
+    // Python 2 looks at asynchronous exceptions every so many
+    // instructions; this makes the next one look.
+    _Py_Ticker = 0;
+#endif
+    // The thread is alive: it leaves the registry only with the lock we hold.
+    if (wakeSignalHandled()) ::pthread_kill(e.handle, kWakeSignal);
+}
+
 } // namespace
 
 Serving::Serving(int fd) : fd_(fd), thread_(PyThread_get_thread_ident()) {
-    registry()[fd_] = Entry{thread_, false};
+    current = &(registry()[fd_] = Entry{thread_, ::pthread_self(), false, false, nullptr});
 }
 
-Serving::~Serving() { registry().erase(fd_); }
+Serving::~Serving() {
+    registry().erase(fd_);
+    current = nullptr;
+}
 
 void Serving::commandStarts() { registry()[fd_].running = true; }
 
 void Serving::commandEnds() {
-    registry()[fd_].running = false;
+    Entry& e = registry()[fd_];
+    e.running = false;
+    e.interruption = nullptr;
     PyThreadState_SetAsyncExc(thread_, nullptr);
+}
+
+InterruptibleCode::InterruptibleCode() : entry_(current && !current->inCode ? current : nullptr) {
+    if (entry_) entry_->inCode = true;
+}
+
+InterruptibleCode::~InterruptibleCode() {
+    if (!entry_) return;
+    entry_->inCode = false;
+    PyThreadState_SetAsyncExc(entry_->thread, nullptr);
+}
+
+bool InterruptibleCode::mayStart() const {
+    if (!entry_ || !entry_->interruption) return true;
+    PyErr_SetNone(entry_->interruption);
+    return false;
+}
+
+PyObject* InterruptibleCode::ended(PyObject* result) const {
+    if (!entry_ || !result || !entry_->interruption) return result;
+    Py_DECREF(result);
+    PyErr_SetNone(entry_->interruption);
+    return nullptr;
 }
 
 bool interruptCommand(int fd, PyObject* exception) {
     auto found = registry().find(fd);
     if (found == registry().end() || !found->second.running) return false;
-    return PyThreadState_SetAsyncExc(found->second.thread, exception) == 1;
+    Entry& e = found->second;
+    e.interruption = exception;
+    if (e.inCode) raiseIn(e);
+    return true;
 }
 
 } // namespace ZelServer

@@ -69,6 +69,25 @@ inline constexpr char kWatch[] = "?6";
 inline constexpr char kStacks[] = "?7";
 inline constexpr std::string_view kChange = "CH";
 inline constexpr std::string_view kDropped = "DR";
+// The console's kinds (zelc -i), framed as the others:
+//   "?3" console input: the lines typed so far, joined by newlines; the
+//        agent compiles them as its interactive interpreter would and
+//        answers "OK" with what running them printed, "EX" with the error,
+//        or kMore when the input is an incomplete statement (nothing ran)
+//   "?4" completion: the line up to the cursor; "OK" with the word
+//        completed, then each candidate replacing it, one a line
+//   "?5" control: "hello" answers "OK" with the connection's token, a
+//        newline and the agent's one-line banner; "interrupt TOKEN" raises
+//        KeyboardInterrupt in the command that connection is running and
+//        answers "interrupted", or "idle" when it runs none
+inline constexpr char kConsole[] = "?3";
+inline constexpr char kComplete[] = "?4";
+inline constexpr char kControl[] = "?5";
+inline constexpr std::string_view kMore = "MO";
+inline constexpr std::string_view kHello = "hello";
+inline constexpr std::string_view kInterrupt = "interrupt ";
+inline constexpr std::string_view kInterrupted = "interrupted";
+inline constexpr std::string_view kIdle = "idle";
 
 static_assert(kMaxCommand == 4089);
 static_assert(sizeof kEvaluate - 1 == kKindSize && sizeof kExecute - 1 == kKindSize && sizeof kPart - 1 == kKindSize);

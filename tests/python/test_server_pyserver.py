@@ -59,7 +59,7 @@ class ServerTest(unittest.TestCase):
         self.assertEqual(request(a, EVAL, longest), ('OK', longest))
         # Bad input ends only its own connection: a command over the
         # limit, an unknown kind.
-        for kind, n in ((EVAL, MAX_COMMAND + 1), ('?3', 0), ('?9', 1), ('\0\0', 0)):
+        for kind, n in ((EVAL, MAX_COMMAND + 1), ('?0', 0), ('?9', 1), ('\0\0', 0)):
             bad = self.connect()
             bad.sendall(kind + packLength(n) + 'x' * min(n, 1))
             self.assertEqual(bad.recv(10), '')
@@ -126,8 +126,11 @@ class ServerTest(unittest.TestCase):
 
 
     def test_stop_with_a_limit_interrupts_commands(self):
-        # A loop is interrupted; Python's own sleep is not, and stop says its thread is left running.
-        for cmd, ended in (('any(False for _ in iter(int, 1))', True), ('import time; time.sleep(1.5)', False)):
+        # A loop and a sleep are interrupted; a wait for a lock is not (it goes on after a signal), and stop says
+        # its thread is left running.
+        held = 'import threading; l = threading.Lock(); l.acquire(); threading.Timer(1.5, l.release).start(); l.acquire()'
+        for cmd, ended in (('any(False for _ in iter(int, 1))', True), ('import time; time.sleep(30)', True),
+                           (held, False)):
             server = PyServer.PyServer('t.stop', directory=self.dir).start()
             s = socket.socket(socket.AF_UNIX)
             s.connect(server.socketPath)

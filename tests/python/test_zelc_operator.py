@@ -102,7 +102,7 @@ class ZelcOperatorTest(unittest.TestCase):
         self.assertEqual(err.count('\n'), 1)
         # Its files are left; the next agent of that name starts all the same.
         self.assertEqual(sorted(os.listdir(self.dir)), ['demo.sw1', 'demo.sw1.sock'])
-        # A loop is interrupted, a sleep left behind; a loop within one call keeps the interpreter from the stop.
+        # A loop and a sleep are interrupted; a loop within one call keeps the interpreter from the stop.
         for sig, commands in ((signal.SIGTERM, ['while True: pass', 'import time\ntime.sleep(60)']),
                               (signal.SIGINT, ['sum(iter(int, 1))'])):
             agent = self.start('demo.sw1')

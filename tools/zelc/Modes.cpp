@@ -22,7 +22,13 @@ std::vector<Mode> const& modes() {
          "                     matching it at once, each output line prefixed with the agent's name\n",
          runCommand},
         {"-i", Mode::Target::One, "-i [--trust-user NAME]... (PREFIX.NAME | -s SOCKET | -p PORT)",
-         "  -i                 read commands from standard input, one a line\n", runInteractive},
+         "  -i                 a console: statements as at Python's prompt (\"... \" asks for more lines\n"
+         "                     of a block; an empty line ends it), run in the agent, which prints\n"
+         "                     expression values. On a terminal: line editing, history in\n"
+         "                     ~/.zelc_history, Tab completes names and attributes, Ctrl-C clears\n"
+         "                     the line or interrupts the running statement, Ctrl-D leaves.\n"
+         "                     Other input (a script) is read plainly, without prompts\n",
+         runInteractive},
         {"-l", Mode::Target::None, "-l",
          "  -l                 list the agents of the agents directory: name, pid, TCP port, socket,\n"
          "                     live or stale (no live holder of its lock), one a line\n",

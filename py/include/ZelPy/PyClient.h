@@ -88,6 +88,15 @@ public:
     String8 executeWhole(std::string_view cmd);
     // As those, for any request kind answered by one response frame.
     String8 commandWhole(char const* kind, std::string_view cmd);
+    // As commandWhole, but any status is an answer: the response's status
+    // (two characters, such as wire::kOk) lands in `status`, and nothing is
+    // thrown for it.
+    String8 requestWhole(char const* kind, std::string_view cmd, std::string& status);
+    // Whether the connection can carry a request now: open, and the peer
+    // has neither closed it nor sent anything no request asked for. (The
+    // calls above make a new connection when it cannot; one that needs the
+    // same connection, such as a console's, asks first.)
+    bool usable() const;
 
     int doCmd(char const* cmd, char const* kind, char* result, int resultSize);
     int remoteCmd(char const* cmd, char const* kind, char* result, int resultSize);
@@ -153,11 +162,8 @@ private:
     // The request of `cmd` sent on the socket; false when the first send
     // failed, so that nothing went. Throws once something went.
     bool sendWhole(char const* kind, std::string_view cmd);
-    // One response frame read whole.
-    String8 wholeResponse();
-    // The same, any status: the status, the payload into `payload`; the
-    // socket's failures as ErrnoException (ECONNRESET: the peer closed).
-    std::string responseFrame(std::string& payload);
+    // One response frame read whole; its status in `status`.
+    String8 wholeResponse(std::string& status);
     // Why a command sent may or may not have run.
     String8 lostMessage(String8 const& why) const;
     // The owner of the open agent file `fd`; refused unless trusted and
