@@ -122,6 +122,8 @@ set(ZEL_PYTHON_LIBDIR ${_zel_py_libdir})
 
 add_library(zel_python INTERFACE)
 add_library(ZelPython::Python ALIAS zel_python)
+# "#" formats take a Py_ssize_t length (3.10 refuses them otherwise).
+target_compile_definitions(zel_python INTERFACE PY_SSIZE_T_CLEAN)
 if(ZEL_PYTHON_MAJOR EQUAL 2)
   set(Python2_EXECUTABLE ${ZEL_PYTHON_EXECUTABLE})
   find_package(Python2 2.7 EXACT REQUIRED COMPONENTS Interpreter Development)

@@ -73,11 +73,11 @@ private:
 
     void step(uint8_t op) {
         switch (op) {
-        case 0: push(PyInt_FromLong(static_cast<int8_t>(byte()))); break;
+        case 0: push(Zel::compat::intFromLong(static_cast<int8_t>(byte()))); break;
         case 1: {
             int64_t v;
             bytes(&v, sizeof v);
-            push(PyInt_FromLong(static_cast<long>(v)));
+            push(Zel::compat::intFromLong(static_cast<long>(v)));
             break;
         }
         case 2: {

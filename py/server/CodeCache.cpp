@@ -3,6 +3,8 @@
 
 #include <cstring>
 
+#include "support/PyCompat.h"
+
 namespace ZelServer {
 
 PyObject* CodeCache::code(std::string_view text) {
@@ -15,7 +17,7 @@ PyObject* CodeCache::code(std::string_view text) {
         PyErr_SetString(PyExc_TypeError, "compile() expected string without null bytes");
         return nullptr;
     }
-    PyCompilerFlags flags{0};
+    PyCompilerFlags flags = Zel::compat::compilerFlags();
     PyRef compiled(Py_CompileStringFlags(key.c_str(), "<PyServer>", start_, &flags));
     if (!compiled) return nullptr;
     if (codes_.size() >= kMaxEntries) codes_.clear();

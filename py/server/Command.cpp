@@ -3,6 +3,8 @@
 
 #include <cstring>
 
+#include "support/PyCompat.h"
+
 namespace ZelServer {
 
 namespace {
@@ -14,14 +16,22 @@ PyRef hold(PyObject* code) {
     return PyRef(code);
 }
 
-// The result as a byte string: str as is, unicode as UTF-8 (undecodable
-// characters replaced), anything else through str(). Null with a Python
-// exception set when that fails.
+// The result as a byte string: bytes (2.7's str) as they are, text as
+// UTF-8 (on 3 the bytes a framework string escaped come back as they were;
+// characters UTF-8 cannot hold are replaced), anything else through str().
+// Null with a Python exception set when that fails.
 PyRef asBytes(PyRef value) {
-    if (!value || PyString_Check(value.get())) return value;
-    if (PyUnicode_Check(value.get())) return PyRef(PyUnicode_AsEncodedString(value.get(), "utf-8", "replace"));
+    if (!value || PyBytes_Check(value.get())) return value;
+    if (PyUnicode_Check(value.get())) {
+        if (Zel::compat::kPython3) {
+            PyRef escaped(PyUnicode_AsEncodedString(value.get(), "utf-8", "surrogateescape"));
+            if (escaped) return escaped;
+            PyErr_Clear();
+        }
+        return PyRef(PyUnicode_AsEncodedString(value.get(), "utf-8", "replace"));
+    }
     PyRef text(PyObject_Str(value.get()));
-    if (!text || PyString_Check(text.get())) return text;
+    if (!text || PyBytes_Check(text.get())) return text;
     return asBytes(std::move(text));
 }
 
@@ -33,20 +43,20 @@ PyRef describePending(PyObject* formatError) {
     PyErr_Fetch(&t, &v, &tb);
     PyErr_NormalizeException(&t, &v, &tb);
     PyRef type(t), value(v), trace(tb);
-    if (!type) return PyRef(PyString_FromString("the command failed without an exception\n"));
+    if (!type) return PyRef(Zel::compat::text("the command failed without an exception\n"));
     PyRef text = asBytes(PyRef(PyObject_CallFunctionObjArgs(formatError, type.get(), value ? value.get() : Py_None,
                                                             trace ? trace.get() : Py_None, nullptr)));
     if (text) return text;
     PyErr_Clear();
     char const* name = PyExceptionClass_Check(type.get()) ? PyExceptionClass_Name(type.get()) : "exception";
     if (char const* dot = std::strrchr(name, '.')) name = dot + 1;   // "exceptions.KeyError" reads as KeyError
-    return PyRef(PyString_FromFormat("%s (its traceback could not be formatted)\n", name));
+    return PyRef(Zel::compat::textFormat("%s (its traceback could not be formatted)\n", name));
 }
 
 } // namespace
 
 Commands::Commands(Handlers const& h)
-    : h_(h), builtinsKey_(PyString_InternFromString("__builtins__")), evalCodes_(Py_eval_input),
+    : h_(h), builtinsKey_(Zel::compat::interned("__builtins__")), evalCodes_(Py_eval_input),
       execCodes_(Py_file_input) {}
 
 PyObject* Commands::evaluate(std::string_view command) {
@@ -58,7 +68,7 @@ PyObject* Commands::evaluate(std::string_view command) {
         PyDict_SetItem(h_.namespaceDict, builtinsKey_.get(), PyEval_GetBuiltins()) < 0) {
         return nullptr;
     }
-    PyRef value(PyEval_EvalCode(reinterpret_cast<PyCodeObject*>(code.get()), h_.namespaceDict, h_.namespaceDict));
+    PyRef value(Zel::compat::evalCode(code.get(), h_.namespaceDict, h_.namespaceDict));
     if (!value) return nullptr;
     return PyObject_Repr(value.get());
 }
@@ -78,7 +88,7 @@ void Commands::run(FrameKind kind, std::string_view command, Reply& reply) {
         reply.set(Zel::wire::kError, "the command failed and its traceback could not be built\n");
         return;
     }
-    std::string_view payload(PyString_AS_STRING(text.get()), size_t(PyString_GET_SIZE(text.get())));
+    std::string_view payload(PyBytes_AS_STRING(text.get()), size_t(PyBytes_GET_SIZE(text.get())));
     if (!reply.set(ok ? Zel::wire::kOk : Zel::wire::kError, payload)) {
         reply.set(Zel::wire::kError, "the result is too large for a reply\n");
     }

@@ -67,7 +67,7 @@ TEST_F(Convert, BuiltinsBothWays) {
         PyRef o(GenericIfToPyObject(c.g));
         ASSERT_TRUE(o) << c.repr;
         PyRef r(PyObject_Repr(o.get()));
-        EXPECT_EQ(std::string(PyString_AsString(r.get())), c.repr);
+        EXPECT_EQ(pyStr(r.get()), c.repr);
     }
 }
 
