@@ -16,7 +16,6 @@ on the socket without the interpreter lock, compiled code kept per
 command text) and runs its commands in the connection's namespace.
 """
 
-import cStringIO
 import errno
 import fcntl
 import os
@@ -30,6 +29,7 @@ import traceback
 # The protocol's constants, also read from this module; the native serving
 # loop does the framing.
 from ZelWire import GREETING_REPLY, KIND_EVAL, KIND_EXEC, MAX_COMMAND, MAX_FRAME  # noqa: F401
+from ZelCompat import TextIO, toBytes
 
 __all__ = ['PyServer', '_LocalServer', 'agentsDir']
 
@@ -71,12 +71,12 @@ def _execIn(namespace, cmd):
 
 def _execCode(namespace, code):
     """Runs `code` in `namespace`; returns what it printed."""
-    out = cStringIO.StringIO()
+    out = TextIO()
     with _stdoutLock:
         saved = sys.stdout
         sys.stdout = out
         try:
-            exec code in namespace
+            exec(code, namespace)
         finally:
             sys.stdout = saved
     return out.getvalue()
@@ -168,7 +168,7 @@ class PyServer(object):
         self._nativeServe = _ZelServer.serve
         if not os.path.isdir(self.directory):
             try:
-                os.makedirs(self.directory, 0755)
+                os.makedirs(self.directory, 0o755)
             except OSError as e:
                 if e.errno != errno.EEXIST:
                     raise
@@ -190,7 +190,7 @@ class PyServer(object):
         finishes first) and withdraws the agent file."""
         if self._thread is None:
             return
-        os.write(self._wakeW, 'x')
+        os.write(self._wakeW, b'x')
         self._thread.join()    # no connection is added after this
         self._thread = None
         with self._connsLock:
@@ -215,12 +215,12 @@ class PyServer(object):
         if os.path.exists(self.socketPath):
             os.unlink(self.socketPath)    # left by an agent that died
         s = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
-        old = os.umask(0177)
+        old = os.umask(0o177)
         try:
             s.bind(self.socketPath)
         finally:
             os.umask(old)
-        os.chmod(self.socketPath, 0600)
+        os.chmod(self.socketPath, 0o600)
         s.listen(64)
         s.setblocking(False)
         self._unix = s
@@ -249,14 +249,14 @@ class PyServer(object):
         dirFd = os.open(self.directory, os.O_RDONLY)
         try:
             fcntl.flock(dirFd, fcntl.LOCK_EX)
-            fd = os.open(self.agentFile, os.O_WRONLY | os.O_CREAT, 0644)
+            fd = os.open(self.agentFile, os.O_WRONLY | os.O_CREAT, 0o644)
             try:
                 fcntl.flock(fd, fcntl.LOCK_EX | fcntl.LOCK_NB)
             except IOError:
                 os.close(fd)
                 raise RuntimeError('agent %s is already running' % self.name)
             os.ftruncate(fd, 0)
-            os.write(fd, '%d\n%d\n%s\n' % (os.getpid(), self.tcpPort, self.socketPath))
+            os.write(fd, toBytes('%d\n%d\n%s\n' % (os.getpid(), self.tcpPort, self.socketPath)))
             self._agentFd = fd   # the lock lives as long as this descriptor
         finally:
             os.close(dirFd)

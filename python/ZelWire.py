@@ -10,18 +10,22 @@ each response is HEADER bytes (the length of what follows, then the
 
 PyServer takes its constants from here (the native serving loop does the
 framing); the functions are a client's side of an exchange over a
-blocking socket, as the tests speak it.
+blocking socket, as the tests speak it. Kinds and the greeting are bytes;
+a command may be given as text (sent as UTF-8), and statuses and payloads
+come back as text (see ZelCompat).
 """
 
 import struct
 
-KIND_EVAL = '?1'            # evaluate an expression; the answer is its repr()
-KIND_EXEC = '?2'            # execute statements; the answer is what they printed
-GREETING_REPLY = 'ZPS1'     # four bytes; clients do not interpret them
+from ZelCompat import toBytes, toText
+
+KIND_EVAL = b'?1'           # evaluate an expression; the answer is its repr()
+KIND_EXEC = b'?2'           # execute statements; the answer is what they printed
+GREETING_REPLY = b'ZPS1'    # four bytes; clients do not interpret them
 HEADER = 6                  # kind + length of a request; length + status of a response
 MAX_FRAME = 4095            # kind + length + command
 MAX_COMMAND = MAX_FRAME - HEADER
-STATUS_OK = 'OK'
+STATUS_OK = 'OK'            # statuses, as response() returns them
 STATUS_EX = 'EX'            # the payload is the command's traceback
 
 _LENGTH = struct.Struct('>I')
@@ -37,11 +41,12 @@ def unpackLength(data):
 
 def frame(kind, cmd):
     """The bytes of one request."""
+    cmd = toBytes(cmd)
     return kind + packLength(len(cmd)) + cmd
 
 
 def recvExactly(sock, n):
-    data = ''
+    data = b''
     while len(data) < n:
         more = sock.recv(n - len(data))
         if not more:
@@ -52,14 +57,14 @@ def recvExactly(sock, n):
 
 def greet(sock, mode='C'):
     """Sends the greeting; returns the server's four bytes."""
-    sock.sendall(mode + 'R')
+    sock.sendall(toBytes(mode) + b'R')
     return recvExactly(sock, len(GREETING_REPLY))
 
 
 def response(sock):
-    """(status, payload) of the next response."""
+    """(status, payload) of the next response, as text."""
     head = recvExactly(sock, HEADER)
-    return head[4:], recvExactly(sock, unpackLength(head[:4]) - 2)
+    return toText(head[4:]), toText(recvExactly(sock, unpackLength(head[:4]) - 2))
 
 
 def request(sock, kind, cmd):
