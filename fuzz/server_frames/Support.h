@@ -17,6 +17,7 @@
 
 #include "Zel/Fd.h"
 #include "support/Gil.h"
+#include "support/PyCompat.h"
 #include "support/PyRef.h"
 
 namespace zelfuzz::serverframes {

@@ -12,13 +12,19 @@ PyObject* CodeCache::code(std::string_view text) {
     if (found != codes_.end()) return found->second.get();
     std::string key(text);
     // The compiler reads a C string; a null byte would cut the command
-    // short silently, where compile() refuses it.
+    // short silently, where compile() refuses it: such a command goes to
+    // compile() itself, which raises as its interpreter does.
+    PyRef compiled;
     if (std::memchr(key.data(), 0, key.size())) {
-        PyErr_SetString(PyExc_TypeError, "compile() expected string without null bytes");
-        return nullptr;
+        PyObject* compile = PyDict_GetItemString(PyEval_GetBuiltins(), const_cast<char*>("compile"));   // borrowed
+        PyRef source(PyBytes_FromStringAndSize(key.data(), static_cast<Py_ssize_t>(key.size())));
+        if (!compile || !source) return nullptr;
+        compiled = PyRef(PyObject_CallFunction(compile, const_cast<char*>("Oss"), source.get(), "<PyServer>",
+                                               start_ == Py_eval_input ? "eval" : "exec"));
+    } else {
+        PyCompilerFlags flags = Zel::compat::compilerFlags();
+        compiled = PyRef(Py_CompileStringFlags(key.c_str(), "<PyServer>", start_, &flags));
     }
-    PyCompilerFlags flags = Zel::compat::compilerFlags();
-    PyRef compiled(Py_CompileStringFlags(key.c_str(), "<PyServer>", start_, &flags));
     if (!compiled) return nullptr;
     if (codes_.size() >= kMaxEntries) codes_.clear();
     return codes_.emplace(std::move(key), std::move(compiled)).first->second.get();

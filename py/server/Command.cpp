@@ -35,7 +35,7 @@ PyRef asBytes(PyRef value) {
     return asBytes(std::move(text));
 }
 
-// The pending exception as text from the server's formatter; clears it.
+// The pending exception as bytes of text from the server's formatter; clears it.
 // When the formatter itself fails, the exception's type name is all there
 // is to tell.
 PyRef describePending(PyObject* formatError) {
@@ -43,14 +43,14 @@ PyRef describePending(PyObject* formatError) {
     PyErr_Fetch(&t, &v, &tb);
     PyErr_NormalizeException(&t, &v, &tb);
     PyRef type(t), value(v), trace(tb);
-    if (!type) return PyRef(Zel::compat::text("the command failed without an exception\n"));
+    if (!type) return asBytes(PyRef(Zel::compat::text("the command failed without an exception\n")));
     PyRef text = asBytes(PyRef(PyObject_CallFunctionObjArgs(formatError, type.get(), value ? value.get() : Py_None,
                                                             trace ? trace.get() : Py_None, nullptr)));
     if (text) return text;
     PyErr_Clear();
     char const* name = PyExceptionClass_Check(type.get()) ? PyExceptionClass_Name(type.get()) : "exception";
     if (char const* dot = std::strrchr(name, '.')) name = dot + 1;   // "exceptions.KeyError" reads as KeyError
-    return PyRef(Zel::compat::textFormat("%s (its traceback could not be formatted)\n", name));
+    return asBytes(PyRef(Zel::compat::textFormat("%s (its traceback could not be formatted)\n", name)));
 }
 
 } // namespace

@@ -350,9 +350,14 @@ inline PyRef owned(PyObject* borrowed) {
 
 inline PyFrameObject* asFrame(PyObject* f) { return reinterpret_cast<PyFrameObject*>(f); }
 
-// The thread's innermost frame, or null.
+// The thread's innermost frame, or null. From 3.11 a frame object may have
+// to be made, which takes the thread holding the interpreter lock: the
+// stack of a thread without it reads as empty.
 inline PyRef threadFrame(PyThreadState* ts) {
-#if PY_VERSION_HEX >= 0x03090000
+#if PY_VERSION_HEX >= 0x030B0000
+    if (currentThreadState() != ts) return PyRef();
+    return PyRef(reinterpret_cast<PyObject*>(PyThreadState_GetFrame(ts)));
+#elif PY_VERSION_HEX >= 0x03090000
     return PyRef(reinterpret_cast<PyObject*>(PyThreadState_GetFrame(ts)));
 #else
     return owned(reinterpret_cast<PyObject*>(ts->frame));
@@ -399,6 +404,11 @@ inline int frameLine(PyObject* f) {
 // What a thread state holds, read without calling into the interpreter, for
 // a writer that may run in a signal handler, with or without the
 // interpreter lock.
+
+// Whether the crash path may call into the interpreter for the thread `ts`
+// (str() of the exception): 2.7 always did; on 3 making an object goes
+// through the running thread's state, so only a thread holding the lock may.
+inline bool mayCallInto(PyThreadState* ts) { return !kPython3 || currentThreadState() == ts; }
 
 // An exception as its three parts (borrowed; any may be null).
 struct ThreadError {

@@ -80,7 +80,7 @@ extern "C" void printPythonBacktrace(int fd) {
         writeStr(fd, type && PyType_Check(type) ? reinterpret_cast<PyTypeObject*>(type)->tp_name
                                                  : Py_TYPE(value)->tp_name);
         writeStr(fd, ": ");
-        PyObject* s = PyObject_Str(value);
+        PyObject* s = Zel::compat::mayCallInto(ts) ? PyObject_Str(value) : nullptr;
         if (!Zel::compat::writeText(s, [&](char const* p, size_t n) { writeAll(fd, p, n); })) {
             writeStr(fd, "(failed to get exception error message)");
         }

@@ -101,7 +101,7 @@ public:
     ~ProbeEntity() override {
         ++probe.destroyed;
         probe.lockHeld = Zel::ActivityLockAnchor::lock()->heldByMe();
-        probe.gilReleased = PyThreadState_GET() == nullptr;
+        probe.gilReleased = Zel::compat::currentThreadState() == nullptr;
     }
 };
 
