@@ -29,6 +29,12 @@ if [ ${#pythons[@]} -eq 0 ]; then
   exit 2
 fi
 
+# Each tree compiles the runtime alike: a compiler cache, when there is one, does it once.
+launcher=()
+if command -v ccache >/dev/null; then
+  launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
+fi
+
 rows=()
 failed=0
 for want in "${pythons[@]}"; do
@@ -44,7 +50,7 @@ for want in "${pythons[@]}"; do
   mkdir -p "$tree"
   echo "pythons: Python $full ($ZEL_PYTHON_EXE) in $tree" >&2
   verdict=FAILED
-  if ! cmake -S "$root" -B "$tree" -G Ninja -DZEL_WERROR=ON "${ZEL_PYTHON_CMAKE[@]}" >"$log" 2>&1; then
+  if ! cmake -S "$root" -B "$tree" -G Ninja -DZEL_WERROR=ON "${ZEL_PYTHON_CMAKE[@]}" "${launcher[@]}" >"$log" 2>&1; then
     what="configure failed"
   elif ! ninja -C "$tree" -j"${ZEL_JOBS:-2}" >>"$log" 2>&1; then
     what="build failed"
@@ -55,7 +61,7 @@ for want in "${pythons[@]}"; do
     case $what in
       100%*) verdict=passed ;;
       "") what="ctest did not finish" ;;
-      *) what="$what: $(sed -n 's/^ *[0-9]* - \([^ ]*\) .*/\1/p' "$log" | tr '\n' ' ')" ;;
+      *) what="$what: $(sed -n 's/^[[:space:]]*[0-9]* - \([^ ]*\) .*/\1/p' "$log" | tr '\n' ' ')" ;;
     esac
   fi
   if [ $verdict = FAILED ]; then

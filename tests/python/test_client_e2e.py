@@ -1,5 +1,6 @@
 """zelagent end to end with zelc; the client's framing, retries and discovery are the native client tests'."""
 
+import encodings.idna  # noqa: F401  (Python 3 resolves host names with it; a child that is nobody cannot load it)
 import errno
 import os
 import shutil
