@@ -22,6 +22,7 @@
 #include "Zel/PtrInterface.h"
 #include "ZelPy/Types.h"
 #include "support/Gil.h"
+#include "support/PyCompat.h"
 
 namespace {
 
@@ -62,7 +63,7 @@ PyObject* lockedReadFloor(PyObject*, PyObject* args) {
         // compiler knows, so it is loaded on every call.
         long const value = *static_cast<int volatile*>(&probe->value);
         gil.retake();
-        return PyInt_FromLong(value);
+        return Zel::compat::intFromLong(value);
     } catch (std::exception const& e) {
         // The scopes have ended here: the interpreter lock is held again.
         PyErr_SetString(PyExc_RuntimeError, e.what());
@@ -103,14 +104,18 @@ PyMethodDef functions[] = {
     {nullptr, nullptr, 0, nullptr},
 };
 
-} // namespace
+Zel::compat::ModuleDef definition("_ZelBench", functions, "Call floors and a heap probe for the benchmarks");
 
-extern "C" __attribute__((visibility("default"))) void init_ZelBench() {
+PyObject* makeModule() {
     try {
         probe = Zel::zelNew<Probe>();
     } catch (std::exception const& e) {
         PyErr_SetString(PyExc_ImportError, e.what());
-        return;
+        return nullptr;
     }
-    Py_InitModule3("_ZelBench", functions, "Call floors and a heap probe for the benchmarks");
+    return definition.create();
 }
+
+} // namespace
+
+ZELPY_MODULE_INIT(_ZelBench, makeModule)

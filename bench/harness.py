@@ -1,4 +1,4 @@
-"""The timeit harness of the Python benchmarks (Python 2.7, standard library).
+"""The timeit harness of the Python benchmarks (Python 2.7 or 3, standard library).
 
 A case is one statement timed in a loop. Its setup binds the callable and
 its arguments to local names, so the statement is one call. Each case also
@@ -6,7 +6,7 @@ has a baseline statement run with the same setup and count ("pass" unless
 the statement needs a helper such as fetching the next key): the baseline's
 median time is the loop's own cost and is subtracted from every repeat.
 
-Time is the process's CPU time (time.clock), not wall time: every case
+Time is the process's CPU time (ZelCompat.cpuTime), not wall time: every case
 runs in this one process, and on a machine shared with other work the
 time spent descheduled would otherwise land on whichever case was running.
 
@@ -14,8 +14,9 @@ All cases are calibrated first, then timed round-robin, one repeat of every
 case per round, so that a change in the machine's load during the run
 affects every case, floors included, alike.
 """
-import time
 import timeit
+
+from ZelCompat import cpuTime
 
 
 class Case(object):
@@ -45,8 +46,8 @@ class _Timed(object):
 
     def __init__(self, case, prelude, target):
         self.case = case
-        self.timer = timeit.Timer(case.stmt, prelude + case.setup, timer=time.clock)
-        self.empty = timeit.Timer(case.baseline, prelude + case.setup, timer=time.clock)
+        self.timer = timeit.Timer(case.stmt, prelude + case.setup, timer=cpuTime)
+        self.empty = timeit.Timer(case.baseline, prelude + case.setup, timer=cpuTime)
         if case.number is None:
             self.number, self.chunks = self._calibrate(target), 1
         else:

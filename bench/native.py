@@ -55,7 +55,7 @@ def run(program, repetitions, min_time, env=None, prefix=(), clock="real_time", 
     try:
         with open(os.devnull, "w") as devnull:
             try:
-                proc = subprocess.Popen(cmd, stdout=devnull, stderr=subprocess.PIPE, env=env)
+                proc = subprocess.Popen(cmd, stdout=devnull, stderr=subprocess.PIPE, env=env, universal_newlines=True)
             except OSError as e:
                 return Result({}, "%s: %s" % (cmd[0], e.strerror))
             watchdog = threading.Timer(timeout, proc.kill)

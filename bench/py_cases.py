@@ -12,6 +12,7 @@ import Zel
 import _Zel
 import _ZelBench  # noqa: F401  (the floors; imported by the timing prelude)
 
+from ZelCompat import irange
 from harness import Case
 
 SMALL = 1000
@@ -56,7 +57,7 @@ def switch_with(entries):
     sw = _Zel.newGenericIf(SWITCH, ("bench%d" % entries,))
     vlan = SWITCH.attr("vlan")
     put = sw.attributeCollectionIs
-    for key in xrange(entries):
+    for key in irange(entries):
         put(vlan, key, "vlan%012d" % key)
     if sw.attributeMembers(vlan) != entries:
         raise RuntimeError("Demo::Switch vlan holds %d entries, not %d" % (sw.attributeMembers(vlan), entries))
@@ -65,7 +66,7 @@ def switch_with(entries):
 
 def spread_keys(entries, count):
     rng = random.Random(entries + count)
-    return rng.sample(xrange(entries), min(entries, count))
+    return rng.sample(irange(entries), min(entries, count))
 
 
 def notifying(filtered):
@@ -106,12 +107,17 @@ def make_env(big):
 
 
 ENV = {}
-PRELUDE = "from py_cases import ENV as e, _Zel, _ZelBench, itertools\n"
+PRELUDE = "from py_cases import ENV as e, _Zel, _ZelBench, itertools, nextOf\n"
+
+
+def nextOf(it):
+    """The iterator's own next method (a bound method: no call of next() in between)."""
+    return getattr(it, "__next__", None) or it.next
 
 
 def lookup(name, table, keys):
     return Case(name,
-                "f = e['%s'].attributeCollection; k = e['vlan']; nk = itertools.cycle(e['%s']).next" % (table, keys),
+                "f = e['%s'].attributeCollection; k = e['vlan']; nk = nextOf(itertools.cycle(e['%s']))" % (table, keys),
                 "f(k, nk())", baseline="nk()")
 
 

@@ -13,6 +13,7 @@ import sys
 
 import _Zel
 import _ZelBench
+from ZelCompat import irange
 
 INT = _Zel.typeNode("int")
 
@@ -27,7 +28,7 @@ def int_handle_bytes(count):
     handles = [None] * count  # the list itself is allocated before the first reading
     gc.collect()
     before = _ZelBench.heapInUse()
-    for i in xrange(count):
+    for i in irange(count):
         handles[i] = make(INT, args)
     after = _ZelBench.heapInUse()
     if handles[-1].typeName() != "int":

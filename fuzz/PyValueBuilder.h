@@ -27,6 +27,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/PyCompat.h"
 #include "support/PyRef.h"
 
 namespace zelfuzz {
@@ -73,11 +74,11 @@ private:
 
     void step(uint8_t op) {
         switch (op) {
-        case 0: push(PyInt_FromLong(static_cast<int8_t>(byte()))); break;
+        case 0: push(Zel::compat::intFromLong(static_cast<int8_t>(byte()))); break;
         case 1: {
             int64_t v;
             bytes(&v, sizeof v);
-            push(PyInt_FromLong(static_cast<long>(v)));
+            push(Zel::compat::intFromLong(static_cast<long>(v)));
             break;
         }
         case 2: {
@@ -107,7 +108,7 @@ private:
         }
         case 5: {
             size_t n = std::min<size_t>(byte(), static_cast<size_t>(end_ - p_));
-            push(PyString_FromStringAndSize(reinterpret_cast<char const*>(p_), static_cast<Py_ssize_t>(n)));
+            push(Zel::compat::text(reinterpret_cast<char const*>(p_), n));
             p_ += n;
             break;
         }

@@ -176,7 +176,8 @@ void checkError(PyObject* result, char const* what) {
     PyErr_NormalizeException(&type, &value, &tb);
     PyRef t(type), v(value), b(tb);
     PyRef text(value ? PyObject_Str(value) : nullptr);
-    if (!text || !PyString_Check(text.get()) || PyString_GET_SIZE(text.get()) == 0) {
+    Zel::compat::StringBytes message(text ? text.get() : Py_None);
+    if (!message || message.size() == 0) {
         PyErr_Clear();
         finding(std::string(what) + " raised " + reinterpret_cast<PyTypeObject*>(type)->tp_name +
                 " without a message");
@@ -237,7 +238,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     ::setenv("PYTHONPATH", ZEL_FUZZ_PYTHONPATH, 1);
     ::setenv("ZEL_BUILD_DIR", ZEL_FUZZ_BUILD_DIR, 1);
     Py_Initialize();
-    PyEval_InitThreads();   // the main thread keeps the interpreter lock
+    Zel::compat::initThreads();   // the main thread keeps the interpreter lock
     prepare();
     // Once through every target with every prepared value: the caches that
     // are filled on first use (the default-attribute mapping, per-type

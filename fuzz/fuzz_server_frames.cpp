@@ -116,7 +116,7 @@ void runInput(uint8_t const* data, size_t size) {
         HeldGil gil(*unlocked);
         PyRef active(PyRun_String("threading.active_count()", Py_eval_input, env.glue, env.glue));
         if (!active) pythonFinding("threading.active_count()");
-        threads0 = PyInt_AsLong(active.get());
+        threads0 = Zel::compat::intValue(active.get());
         for (Plan& p : plans) computeExpected(p);
         if (PyErr_Occurred()) pythonFinding("a Python error is pending before the exchange");
     }
@@ -190,7 +190,8 @@ void runInput(uint8_t const* data, size_t size) {
     std::vector<std::string> notices;
     for (Py_ssize_t i = 0; i < PyList_GET_SIZE(noticed.get()); ++i) {
         PyObject* n = PyList_GET_ITEM(noticed.get(), i);
-        notices.emplace_back(PyString_Check(n) ? PyString_AS_STRING(n) : "(not a string)");
+        Zel::compat::StringBytes text(Zel::compat::isText(n) ? n : Py_None);
+        notices.emplace_back(text ? std::string(text.data(), text.size()) : "(not a string)");
     }
     std::vector<std::string> expectedNotices;
     for (std::string const& r : got) {
@@ -201,7 +202,7 @@ void runInput(uint8_t const* data, size_t size) {
         finding("the server noticed" + joined(notices) + "; expected" + joined(expectedNotices));
     }
     PyRef active(PyRun_String("threading.active_count()", Py_eval_input, env.glue, env.glue));
-    if (!active || PyInt_AsLong(active.get()) != threads0) pythonFinding("Python threads outlived the input");
+    if (!active || Zel::compat::intValue(active.get()) != threads0) pythonFinding("Python threads outlived the input");
     if (PyErr_Occurred()) pythonFinding("a Python error stayed pending");
 }
 

@@ -17,7 +17,6 @@ on the socket without the interpreter lock, compiled code kept per
 command text) and runs its commands in the connection's namespace.
 """
 
-import cStringIO
 import errno
 import fcntl
 import os
@@ -38,6 +37,7 @@ import ZelStacks
 import ZelWatch
 # Each connection's console (zelc -i) is one of these.
 from ZelConsole import Console
+from ZelCompat import TextIO, toBytes
 
 __all__ = ['PyServer', '_LocalServer', 'agentsDir']
 
@@ -82,7 +82,7 @@ def _execIn(namespace, cmd):
 
 def _execCode(namespace, code):
     """Runs `code` in `namespace`; returns what it printed."""
-    out = cStringIO.StringIO()
+    out = TextIO()
     with _stdoutLock:
         saved = sys.stdout
         sys.stdout = out
@@ -191,7 +191,7 @@ class PyServer(object):
         self._nativeInterrupt = _ZelServer.interrupt
         if not os.path.isdir(self.directory):
             try:
-                os.makedirs(self.directory, 0755)
+                os.makedirs(self.directory, 0o755)
             except OSError as e:
                 if e.errno != errno.EEXIST:
                     raise
@@ -246,12 +246,12 @@ class PyServer(object):
         if os.path.lexists(self.socketPath):
             os.unlink(self.socketPath)    # left by an agent that died
         s = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
-        old = os.umask(0177)
+        old = os.umask(0o177)
         try:
             s.bind(self.socketPath)
         finally:
             os.umask(old)
-        os.chmod(self.socketPath, 0600)
+        os.chmod(self.socketPath, 0o600)
         s.listen(64)
         s.setblocking(False)
         self._unix = s
@@ -294,8 +294,7 @@ class PyServer(object):
                 os.fchmod(fd, 0o644)    # whatever the umask or the directory's default access lists
                 fcntl.flock(fd, fcntl.LOCK_EX | fcntl.LOCK_NB)
                 self._listen()
-                data = '%d\n%d\n%s\n' % (os.getpid(), self.tcpPort, self.socketPath)
-                os.write(fd, data if isinstance(data, bytes) else data.encode('utf-8'))
+                os.write(fd, toBytes('%d\n%d\n%s\n' % (os.getpid(), self.tcpPort, self.socketPath)))
             except Exception:
                 self._closeListeners()
                 os.unlink(self.agentFile)

@@ -15,20 +15,24 @@ no response.
 
 PyServer takes its constants from here (the native serving loop does the
 framing); the functions are a client's side of an exchange over a
-blocking socket, as the tests speak it.
+blocking socket, as the tests speak it. Kinds and the greeting are bytes;
+a command may be given as text (sent as UTF-8), and statuses and payloads
+come back as text (see ZelCompat).
 """
 
 import struct
 
-KIND_EVAL = '?1'            # evaluate an expression; the answer is its repr()
-KIND_EXEC = '?2'            # execute statements; the answer is what they printed
-KIND_PART = '?8'            # a part of a long command, completed by the next request
-GREETING_REPLY = 'ZPS1'     # four bytes; clients do not interpret them
+from ZelCompat import toBytes, toText
+
+KIND_EVAL = b'?1'           # evaluate an expression; the answer is its repr()
+KIND_EXEC = b'?2'           # execute statements; the answer is what they printed
+KIND_PART = b'?8'           # a part of a long command, completed by the next request
+GREETING_REPLY = b'ZPS1'    # four bytes; clients do not interpret them
 HEADER = 6                  # kind + length of a request; length + status of a response
 MAX_FRAME = 4095            # kind + length + command
 MAX_COMMAND = MAX_FRAME - HEADER
 MAX_LONG_COMMAND = 256 << 20
-STATUS_OK = 'OK'
+STATUS_OK = 'OK'            # statuses, as response() returns them
 STATUS_EX = 'EX'            # the payload is the command's traceback
 
 # Watching and stacks. A watch request ("FULLNAME\nATTR\n...") is the last
@@ -39,14 +43,14 @@ STATUS_EX = 'EX'            # the payload is the command's traceback
 # or of the collection key), STATUS_DROPPED with the count of changes that
 # did not fit a slow client's queue. A stacks request (any command) answers
 # the Python stack of every thread.
-KIND_WATCH = '?6'
-KIND_STACKS = '?7'
+KIND_WATCH = b'?6'
+KIND_STACKS = b'?7'
 STATUS_CHANGE = 'CH'
 STATUS_DROPPED = 'DR'
 # The console's kinds (zelc -i; see py/support/WireProtocol.h).
-KIND_CONSOLE = '?3'         # lines typed so far; OK output, EX error, or STATUS_MORE
-KIND_COMPLETE = '?4'        # the line up to the cursor; the word, then its candidates
-KIND_CONTROL = '?5'         # CONTROL_HELLO, or CONTROL_INTERRUPT + a connection's token
+KIND_CONSOLE = b'?3'        # lines typed so far; OK output, EX error, or STATUS_MORE
+KIND_COMPLETE = b'?4'       # the line up to the cursor; the word, then its candidates
+KIND_CONTROL = b'?5'        # CONTROL_HELLO, or CONTROL_INTERRUPT + a connection's token
 STATUS_MORE = 'MO'          # the console input is an incomplete statement
 CONTROL_HELLO = 'hello'
 CONTROL_INTERRUPT = 'interrupt '
@@ -64,18 +68,20 @@ def unpackLength(data):
 
 def frame(kind, cmd):
     """The bytes of one request."""
+    cmd = toBytes(cmd)
     return kind + packLength(len(cmd)) + cmd
 
 
 def frames(kind, cmd):
     """The bytes of one request of any length: parts, then the request."""
+    cmd = toBytes(cmd)   # cut by bytes, as the lengths count them
     cut = max(0, len(cmd) - 1) // MAX_COMMAND * MAX_COMMAND
     parts = [frame(KIND_PART, cmd[i:i + MAX_COMMAND]) for i in range(0, cut, MAX_COMMAND)]
-    return cmd[:0].join(parts) + frame(kind, cmd[cut:])
+    return b''.join(parts) + frame(kind, cmd[cut:])
 
 
 def recvExactly(sock, n):
-    data = ''
+    data = b''
     while len(data) < n:
         more = sock.recv(n - len(data))
         if not more:
@@ -86,14 +92,14 @@ def recvExactly(sock, n):
 
 def greet(sock, mode='C'):
     """Sends the greeting; returns the server's four bytes."""
-    sock.sendall(mode + 'R')
+    sock.sendall(toBytes(mode) + b'R')
     return recvExactly(sock, len(GREETING_REPLY))
 
 
 def response(sock):
-    """(status, payload) of the next response."""
+    """(status, payload) of the next response, as text."""
     head = recvExactly(sock, HEADER)
-    return head[4:], recvExactly(sock, unpackLength(head[:4]) - 2)
+    return toText(head[4:]), toText(recvExactly(sock, unpackLength(head[:4]) - 2))
 
 
 def request(sock, kind, cmd):

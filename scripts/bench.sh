@@ -2,7 +2,8 @@
 # Builds the benchmarks in a Release tree (build-release, or
 # $ZEL_BENCH_BUILD) and runs them all through bench/run.py, which prints one
 # table with PASS or MISS per target. Exit status: 0 when every target
-# passes, 1 otherwise. Arguments go to the runner:
+# passes, 1 otherwise. ZEL_PYTHON=python3 measures a Python 3 tree
+# (build-release-py3; see scripts/pythonenv.sh). Arguments go to the runner:
 #   scripts/bench.sh                 full run (about 3 minutes after the build)
 #   scripts/bench.sh --quick         smoke run (well under a minute)
 #   scripts/bench.sh --markdown      the table as Markdown
@@ -10,9 +11,11 @@
 # See docs/benchmarks.md.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-build=${ZEL_BENCH_BUILD:-$root/build-release}
+. "$root/scripts/pythonenv.sh"
+zel_python_choose "${ZEL_PYTHON:-}"
+build=${ZEL_BENCH_BUILD:-$root/build-release$ZEL_PYTHON_SUFFIX}
 
-cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DZEL_WERROR=ON >/dev/null
+cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DZEL_WERROR=ON "${ZEL_PYTHON_CMAKE[@]}" >/dev/null
 # Only what the benchmarks run: every library and Python module under lib/
 # (the Zel package may import any of them; _ZelBench holds the floors), the
 # agent and the bench programs. The tests are not built.

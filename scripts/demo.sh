@@ -28,19 +28,19 @@ import os, sys, Zel
 sw = Zel.root().entity["sw1"]
 eth1 = sw.intf.newMember("eth1")
 def report(name, value):
-    print "[agent] eth1.%s is now %r" % (name, value)
+    print("[agent] eth1.%s is now %r" % (name, value))
     sys.stdout.flush()
 ticks = []
 def tick():
     ticks.append(Zel.now())
-    print "[agent] clock wake-up %d" % len(ticks)
+    print("[agent] clock wake-up %d" % len(ticks))
     sys.stdout.flush()
     if len(ticks) < 3:
         timer.after(0.5)
 timer = Zel.timer(tick, at=Zel.now() + 0.5)
 # Kept beyond this command, which has its own namespace.
 Zel.demoKeep = (Zel.notifiee(eth1, report, attrs=["mtu", "description"]), timer)
-print "[agent] start-up ran in process %d (same-process mode)" % os.getpid()
+print("[agent] start-up ran in process %d (same-process mode)" % os.getpid())
 PY
 
 step "Start an agent for switch sw1 (agent files in $ZELC_AGENTS_DIR)"
@@ -52,6 +52,7 @@ sed 's/^/    /' "$ZELC_AGENTS_DIR/demo.sw1"
 
 step "Evaluate an expression in the agent"
 zelc demo.sw1 "6 * 7"
+zelc demo.sw1 "'Python ' + __import__('platform').python_version()"
 
 step "Look at a framework type from inside the agent, through _Zel"
 zelc demo.sw1 "[a.name for a in __import__('_Zel').typeNode('Demo::Switch').attributeQ]"
@@ -67,13 +68,13 @@ eth1 = Zel.root().entity["sw1"].intf["eth1"]
 eth1.mtu = 9000
 eth1.description = "uplink"
 eth1.adminUp = True          # not in the notifiee's filter: no report
-print "eth1: mtu", eth1.mtu, "description", repr(eth1.description)
+print("eth1: mtu %d description %r" % (eth1.mtu, eth1.description))
 PY
 zelc -x demo.sw1 "$(cat "$work/change.py")"
 sleep 0.2
 
 step "Execute statements: the connection keeps one namespace"
-zelc -x demo.sw1 "import os; print 'agent pid', os.getpid()"
+zelc -x demo.sw1 "import os; print('agent pid %d' % os.getpid())"
 
 step "A command that raises: exit status 1, the agent's traceback on stderr"
 set +e

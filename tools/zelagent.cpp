@@ -21,6 +21,7 @@
 #include "AgentSignals.h"
 #include "StopDeadline.h"
 #include "support/Gil.h"
+#include "support/PyCompat.h"
 #include "support/PyRef.h"
 #include "Zel/Activity.h"
 #include "Zel/Dir.h"
@@ -100,7 +101,7 @@ PyRef startServer(Options const& o) {
     PyRef kwargs(PyDict_New());
     if (!args || !kwargs) return PyRef();
     if (o.tcpPort >= 0) {
-        PyRef port(PyInt_FromLong(o.tcpPort));
+        PyRef port(Zel::compat::intFromLong(o.tcpPort));
         if (!port || PyDict_SetItemString(kwargs.get(), "tcpPort", port.get()) < 0) return PyRef();
     }
     PyRef server(PyObject_Call(cls.get(), args.get(), kwargs.get()));
@@ -164,7 +165,7 @@ void addBuildPythonPath() {
         if (end == std::string::npos) end = dirs.size();
         std::string dir = dirs.substr(start, end - start);
         if (!dir.empty()) {
-            PyRef item(PyString_FromString(dir.c_str()));
+            PyRef item(Zel::compat::text(dir.c_str()));
             if (item) PyList_Append(path, item.get());
         }
         start = end + 1;
@@ -183,8 +184,8 @@ int main(int argc, char** argv) {
     Zel::AgentSignals signals;   // before any thread starts
 
     Py_Initialize();
-    PyEval_InitThreads();
-    PySys_SetArgvEx(argc, argv, 0);
+    Zel::compat::initThreads();
+    Zel::compat::setArgv(argc, argv);
     addBuildPythonPath();
 
     loadDemo();

@@ -95,9 +95,10 @@ PyObject* checkedServe(PyObject*, PyObject* args) {
     if (!result) pythonFinding("serve() raised instead of ending the connection");
     if (PyErr_Occurred()) pythonFinding("serve() returned with a Python error pending");
     if (result != Py_None) {
-        if (!PyString_Check(result)) finding("serve() returned neither None nor a reason");
+        Zel::compat::StringBytes reason(Zel::compat::isText(result) ? result : Py_None);
+        if (!reason) finding("serve() returned neither None nor a reason");
         std::lock_guard<std::mutex> lock(reasonsMutex);
-        reasons.emplace_back(PyString_AS_STRING(result), size_t(PyString_GET_SIZE(result)));
+        reasons.emplace_back(reason.data(), reason.size());
     }
     --serving;
     return result;
@@ -113,7 +114,8 @@ std::string stopFailure;
 PyObject* stopDone(PyObject*, PyObject* failure) {
     std::lock_guard<std::mutex> lock(stopMutex);
     stopped = true;
-    stopFailure = PyString_Check(failure) ? PyString_AS_STRING(failure) : "";
+    Zel::compat::StringBytes text(Zel::compat::isText(failure) ? failure : Py_None);
+    stopFailure = text ? text.data() : "";
     stopOver.notify_all();
     Py_RETURN_NONE;
 }
@@ -160,12 +162,13 @@ void startEnv() {
     });
 
     Py_Initialize();
-    PyEval_InitThreads();
+    Zel::compat::initThreads();
     // The references taken here die with the interpreter lock still held.
     {
         PyRef real(must(PyImport_ImportModule("_ZelServer"), "import _ZelServer"));
         env.realServe = must(PyObject_GetAttrString(real.get(), "serve"), "_ZelServer.serve");
-        PyObject* checked = must(Py_InitModule("_fuzzserve", checkedMethods), "the checked serve module");
+        static Zel::compat::ModuleDef checkedModule("_fuzzserve", checkedMethods, nullptr);
+        PyObject* checked = must(checkedModule.create(), "the checked serve module");
         env.checkedServe = must(PyObject_GetAttrString(checked, "serve"), "the checked serve");
         env.stopDone = must(PyObject_GetAttrString(checked, "stopDone"), "stopDone");
         env.glue = PyModule_GetDict(must(PyImport_AddModule("__main__"), "__main__"));
@@ -178,8 +181,9 @@ void startEnv() {
 void startServer() {
     PyRef path(PyObject_CallFunction(glueFunction("start"), const_cast<char*>("sO"), env.dir.c_str(),
                                      env.checkedServe));
-    if (!path || !PyString_Check(path.get())) pythonFinding("cannot start the server");
-    env.socketPath = PyString_AS_STRING(path.get());
+    Zel::compat::StringBytes text(path && Zel::compat::isText(path.get()) ? path.get() : Py_None);
+    if (!text) pythonFinding("cannot start the server");
+    env.socketPath = text.data();
 }
 
 void stopServer() {

@@ -4,7 +4,6 @@
 // module's own).
 #pragma once
 
-#define PY_SSIZE_T_CLEAN   // "#" formats take Py_ssize_t
 #include <Python.h>
 
 #include <unistd.h>
@@ -18,6 +17,7 @@
 
 #include "Zel/Fd.h"
 #include "support/Gil.h"
+#include "support/PyCompat.h"
 #include "support/PyRef.h"
 
 namespace zelfuzz::serverframes {

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "support/Gil.h"
+#include "support/PyCompat.h"
 #include "support/PyRef.h"
 #include "support/WireProtocol.h"
 #include "ClientTrace.h"
@@ -19,12 +20,12 @@ namespace {
 String8 textOf(PyObject* o) {
     if (!o) return String8("None");
     PyRef s(PyObject_Str(o));
-    char const* c = s ? PyString_AsString(s.get()) : nullptr;
+    compat::StringBytes c(s ? s.get() : Py_None);
     if (!c) {
         PyErr_Clear();
         return String8("<unprintable>");
     }
-    return String8(c);
+    return String8(c.data());
 }
 
 // The pending error's type and value texts, read by the module's error
@@ -79,7 +80,7 @@ void PyClient::constructLocalServer() {
     }
     Ptr<PyObjHandle> args = pyObjHandleFactory(Py_BuildValue("()"), true);
     Ptr<PyObjHandle> instance =
-        pyObjHandleFactory(PyEval_CallObjectWithKeywords(cls, args->pyObject(), nullptr), true);
+        pyObjHandleFactory(PyObject_CallObject(cls, args->pyObject()), true);
     if (PyErr_Occurred() || !instance->pyObject()) failLocal("constructLocalServer", kInstantiateFailed);
     localServer_ = instance;
 }
@@ -98,14 +99,14 @@ String8 PyClient::localResult(char const* cmd, char const* kind) {
     Ptr<PyObjHandle> args = pyObjHandleFactory(Py_BuildValue("(s)", cmd), true);
     if (!args->pyObject()) failLocal("localCmd", String8("Error calling ") + name + " on _LocalServer instance");
     Ptr<PyObjHandle> ret =
-        pyObjHandleFactory(PyEval_CallObjectWithKeywords(method->pyObject(), args->pyObject(), nullptr), true);
+        pyObjHandleFactory(PyObject_CallObject(method->pyObject(), args->pyObject()), true);
     if (PyErr_Occurred() || !ret->pyObject()) {
         failLocal("localCmd", String8("Error calling ") + name + " on _LocalServer instance");
     }
     // A method that returns something other than a string yields its str().
-    if (PyString_Check(ret->pyObject())) {
-        return String8(PyString_AS_STRING(ret->pyObject()), size_t(PyString_GET_SIZE(ret->pyObject())));
-    }
+    compat::StringBytes returned(compat::isText(ret->pyObject()) ? ret->pyObject() : Py_None);
+    if (returned) return String8(returned.data(), returned.size());
+    PyErr_Clear();
     return textOf(ret->pyObject());
 }
 

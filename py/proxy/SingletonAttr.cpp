@@ -11,7 +11,6 @@
 
 using Zel::GilHeld;
 using Zel::PyResult;
-using Zel::PyStatus;
 
 namespace {
 
@@ -60,31 +59,31 @@ PyResult descrGet(GilHeld gil, PyObject* self, PyObject* proxy, PyObject*) {
     return PyResult::of(gil, PyObject_CallFunctionObjArgs(d->wrap, handle.get(), nullptr));
 }
 
-PyStatus descrSet(GilHeld gil, PyObject* self, PyObject* proxy, PyObject* value) {
+Zel::PyStatus descrSet(GilHeld gil, PyObject* self, PyObject* proxy, PyObject* value) {
     SingletonAttr* d = self_(self);
     PyObject* ptr = gifPtrOf(d, proxy);
-    if (!ptr) return PyStatus::failed();
+    if (!ptr) return Zel::PyStatus::failed();
     Zel::PyRef r(value ? Zel::singletonSet(gil, ptr, zelAttr(d), value).raw()
                        : Zel::singletonDel(gil, ptr, zelAttr(d)).raw());
-    return r ? PyStatus::ok() : PyStatus::failed();
+    return r ? Zel::PyStatus::ok() : Zel::PyStatus::failed();
 }
 
 // SingletonAttr(attr, proxyBase, wrap)
-PyStatus init(GilHeld, PyObject* self, PyObject* args, PyObject* kwds) {
+Zel::PyStatus init(GilHeld, PyObject* self, PyObject* args, PyObject* kwds) {
     static char const* keywords[] = {"attr", "proxyBase", "wrap", nullptr};
     PyObject *attr = nullptr, *wrap = nullptr;
     PyTypeObject* base = nullptr;
     if (!PyArg_ParseTupleAndKeywords(args, kwds, "O!O!O:SingletonAttr", const_cast<char**>(keywords), &PyZelAttr_Type,
                                      &attr, &PyType_Type, &base, &wrap)) {
-        return PyStatus::failed();
+        return Zel::PyStatus::failed();
     }
     // The slot's offset, from the member descriptor __slots__ made for it.
     Zel::PyRef slot(PyObject_GetAttrString(reinterpret_cast<PyObject*>(base), "ptr_"));
-    if (!slot) return PyStatus::failed();
+    if (!slot) return Zel::PyStatus::failed();
     if (Py_TYPE(slot.get()) != &PyMemberDescr_Type ||
         reinterpret_cast<PyMemberDescrObject*>(slot.get())->d_member->type != T_OBJECT_EX) {
         PyErr_SetString(PyExc_TypeError, "proxyBase must keep ptr_ in a __slots__ slot");
-        return PyStatus::failed();
+        return Zel::PyStatus::failed();
     }
     SingletonAttr* d = self_(self);
     Py_INCREF(attr);
@@ -97,7 +96,7 @@ PyStatus init(GilHeld, PyObject* self, PyObject* args, PyObject* kwds) {
     d->proxyBase = base;
     d->wrap = wrap;
     d->ptrOffset = reinterpret_cast<PyMemberDescrObject*>(slot.get())->d_member->offset;
-    return PyStatus::ok();
+    return Zel::PyStatus::ok();
 }
 
 Zel::PyDone dealloc(GilHeld, PyObject* self) {
@@ -111,8 +110,8 @@ Zel::PyDone dealloc(GilHeld, PyObject* self) {
 
 PyResult repr(GilHeld gil, PyObject* self) {
     SingletonAttr* d = self_(self);
-    if (!d->attr) return PyResult::of(gil, PyString_FromString("<Zel proxy attribute>"));
-    return PyResult::of(gil, PyString_FromFormat("<Zel proxy attribute %s>", zelAttr(d)->name()));
+    if (!d->attr) return PyResult::of(gil, Zel::compat::text("<Zel proxy attribute>"));
+    return PyResult::of(gil, Zel::compat::textFormat("<Zel proxy attribute %s>", zelAttr(d)->name()));
 }
 
 } // namespace

@@ -3,6 +3,8 @@
 
 #include <cstring>
 
+#include "support/PyCompat.h"
+
 namespace ZelServer {
 
 PyObject* CodeCache::code(std::string_view text) {
@@ -16,13 +18,17 @@ PyObject* CodeCache::code(std::string_view text) {
 
 PyRef CodeCache::compiled(std::string_view text) const {
     // The compiler reads a C string; a null byte would cut the command
-    // short silently, where compile() refuses it.
+    // short silently, where compile() refuses it: such a command goes to
+    // compile() itself, which raises as its interpreter does.
     if (std::memchr(text.data(), 0, text.size())) {
-        PyErr_SetString(PyExc_TypeError, "compile() expected string without null bytes");
-        return PyRef();
+        PyObject* compile = PyDict_GetItemString(PyEval_GetBuiltins(), const_cast<char*>("compile"));   // borrowed
+        PyRef source(PyBytes_FromStringAndSize(text.data(), static_cast<Py_ssize_t>(text.size())));
+        if (!compile || !source) return PyRef();
+        return PyRef(PyObject_CallFunction(compile, const_cast<char*>("Oss"), source.get(), "<PyServer>",
+                                           start_ == Py_eval_input ? "eval" : "exec"));
     }
     std::string terminated(text);
-    PyCompilerFlags flags{0};
+    PyCompilerFlags flags = Zel::compat::compilerFlags();
     return PyRef(Py_CompileStringFlags(terminated.c_str(), "<PyServer>", start_, &flags));
 }
 

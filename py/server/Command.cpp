@@ -4,14 +4,22 @@
 #include <cstring>
 
 #include "Running.h"
+#include "support/PyCompat.h"
 
 namespace ZelServer {
 
 PyRef asBytes(PyRef value) {
-    if (!value || PyString_Check(value.get())) return value;
-    if (PyUnicode_Check(value.get())) return PyRef(PyUnicode_AsEncodedString(value.get(), "utf-8", "replace"));
+    if (!value || PyBytes_Check(value.get())) return value;
+    if (PyUnicode_Check(value.get())) {
+        if (Zel::compat::kPython3) {
+            PyRef escaped(PyUnicode_AsEncodedString(value.get(), "utf-8", "surrogateescape"));
+            if (escaped) return escaped;
+            PyErr_Clear();
+        }
+        return PyRef(PyUnicode_AsEncodedString(value.get(), "utf-8", "replace"));
+    }
     PyRef text(PyObject_Str(value.get()));
-    if (!text || PyString_Check(text.get())) return text;
+    if (!text || PyBytes_Check(text.get())) return text;
     return asBytes(std::move(text));
 }
 
@@ -24,7 +32,7 @@ PyRef hold(PyObject* code) {
     return PyRef(code);
 }
 
-// The pending exception as text from the server's formatter; clears it.
+// The pending exception as bytes of text from the server's formatter; clears it.
 // When the formatter itself fails, the exception's type name is all there
 // is to tell.
 PyRef describePending(PyObject* formatError) {
@@ -32,25 +40,21 @@ PyRef describePending(PyObject* formatError) {
     PyErr_Fetch(&t, &v, &tb);
     PyErr_NormalizeException(&t, &v, &tb);
     PyRef type(t), value(v), trace(tb);
-    if (!type) return PyRef(PyString_FromString("the command failed without an exception\n"));
+    if (!type) return asBytes(PyRef(Zel::compat::text("the command failed without an exception\n")));
     PyRef text = asBytes(PyRef(PyObject_CallFunctionObjArgs(formatError, type.get(), value ? value.get() : Py_None,
                                                             trace ? trace.get() : Py_None, nullptr)));
     if (text) return text;
     PyErr_Clear();
     char const* name = PyExceptionClass_Check(type.get()) ? PyExceptionClass_Name(type.get()) : "exception";
     if (char const* dot = std::strrchr(name, '.')) name = dot + 1;   // "exceptions.KeyError" reads as KeyError
-    return PyRef(PyString_FromFormat("%s (its traceback could not be formatted)\n", name));
+    return asBytes(PyRef(Zel::compat::textFormat("%s (its traceback could not be formatted)\n", name)));
 }
 
 } // namespace
 
 bool ensureBuiltins(PyObject* globals) {
     // Interned once, and kept for the life of the process.
-#if PY_MAJOR_VERSION >= 3
-    static PyObject* const key = PyUnicode_InternFromString("__builtins__");
-#else
-    static PyObject* const key = PyString_InternFromString("__builtins__");
-#endif
+    static PyObject* const key = Zel::compat::interned("__builtins__");
     if (!key) return false;
     return PyDict_GetItem(globals, key) || PyDict_SetItem(globals, key, PyEval_GetBuiltins()) == 0;
 }
@@ -65,7 +69,7 @@ PyObject* Commands::evaluate(std::string_view command, bool isLong) {
         InterruptibleCode interruptible;
         if (!interruptible.mayStart()) return nullptr;
         value = PyRef(interruptible.ended(
-            PyEval_EvalCode(reinterpret_cast<PyCodeObject*>(code.get()), h_.namespaceDict, h_.namespaceDict)));
+            Zel::compat::evalCode(code.get(), h_.namespaceDict, h_.namespaceDict)));
     }
     if (!value) return nullptr;
     return PyObject_Repr(value.get());
@@ -87,7 +91,7 @@ PyObject* Commands::stacks() {
 
 void Commands::watch(std::string_view command, Reply& reply) {
     reply.clear();
-    PyRef text(PyString_FromStringAndSize(command.data(), Py_ssize_t(command.size())));
+    PyRef text(Zel::compat::text(command.data(), command.size()));
     if (!h_.watch) {
         PyErr_SetString(PyExc_NotImplementedError, "this server does not stream watches");
     } else if (text && PyRef(PyObject_CallFunctionObjArgs(h_.watch, text.get(), nullptr))) {
@@ -127,7 +131,7 @@ void Commands::answer(PyRef result, std::string_view status, Reply& reply) {
         reply.set(Zel::wire::kError, "the command failed and its traceback could not be built\n");
         return;
     }
-    std::string_view payload(PyString_AS_STRING(text.get()), size_t(PyString_GET_SIZE(text.get())));
+    std::string_view payload(PyBytes_AS_STRING(text.get()), size_t(PyBytes_GET_SIZE(text.get())));
     if (!reply.set(ok ? status : Zel::wire::kError, payload)) {
         reply.set(Zel::wire::kError, "the result is too large for a reply\n");
     }

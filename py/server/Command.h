@@ -32,9 +32,10 @@ struct Handlers {
     PyObject* stacks = nullptr;  // stacks() -> every thread's stack as text; or null
 };
 
-// The result as a byte string: str as is, unicode as UTF-8 (undecodable
-// characters replaced), anything else through str(). Null with a Python
-// exception set when that fails.
+// The result as a byte string: bytes (2.7's str) as they are, text as
+// UTF-8 (on 3 the bytes a framework string escaped come back as they were;
+// characters UTF-8 cannot hold are replaced), anything else through str().
+// Null with a Python exception set when that fails.
 PyRef asBytes(PyRef value);
 
 // As eval() and exec do: a namespace without builtins gets this

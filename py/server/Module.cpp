@@ -24,6 +24,7 @@
 #include "Running.h"
 #include "Serve.h"
 #include "module/core/EntryPoint.h"
+#include "support/PyCompat.h"
 
 using Zel::GilHeld;
 using Zel::PyResult;
@@ -73,7 +74,7 @@ PyResult serve(GilHeld gil, PyObject*, PyObject* args) {
         ZelServer::serveConnection(fd, commands, bad);
     }
     if (bad.empty()) return PyResult::none(gil);
-    return PyResult::of(gil, PyString_FromStringAndSize(bad.data(), Py_ssize_t(bad.size())));
+    return PyResult::of(gil, Zel::compat::text(bad.data(), bad.size()));
 }
 
 PyResult runInterruptibly(GilHeld gil, PyObject*, PyObject* args) {
@@ -103,8 +104,10 @@ PyMethodDef functions[] = {
     {nullptr, nullptr, 0, nullptr},
 };
 
+Zel::compat::ModuleDef definition("_ZelServer", functions, "Native serving loop of PyServer connections");
+
+PyObject* makeModule() { return definition.create(); }
+
 } // namespace
 
-extern "C" __attribute__((visibility("default"))) void init_ZelServer() {
-    Py_InitModule3("_ZelServer", functions, "Native serving loop of PyServer connections");
-}
+ZELPY_MODULE_INIT(_ZelServer, makeModule)

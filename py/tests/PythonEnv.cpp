@@ -9,7 +9,7 @@ public:
     void SetUp() override {
         if (!Py_IsInitialized()) {
             Py_Initialize();
-            PyEval_InitThreads();
+            Zel::compat::initThreads();
         }
         Zel::GilEnsure gil;
         for (char const* m : {"_Zel", "ZelDemo"}) {

@@ -33,7 +33,8 @@ inline bool run(std::string const& code) {
 
 inline std::string pyStr(PyObject* o) {
     Zel::PyRef s(PyObject_Str(o));
-    return PyString_AsString(s.get());
+    Zel::compat::StringBytes text(s.get());
+    return std::string(text.data(), text.size());
 }
 
 // Runs `f`, which must throw an E (for a plain RpcException, not a

@@ -1,9 +1,12 @@
-"""Child processes of the tests under a time limit (Python 2.7's subprocess has none): a hung one is killed."""
+"""Child processes of the tests under a time limit (Python 2.7's subprocess has none): a hung one is killed.
+Their input and output are text (UTF-8, see ZelCompat) on either interpreter."""
 import contextlib
 import os
 import subprocess
 import sys
 import threading
+
+from ZelCompat import toBytes, toText
 
 # Generous: children run under valgrind and sanitizers too. It must stay
 # below the test's own time limit for the message to be seen.
@@ -39,8 +42,8 @@ def run(name, args, input=None, seconds=SECONDS, **popen):
     proc = subprocess.Popen(args, stdin=subprocess.PIPE if input is not None else None,
                             stdout=subprocess.PIPE, stderr=subprocess.PIPE, **popen)
     with watched(proc, name, seconds):
-        out, err = proc.communicate(input)
-    return proc.returncode, out, err
+        out, err = proc.communicate(toBytes(input))
+    return proc.returncode, toText(out), toText(err)
 
 
 def python(name, code, *args, **popen):

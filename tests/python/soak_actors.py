@@ -47,10 +47,10 @@ WATCH = 'mine = []\nwatch = Zel.notifiee(objs[%d], lambda name, v: mine.append(v
 def client_step(c, r, seq, v):
     """(kind, command, answer) of request r on a connection of client c, its seq'th; v: the client's sets so far."""
     k, absent, here = CLIENT_VLAN + c, 10 ** 6 + seq, r // 6 + 1   # here: the sets on this connection
-    return [(KIND_EXEC, 'objs[%d].i64 = %d\nprint objs[%d].i64' % (c, v, c), ('OK', '%d\n' % v)),
+    return [(KIND_EXEC, 'objs[%d].i64 = %d\nprint(objs[%d].i64)' % (c, v, c), ('OK', '%d\n' % v)),
             (KIND_EVAL, '(%d, sw.add(%d, %d))' % (seq, c, seq), ('OK', '(%d, %d)' % (seq, c + seq))),
-            (KIND_EXEC, 'sw.vlan[%d] = "c%d-%d"\nprint sw.vlan[%d]' % (k, c, seq, k), ('OK', 'c%d-%d\n' % (c, seq))),
-            (KIND_EVAL, '([k for k in sw.vlan if k < %d] == range(%d), len(mine))' % (STATIC_VLANS, STATIC_VLANS),
+            (KIND_EXEC, 'sw.vlan[%d] = "c%d-%d"\nprint(sw.vlan[%d])' % (k, c, seq, k), ('OK', 'c%d-%d\n' % (c, seq))),
+            (KIND_EVAL, '([k for k in sw.vlan if k < %d] == list(range(%d)), len(mine))' % (STATIC_VLANS, STATIC_VLANS),
              ('OK', '(True, %d)' % here)),
             (KIND_EVAL, 'all(v.name == k for k, v in sw.intf.iteritems()) and %d' % seq, ('OK', str(seq))),
             (KIND_EVAL, 'sw.vlan[%d]' % absent, ('EX', 'KeyError: %d\n' % absent))][r % 6]
@@ -102,7 +102,7 @@ class Soak(object):
     def thread(self, name, fn, *args):
         def run():
             # The kernel's name of the thread, which the watchdog's report shows.
-            _libc.prctl(15, ctypes.c_char_p(name[:15]), 0, 0, 0)
+            _libc.prctl(15, ctypes.c_char_p(name[:15].encode()), 0, 0, 0)
             self.guard(name, fn)(*args)
         t = threading.Thread(target=run, name=name)
         t.daemon = True   # a hung one must not keep the process from reporting
@@ -136,7 +136,7 @@ class Soak(object):
                 # deliver their changes; pausing lets every actor have turns.
                 time.sleep(0.001)
                 assert obj.i32 == i and ptr.attributeSingleton(I32) == i
-                assert [k for k in sw.vlan if k < STATIC_VLANS] == range(STATIC_VLANS)
+                assert [k for k in sw.vlan if k < STATIC_VLANS] == list(range(STATIC_VLANS))
                 assert sw.vlan[i % STATIC_VLANS] == 'v%d' % (i % STATIC_VLANS)
                 assert all(intf.name == name for name, intf in sw.intf.iteritems())
                 assert not mine or sw.intf[mine[-1]].mtu == 1500

@@ -73,7 +73,7 @@ def changed_live(before, after):
     return dict((name, (before.get(name, 0), n)) for name, n in after.items() if n != before.get(name, 0))
 
 
-CELL = type((lambda x: lambda: x)(0).func_closure[0])
+CELL = type((lambda x: lambda: x)(0).__closure__[0])
 
 
 def grown(before, after):

@@ -5,6 +5,7 @@ import unittest
 import Zel  # noqa: F401
 import ZelDemo  # noqa: F401
 import _Zel
+from pyver import long
 from zelsupport import drain, raised
 
 T = _Zel.typeNode("Demo::Switch")
@@ -26,7 +27,7 @@ class Collections(unittest.TestCase):
         self.assertEqual((type(members), members), (long, 3))
         for lookup in (self.sw.attributeCollection, self.sw.rawAttributeCollection, self.sw.attributeCollectionVal):
             self.assertEqual(lookup(vlan, 20), "twenty")
-            self.assertEqual(lookup(vlan, 20L), "twenty")
+            self.assertEqual(lookup(vlan, long(20)), "twenty")
             self.assertEqual((type(raised(lookup, vlan, 5)), raised(lookup, vlan, 5).args), (KeyError, (5,)))
         self.assertEqual([self.sw.attributeCollectionExist(vlan, k) for k in (10, 11)], [True, False])
         self.assertIsNone(self.sw.attributeCollectionDel(vlan, 10))

@@ -5,6 +5,8 @@ import unittest
 import Zel  # noqa: F401  (defines PermissionError for the error translation)
 import ZelDemo  # noqa: F401  (registers the Demo types)
 import _Zel
+import pyver
+from pyver import long
 from zelsupport import raised
 
 T = _Zel.typeNode("Demo::AllTypes")
@@ -30,10 +32,10 @@ class SingletonValues(unittest.TestCase):
 
     def test_values_in_range_are_taken_back_as_they_were(self):
         cases = [("s8", "a\0b"), ("s8", Str("sub")), ("s8", ""), ("ch", "\0"), ("i8", -128), ("u8", 255),
-                 ("i16", -32768), ("u16", 65535), ("i32", -5), ("i32", 2 ** 31 - 1), ("i32", -2 ** 31), ("i32", 7L),
-                 ("l", -2 ** 31), ("u32", 4000000000), ("u32", 2 ** 32 - 1), ("u32", 5L), ("i64", -(1 << 62)),
-                 ("i64", 2 ** 63 - 1), ("u64", (1 << 64) - 1), ("f64", 2.5), ("f64", 3), ("f64", 2L ** 70),
-                 ("f32", 0.5), ("flag", True), ("flag", False)]
+                 ("i16", -32768), ("u16", 65535), ("i32", -5), ("i32", 2 ** 31 - 1), ("i32", -2 ** 31),
+                 ("i32", long(7)), ("l", -2 ** 31), ("u32", 4000000000), ("u32", 2 ** 32 - 1), ("u32", long(5)),
+                 ("i64", -(1 << 62)), ("i64", 2 ** 63 - 1), ("u64", (1 << 64) - 1), ("f64", 2.5), ("f64", 3),
+                 ("f64", long(2) ** 70), ("f32", 0.5), ("flag", True), ("flag", False)]
         for name, value in cases:
             self.obj.attributeSingletonIs(A(name), value)
             self.assertEqual((name, self.obj.attributeSingleton(A(name))), (name, value))
@@ -44,7 +46,7 @@ class SingletonValues(unittest.TestCase):
                  ("i32", 2 ** 31, "int", "int: 2147483648"), ("i32", -2 ** 31 - 1, "int", "int: -2147483649"),
                  ("u8", 256, "unsigned char", "int: 256"), ("i8", 128, "signed char", "int: 128"),
                  ("u32", -1, "unsigned int", "int: -1"),
-                 ("u64", 2 ** 64, "unsigned long long", "long: 18446744073709551616L"),
+                 ("u64", 2 ** 64, "unsigned long long", pyver.got_long(2 ** 64)),
                  ("s8", 3, "Zel::String", "int: 3"), ("flag", 1, "bool", "int: 1"), ("ch", "ab", "char", "str: 'ab'"),
                  ("f64", "1", "double", "str: '1'")]
         for name, value, expected, got in cases:
@@ -53,8 +55,16 @@ class SingletonValues(unittest.TestCase):
             self.assertEqual((type(e), str(e)), (TypeError, refusal(name, expected, got)))
             self.assertEqual((name, self.obj.attributeSingleton(A(name))), (name, before))
 
+    def test_strings_and_chars_of_this_interpreter(self):
+        for name, value, back in pyver.TEXT_ROUND_TRIPS:
+            self.obj.attributeSingletonIs(A(name), value)
+            self.assertEqual((name, value, self.obj.attributeSingleton(A(name))), (name, value, back))
+        for name, value, expected, got in pyver.TEXT_REFUSALS:
+            e = raised(self.obj.attributeSingletonIs, A(name), value)
+            self.assertEqual((type(e), str(e)), (TypeError, refusal(name, expected, got)))
+
     def test_literal_holds_large_values_but_not_endless_ones(self):
-        big = [range(1000), {"k": (1, 2)}] * 50
+        big = [list(range(1000)), {"k": (1, 2)}] * 50
         self.obj.attributeSingletonIs(A("literal"), big)
         self.assertEqual(self.obj.attributeSingleton(A("literal")), big)
         # Past a million items as repr() meets them; then one list three
@@ -62,7 +72,7 @@ class SingletonValues(unittest.TestCase):
         shared = []
         for _ in range(40):
             shared = [shared] * 3
-        for value in ([range(1000)] * 1001, shared):
+        for value in ([list(range(1000))] * 1001, shared):
             e = raised(self.obj.attributeSingletonIs, A("literal"), value)
             self.assertEqual((type(e), "too large for a Python literal" in str(e)), (TypeError, True))
             self.assertEqual(self.obj.attributeSingleton(A("literal")), big)

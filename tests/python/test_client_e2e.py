@@ -1,5 +1,6 @@
 """zelagent end to end with zelc; the client's framing, retries and discovery are the native client tests'."""
 
+import encodings.idna  # noqa: F401  (Python 3 resolves host names with it; a child that is nobody cannot load it)
 import errno
 import fcntl
 import os
@@ -42,7 +43,7 @@ def asksOverTcp(port):
     s = socket.create_connection(('127.0.0.1', port))
     s.settimeout(children.SECONDS)
     try:
-        s.sendall('ZR' + frame(KIND_EVAL, '1+1'))
+        s.sendall(b'ZR' + frame(KIND_EVAL, '1+1'))
         return 1 if s.recv(100) else 0
     except socket.error as e:
         # With our request still unread, the kernel turns the server's
@@ -104,9 +105,9 @@ class AgentTest(unittest.TestCase):
     def test_one_agent_from_start_to_stop(self):
         startup = os.path.join(self.dir, 'startup.py')
         with open(startup, 'w') as f:
-            f.write('import os\nprint "startup in", os.getpid()\n')
+            f.write('import os\nprint("startup in %d" % os.getpid())\n')
         agent = subprocess.Popen([os.path.join(BIN, 'zelagent'), 'demo.sw1', '--tcp', '0', '--startup', startup],
-                                 env=self.env, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+                                 env=self.env, stdout=subprocess.PIPE, stderr=subprocess.PIPE, universal_newlines=True)
         with children.watched(agent, 'zelagent demo.sw1'):
             try:
                 banner = []
@@ -118,9 +119,9 @@ class AgentTest(unittest.TestCase):
                 self.assertIn('startup in %d\n' % agent.pid, banner)
                 with open(os.path.join(self.agents, 'demo.sw1')) as f:
                     pid, port, path = f.read().split('\n')[:3]
-                self.assertEqual((int(pid), os.stat(path).st_mode & 0777), (agent.pid, 0600))
+                self.assertEqual((int(pid), os.stat(path).st_mode & 0o777), (agent.pid, 0o600))
                 for key, how in enumerate((['demo.sw1'], ['-s', path], ['-p', port])):
-                    cmd = '%s.attributeCollectionIs(%s, %d, "via %s")\nprint "set"' % (SWITCH, VLAN, key, how[0])
+                    cmd = '%s.attributeCollectionIs(%s, %d, "via %s")\nprint("set")' % (SWITCH, VLAN, key, how[0])
                     self.assertEqual(self.zelc(*(['-x'] + how + [cmd])), (0, 'set\n', ''))
                     read = '%s.attributeCollection(%s, %d)' % (SWITCH, VLAN, key)
                     self.assertEqual(self.zelc(*(how + [read])), (0, "'via %s'\n" % how[0], ''))

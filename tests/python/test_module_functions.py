@@ -36,9 +36,9 @@ class ProcessWide(unittest.TestCase):
         trace = tempfile.NamedTemporaryFile(suffix=".trace")
         script = ("import _Zel\n_Zel.setexternalinfo('t', 7, 's')\n_Zel.printexternalinfo()\n"
                   "_Zel.setexternalinfo('u', 0, 'x')\n_Zel.printexternalinfo(1, 2)\n"
-                  "_Zel.setproctitle('zeltitle', 'b', 'c')\nprint open('/proc/self/comm').read().strip()\n"
-                  "print _Zel.traceLineSuppressed(None, 9), _Zel.traceLineSuppressed(None, 10)\n"
-                  "print _Zel.trace_h(None, 'file.py', 12, 'fn', 'before\\0after', 3)\n")
+                  "_Zel.setproctitle('zeltitle', 'b', 'c')\nprint(open('/proc/self/comm').read().strip())\n"
+                  "print('%s %s' % (_Zel.traceLineSuppressed(None, 9), _Zel.traceLineSuppressed(None, 10)))\n"
+                  "print(_Zel.trace_h(None, 'file.py', 12, 'fn', 'before\\0after', 3))\n")
         env = dict(os.environ, ZELTRACE="*/0-9", ZELTRACEFILE=trace.name)
         rc, out, err = children.python("setting external info and title", script, env=env)
         self.assertEqual((rc, out.splitlines()), (0, [   # the socket is kept when set to 0

@@ -4,6 +4,7 @@ import unittest
 import ZelDemo  # noqa: F401
 import _Zel
 import _ZelTestHelper as helper
+from pyver import long
 
 ENTITY = "Zel::Entity"
 

@@ -6,6 +6,7 @@ import unittest
 import Zel  # noqa: F401
 import ZelDemo  # noqa: F401
 import _Zel
+import pyver
 from zelsupport import drain, run_until_quiet
 
 ALL = _Zel.typeNode("Demo::AllTypes")
@@ -46,7 +47,7 @@ class Filter(unittest.TestCase):
         self.touch()
         for a, b in zip(first, [name for name, _ in self.w.calls]):   # interned attribute names
             self.assertIs(a, b)
-            self.assertIs(a, intern(a))
+            self.assertIs(a, pyver.intern(a))
         v0 = self.n.attributeVersion(FILTER)
         entry = lambda name, on: lambda: self.n.attributeCollectionIs(FILTER, name, on)  # noqa: E731
         steps = [("nothing", lambda: None, ["i32", "s8"]),

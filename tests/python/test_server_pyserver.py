@@ -14,6 +14,7 @@ import unittest
 import PyServer
 import ZelWire
 import _ZelServer
+import pyver
 from ZelWire import KIND_EVAL as EVAL, KIND_EXEC as EXEC, KIND_PART, MAX_COMMAND, frame, frames, greet, packLength, \
     request, response
 
@@ -36,13 +37,13 @@ class ServerTest(unittest.TestCase):
     def test_protocol_namespaces_limits_and_failing_commands(self):
         a, b = self.connect(), self.connect(tcp=True)
         self.assertEqual(request(a, EVAL, 'seed + 1'), ('OK', '11'))
-        self.assertEqual(request(a, EXEC, 'v = "a"\nprint v'), ('OK', 'a\n'))
+        self.assertEqual(request(a, EXEC, 'v = "a"\nprint(v)'), ('OK', 'a\n'))
         self.assertEqual(request(a, EXEC, 'v = 1'), ('OK', ''))
         self.assertEqual(request(b, EVAL, 'seed'), ('OK', '10'))
         self.assertEqual(request(a, EVAL, 'v'), ('OK', '1'))
         # The same namespace from one command to the next, however many
         # were compiled before (past the cache's bound, then a first again).
-        bump = 'count = globals().get("count", 0) + 1\nprint count'
+        bump = 'count = globals().get("count", 0) + 1\nprint(count)'
         self.assertEqual([request(a, EXEC, bump)[1] for _ in range(3)], ['1\n', '2\n', '3\n'])
         self.assertEqual(request(b, EXEC, bump), ('OK', '1\n'))
         for i in range(300):
@@ -59,25 +60,27 @@ class ServerTest(unittest.TestCase):
         self.assertEqual(request(a, EVAL, longest), ('OK', longest))
         # Bad input ends only its own connection: a command over the
         # limit, an unknown kind.
-        for kind, n in ((EVAL, MAX_COMMAND + 1), ('?0', 0), ('?9', 1), ('\0\0', 0)):
+        for kind, n in ((EVAL, MAX_COMMAND + 1), (b'?0', 0), (b'?9', 1), (b'\0\0', 0)):
             bad = self.connect()
-            bad.sendall(kind + packLength(n) + 'x' * min(n, 1))
-            self.assertEqual(bad.recv(10), '')
+            bad.sendall(kind + packLength(n) + b'x' * min(n, 1))
+            self.assertEqual(bad.recv(10), b'')
         self.assertEqual(request(a, EVAL, '6*7'), ('OK', '42'))
         # Results around the reply buffer's sizes.
         for size in (0, 4089, 4090, 65535, 65536, 3 * 1024 * 1024):
             self.assertEqual(request(a, EXEC, 'import sys; sys.stdout.write("x" * %d)' % size), ('OK', 'x' * size))
         self.assertEqual(len(request(a, EVAL, '"y" * 200000')[1]), 200002)
+        self.assertEqual(request(a, EXEC, 'import sys; sys.stdout.write("\xe9")'), ('OK', '\xe9'))   # UTF-8 on 3
         # Failing commands answer EX with a traceback that ends in the command; b has its own namespace, and
         # a null byte is refused as compile() does.
+        nul = pyver.compile_error('1\0+1')
         for kind, cmd, error in ((EVAL, 'v', "NameError: name 'v' is not defined"), (EVAL, '1/0', 'ZeroDivisionError'),
                                  (EXEC, 'def f():\n    raise KeyError(7)\nf()', 'KeyError: 7'),
                                  (EXEC, 'raise SystemExit(2)', 'SystemExit: 2'), (EVAL, '1 +', 'SyntaxError'),
-                                 (EXEC, 'raise KeyboardInterrupt', 'KeyboardInterrupt'), (EVAL, '1\0+1', 'TypeError'),
+                                 (EXEC, 'raise KeyboardInterrupt', 'KeyboardInterrupt'), (EVAL, '1\0+1', nul),
                                  (EVAL, 'print 1', 'SyntaxError'), (EVAL, '', 'SyntaxError')):
             status, text = request(b, kind, cmd)
             self.assertEqual((status, error in text, 'PyServer.py' in text), ('EX', True, False), cmd)
-            if error not in ('SyntaxError', 'TypeError'):
+            if error not in ('SyntaxError', nul):
                 self.assertTrue(text.startswith('Traceback (most recent call last):\n  File "<PyServer>", line '), text)
         # Longer than a frame: parts, then the request; run once as one command, in the connection's namespace.
         longer = 'v = %r\nprint len(v), seed' % ('z' * 3 * MAX_COMMAND)
@@ -101,7 +104,7 @@ class ServerTest(unittest.TestCase):
         self.assertRaises(RuntimeError, PyServer.PyServer('t.srv', directory=self.dir,
                                                           socketPath=self.dir + '/other').start)
         idle, midFrame, busy = self.connect(), self.connect(tcp=True), self.connect()
-        midFrame.sendall('?1\0\0\0\x05"a')   # and never the rest
+        midFrame.sendall(b'?1\0\0\0\x05"a')   # and never the rest
         busy.sendall(frame(EXEC, 'import time; time.sleep(0.5)'))
         results = []
 
@@ -119,7 +122,7 @@ class ServerTest(unittest.TestCase):
         busy.sendall(frame(EXEC, 'import time; time.sleep(0.2)'))
         time.sleep(0.05)
         self.server.stop()
-        self.assertEqual((idle.recv(10), midFrame.recv(10)), ('', ''))
+        self.assertEqual((idle.recv(10), midFrame.recv(10)), (b'', b''))
         self.assertFalse(os.path.exists(self.server.agentFile))
         self.assertFalse(os.path.exists(self.server.socketPath))
         self.assertEqual([t for t in threading.enumerate() if t.name.startswith('PyServer')], [])
@@ -182,8 +185,8 @@ class NativeServeTest(unittest.TestCase):
         return out[0], got
 
     def test_returns_why_the_connection_ended(self):
-        for frames, ended in ((frame(EVAL, '1'), None), ('?x\0\0\0\0', "kind '?x', length 0"),
-                              ('?1\x7f\xff\xff\xff', "kind '?1', length 2147483647")):
+        for frames, ended in ((frame(EVAL, '1'), None), (b'?x\0\0\0\0', "kind '?x', length 0"),
+                              (b'?1\x7f\xff\xff\xff', "kind '?1', length 2147483647")):
             self.assertEqual(self.serve(frames)[0], ended)
         for args in (('x', {}, len, len), (0, [], len, len), (0, {}, None, len), (-1, {}, len, len)):
             self.assertRaises(TypeError, _ZelServer.serve, *args)
@@ -193,7 +196,7 @@ class NativeServeTest(unittest.TestCase):
             raise RuntimeError('formatter broken')
         ns = {}
         before = [sys.getrefcount(o) for o in (ns, brokenFormatter, PyServer._execCode)]
-        self.assertEqual(self.serve(frame(EVAL, '1/0') + frame(EVAL, '2') + frame(EXEC, 'print 3'), 3, ns,
+        self.assertEqual(self.serve(frame(EVAL, '1/0') + frame(EVAL, '2') + frame(EXEC, 'print(3)'), 3, ns,
                                     brokenFormatter),
                          (None, [('EX', 'ZeroDivisionError (its traceback could not be formatted)\n'), ('OK', '2'),
                                  ('OK', '3\n')]))

@@ -21,7 +21,7 @@ class SoakTest(unittest.TestCase):
 
         def phase(seconds, fn, *args):
             """fn(*args), which the watchdog allows `seconds`."""
-            watchdog.stdin.write('%f\n' % seconds)
+            watchdog.stdin.write(b'%f\n' % seconds)
             watchdog.stdin.flush()
             return fn(*args)
         try:

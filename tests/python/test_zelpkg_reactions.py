@@ -54,7 +54,7 @@ class Reactions(unittest.TestCase):
             box = []
             box.append(Zel.notifiee(a, lambda name, v: calls.append(len(box))))
             ns = {"Zel": Zel, "a": a}   # a remote user's watch, in the namespace its handler runs in
-            exec "seen = []\nwatch = Zel.notifiee(a, lambda name, v: seen.append(v), attrs=['i32'])" in ns
+            exec("seen = []\nwatch = Zel.notifiee(a, lambda name, v: seen.append(v), attrs=['i32'])", ns)
             timer = []
             timer.append(Zel.timer(lambda: (calls.append(0), timer[0].after(0.01)), at=Zel.now()))
             Zel.run(0.05)

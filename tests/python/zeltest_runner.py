@@ -73,10 +73,11 @@ def run(names):
 
     # Everything that can still refer to the module's objects: the cases
     # (with whatever setUp stored on them), the results holding the cases,
-    # the module and its globals, the last exception of this thread.
+    # the module and its globals, the last exception of this thread (which
+    # Python 3 drops by itself at the end of the except block).
     del suite, result, module
     del sys.modules[module_name]
-    sys.exc_clear()
+    getattr(sys, "exc_clear", lambda: None)()
     for attr in ("last_type", "last_value", "last_traceback"):
         if hasattr(sys, attr):
             delattr(sys, attr)

@@ -139,7 +139,7 @@ PyDone dealloc(GilHeld gil, PyObject* obj) {
 PyTypeObject FwkPyGenericIfIterator_Type = [] {
     PyTypeObject t = Zel::staticType("_Zel.GenericIfIterator", sizeof(FwkPyGenericIfIterator));
     t.tp_dealloc = Zel::entry<dealloc>;
-    t.tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_ITER;
+    t.tp_flags = Py_TPFLAGS_DEFAULT | Zel::compat::kIteratorFlags;
     t.tp_doc = "GenericIfIterator object";
     t.tp_iternext = Zel::entry<iternext>;
     return t;

@@ -47,29 +47,27 @@ bool visitBuiltin(ZelType const* t, F&& f) {
 // --- native -> Python (new reference) ----------------------------------------
 
 // Python ints keep to the 32-bit range the Python side expects; wider
-// values become longs.
+// values become longs (on 3 all are int).
 inline PyObject* intOrLong(GilHeld, long long v) {
-    if (v >= INT32_MIN && v <= INT32_MAX) return PyInt_FromLong(static_cast<long>(v));
+    if (v >= INT32_MIN && v <= INT32_MAX) return compat::intFromLong(static_cast<long>(v));
     return PyLong_FromLongLong(v);
 }
 inline PyObject* fromUnsigned(GilHeld, unsigned long long v) {
-    if (v < (1ull << 31)) return PyInt_FromLong(static_cast<long>(v));
+    if (v < (1ull << 31)) return compat::intFromLong(static_cast<long>(v));
     return PyLong_FromUnsignedLongLong(v);
 }
 
-inline PyObject* toPython(GilHeld, String8 const& v) {
-    return PyString_FromStringAndSize(v.data(), static_cast<Py_ssize_t>(v.size()));
-}
-inline PyObject* toPython(GilHeld, unsigned char v) { return PyInt_FromLong(v); }
-inline PyObject* toPython(GilHeld, signed char v) { return PyInt_FromLong(v); }
-inline PyObject* toPython(GilHeld, short v) { return PyInt_FromLong(v); }
-inline PyObject* toPython(GilHeld, unsigned short v) { return PyInt_FromLong(v); }
-inline PyObject* toPython(GilHeld, int v) { return PyInt_FromLong(v); }
+inline PyObject* toPython(GilHeld, String8 const& v) { return compat::text(v.data(), v.size()); }
+inline PyObject* toPython(GilHeld, unsigned char v) { return compat::intFromLong(v); }
+inline PyObject* toPython(GilHeld, signed char v) { return compat::intFromLong(v); }
+inline PyObject* toPython(GilHeld, short v) { return compat::intFromLong(v); }
+inline PyObject* toPython(GilHeld, unsigned short v) { return compat::intFromLong(v); }
+inline PyObject* toPython(GilHeld, int v) { return compat::intFromLong(v); }
 inline PyObject* toPython(GilHeld gil, long v) { return intOrLong(gil, v); }
 inline PyObject* toPython(GilHeld gil, unsigned int v) { return fromUnsigned(gil, v); }
 inline PyObject* toPython(GilHeld gil, unsigned long long v) { return fromUnsigned(gil, v); }
 inline PyObject* toPython(GilHeld gil, long long v) { return intOrLong(gil, v); }
-inline PyObject* toPython(GilHeld, char v) { return PyString_FromStringAndSize(&v, 1); }
+inline PyObject* toPython(GilHeld, char v) { return compat::charText(v); }
 inline PyObject* toPython(GilHeld, bool v) { return PyBool_FromLong(v); }
 inline PyObject* toPython(GilHeld, float v) { return PyFloat_FromDouble(v); }
 inline PyObject* toPython(GilHeld, double v) { return PyFloat_FromDouble(v); }
@@ -81,20 +79,20 @@ inline PyObject* toPython(GilHeld, double v) { return PyFloat_FromDouble(v); }
 // the caller clears or reports.
 
 namespace detail {
-inline bool exactInt(PyObject* o) { return Py_TYPE(o) == &PyInt_Type; }
+inline bool exactInt(PyObject* o) { return compat::isExactSmallInt(o); }
 inline bool exactLong(PyObject* o) { return Py_TYPE(o) == &PyLong_Type; }
 inline bool exactFloat(PyObject* o) { return Py_TYPE(o) == &PyFloat_Type; }
 
 template <class T>
 bool ranged(PyObject* o, T& out, long lo, long hi) {
     if (exactInt(o)) {
-        long v = PyInt_AS_LONG(o);
+        long v = compat::smallIntValue(o);
         if (v < lo || v > hi) return false;
         out = static_cast<T>(v);
         return true;
     }
     if (!exactLong(o)) return false;
-    long v = PyInt_AsLong(o);
+    long v = compat::intValue(o);
     if (PyErr_Occurred() || v < lo || v > hi) return false;
     out = static_cast<T>(v);
     return true;
@@ -102,8 +100,9 @@ bool ranged(PyObject* o, T& out, long lo, long hi) {
 } // namespace detail
 
 inline bool fromPython(GilHeld, PyObject* o, String8& out) {
-    if (!PyString_Check(o)) return false;
-    out = String8(PyString_AS_STRING(o), static_cast<size_t>(PyString_GET_SIZE(o)));
+    compat::StringBytes bytes(o);
+    if (!bytes) return false;
+    out = String8(bytes.data(), bytes.size());
     return true;
 }
 inline bool fromPython(GilHeld, PyObject* o, unsigned char& out) { return detail::ranged(o, out, 0, UCHAR_MAX); }
@@ -115,7 +114,7 @@ inline bool fromPython(GilHeld, PyObject* o, long& out) { return detail::ranged(
 
 inline bool fromPython(GilHeld, PyObject* o, unsigned int& out) {
     if (detail::exactInt(o)) {
-        long v = PyInt_AS_LONG(o);
+        long v = compat::smallIntValue(o);
         if (v < 0 || v > long(UINT32_MAX)) return false;
         out = static_cast<unsigned int>(v);
         return true;
@@ -129,7 +128,7 @@ inline bool fromPython(GilHeld, PyObject* o, unsigned int& out) {
 
 inline bool fromPython(GilHeld, PyObject* o, unsigned long long& out) {
     if (detail::exactInt(o)) {
-        long v = PyInt_AS_LONG(o);
+        long v = compat::smallIntValue(o);
         if (v < 0) return false;
         out = static_cast<unsigned long long>(v);
         return true;
@@ -142,7 +141,7 @@ inline bool fromPython(GilHeld, PyObject* o, unsigned long long& out) {
 inline bool fromPython(GilHeld, PyObject* o, long long& out) {
     // A Python int always fits.
     if (detail::exactInt(o)) {
-        out = PyInt_AS_LONG(o);
+        out = compat::smallIntValue(o);
         return true;
     }
     if (!detail::exactLong(o)) return false;
@@ -173,11 +172,7 @@ inline bool fromPython(GilHeld, PyObject* o, bool& out) {
     return true;
 }
 
-inline bool fromPython(GilHeld, PyObject* o, char& out) {
-    if (!PyString_Check(o) || PyString_GET_SIZE(o) != 1) return false;
-    out = PyString_AS_STRING(o)[0];
-    return true;
-}
+inline bool fromPython(GilHeld, PyObject* o, char& out) { return compat::charOf(o, out); }
 
 // Storage for one builtin value whose type is known only at run time.
 class Slot {

@@ -38,7 +38,15 @@ struct ReprWalk {
         } else if (PyDict_Check(o)) {
             while (within && PyDict_Next(o, &pos, &key, &value)) within = visit(key) && visit(value);
         } else {
-            while (within && _PySet_Next(o, &pos, &key)) within = visit(key);
+            // Through an iterator: the sets' own walk is private API on 3.
+            PyRef it(PyObject_GetIter(o));
+            if (!it) PyErr_Clear();
+            within = static_cast<bool>(it);
+            while (within) {
+                PyRef item(PyIter_Next(it.get()));
+                if (!item) break;
+                within = visit(item.get());
+            }
         }
         open.erase(o);
         return within;
@@ -70,8 +78,9 @@ void GenericIf_TypeExceptionThrow(PyObject* passed, Zel::ZelType const* expected
         throw Zel::TypeException(std::move(m));
     }
     PyRef repr(PyObject_Repr(passed));
-    if (repr && PyString_Check(repr.get())) {
-        m += String8(PyString_AS_STRING(repr.get()), static_cast<size_t>(PyString_GET_SIZE(repr.get())));
+    Zel::compat::StringBytes text(repr ? repr.get() : Py_None);
+    if (text) {
+        m += String8(text.data(), text.size());
     } else {
         PyErr_Clear();
         m += "[error getting repr]";

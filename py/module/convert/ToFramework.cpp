@@ -44,11 +44,16 @@ Ptr<GenericIf const> toBuiltin(GilHeld gil, PyObject* obj, ZelType const* type) 
     return result;
 }
 
-char const* stringOrRefuse(PyObject* obj, ZelType const* type) {
-    if (!PyString_Check(obj)) refuse(obj, type);
-    char const* text = PyString_AsString(obj);
-    if (!text) refuse(obj, type);
-    return text;
+// The text of a string argument for a string-built value (a str, or bytes
+// on 3), else the refusal. A Name keeps every byte (`whole`); a URI's text
+// ends at its first NUL.
+String8 stringOrRefuse(PyObject* obj, ZelType const* type, bool whole) {
+    compat::StringBytes bytes(obj);
+    if (!bytes) {
+        PyErr_Clear();
+        refuse(obj, type);
+    }
+    return whole ? String8(bytes.data(), bytes.size()) : String8(bytes.data());
 }
 
 Ptr<GenericIf const> enumeratorValue(ZelType const* type, int32_t id) {
@@ -58,14 +63,14 @@ Ptr<GenericIf const> enumeratorValue(ZelType const* type, int32_t id) {
 }
 
 Ptr<GenericIf const> toEnum(PyObject* obj, ZelType const* type) {
-    if (PyString_Check(obj)) {
-        if (char const* name = PyString_AsString(obj)) {
-            if (ZelAttr const* a = type->attr(name)) return enumeratorValue(type, a->attributeId());
+    if (compat::isText(obj)) {
+        if (compat::StringBytes name{obj}) {
+            if (ZelAttr const* a = type->attr(name.data())) return enumeratorValue(type, a->attributeId());
         } else {
             PyErr_Clear();
         }
-    } else if (PyInt_Check(obj)) {
-        long v = PyInt_AsLong(obj);
+    } else if (compat::isIntOrSubclass(obj)) {
+        long v = compat::intValue(obj);
         if (!PyErr_Occurred() && v >= INT32_MIN && v <= INT32_MAX &&
             FwkPyGenericIfMapping::global()->attributeData(TypeAttributeIdKey(type, static_cast<AttributeId>(v)))) {
             return enumeratorValue(type, static_cast<int32_t>(v));
@@ -95,7 +100,8 @@ Ptr<GenericIf const> toEnum(PyObject* obj, ZelType const* type) {
     String8 message("Unknown exception");
     if (value) {
         PyRef s(PyObject_Str(value.get()));
-        if (s && PyString_Check(s.get())) message = String8(PyString_AS_STRING(s.get()), PyString_GET_SIZE(s.get()));
+        compat::StringBytes text(s ? s.get() : Py_None);
+        if (text) message = String8(text.data(), text.size());
         else PyErr_Clear();
     }
     throwInternalException(message);
@@ -137,20 +143,16 @@ Ptr<GenericIf const> Zel::toFramework(GilHeld gil, PyObject* obj, ZelType const*
     if (!type) throw TypeException("introspection failed: expected type is NULL");
     if (type->isBuiltinType()) return toBuiltin(gil, obj, type);
     if (type == &EntityUri::_zelType) {
-        EntityUri uri{Uri(String8(stringOrRefuse(obj, type)))};
+        EntityUri uri{Uri(stringOrRefuse(obj, type, false))};
         uri.checkScheme();
         return Ptr<GenericIf const>(type->genericIf(&uri, true));
     }
     if (type == &EntityUriPath::_zelType) {
-        EntityUriPath path{String8(stringOrRefuse(obj, type))};
+        EntityUriPath path{stringOrRefuse(obj, type, false)};
         return Ptr<GenericIf const>(type->genericIf(&path, true));
     }
     if (type == &Name::_zelType) {
-        if (!PyString_Check(obj)) refuse(obj, type);
-        char* p = nullptr;
-        Py_ssize_t n = 0;
-        if (PyString_AsStringAndSize(obj, &p, &n) < 0) refuse(obj, type);
-        Name name{String8(p, static_cast<size_t>(n))};
+        Name name{stringOrRefuse(obj, type, true)};
         return Ptr<GenericIf const>(type->genericIf(&name, true));
     }
     if (type->isEnumType()) return toEnum(obj, type);

@@ -3,11 +3,10 @@
 // uses it for accessors, else a GifPtr handle.
 #include "module/convert/Convert.h"
 
-#include <frameobject.h>
-
 #include <cstdint>
 
 #include "module/mapping/Mapping.h"
+#include "support/PyCompatFrames.h"
 #include "module/convert/NativeValue.h"
 #include "Zel/Builtin.h"
 #include "Zel/Values.h"
@@ -40,19 +39,21 @@ PyObject* stringAttr(GilHeld gil, GenericIf const& g, char const* name) {
 // The globals that a repr-style default attribute is evaluated in: those of
 // the caller's caller, as the value is normally read two frames below the
 // user's code; with a shallower stack the current frame's, then __main__'s.
-PyObject* reprGlobals(GilHeld) {
-    PyFrameObject* f = PyEval_GetFrame();
-    if (f && f->f_back && f->f_back->f_back) return f->f_back->f_back->f_globals;
-    if (f) return f->f_globals;
+PyRef reprGlobals(GilHeld) {
+    if (PyObject* f = reinterpret_cast<PyObject*>(PyEval_GetFrame())) {   // borrowed
+        PyRef back = compat::frameBack(f);
+        PyRef backBack = back ? compat::frameBack(back.get()) : PyRef();
+        return compat::frameGlobals(backBack ? backBack.get() : f);
+    }
     PyObject* main = PyImport_AddModule("__main__");   // borrowed
-    return main ? PyModule_GetDict(main) : nullptr;
+    return compat::owned(main ? PyModule_GetDict(main) : nullptr);
 }
 
 PyObject* evalRepr(GilHeld gil, String8 const& text) {
-    PyObject* globals = reprGlobals(gil);
+    PyRef globals = reprGlobals(gil);
     if (!globals) return nullptr;
     PyObject* locals = PyEval_GetLocals();
-    return PyRun_StringFlags(text.c_str(), Py_eval_input, globals, locals ? locals : globals, nullptr);
+    return PyRun_StringFlags(text.c_str(), Py_eval_input, globals.get(), locals ? locals : globals.get(), nullptr);
 }
 
 } // namespace
@@ -73,7 +74,7 @@ PyObject* pyValue(GilHeld gil, Ptr<GenericIf const> const& g, bool useDefault) {
             Py_INCREF(name);
             return name;
         }
-        return PyString_FromFormat("%s(%d)", t->name(), static_cast<int>(v));
+        return compat::textFormat("%s(%d)", t->name(), static_cast<int>(v));
     }
     FwkPyGenericIfMapping* mapping = FwkPyGenericIfMapping::global();
     DefaultAttributeData d = mapping->defaultAttributeData(t);

@@ -39,11 +39,11 @@ Zel::PyDone PyBacktrace_dealloc(GilHeld, PyObject* obj) {
 PyResult PyBacktrace_repr(GilHeld gil, PyObject* obj) {
     auto* self = reinterpret_cast<PyBacktrace*>(obj);
     char buf[300];
-    char const* what = self->what && PyString_Check(self->what) ? PyString_AS_STRING(self->what)
-                                                               : "<unknown exception>";
-    std::snprintf(buf, sizeof buf, "<backtrace for \"%.300s\" with %d frames>", what,
-                  self->backtrace ? self->backtrace->frames() : 0);
-    return PyResult::of(gil, PyString_FromString(buf));
+    Zel::compat::StringBytes what(self->what && Zel::compat::isText(self->what) ? self->what : Py_None);
+    if (!what) PyErr_Clear();
+    std::snprintf(buf, sizeof buf, "<backtrace for \"%.300s\" with %d frames>",
+                  what ? what.data() : "<unknown exception>", self->backtrace ? self->backtrace->frames() : 0);
+    return PyResult::of(gil, Zel::compat::text(buf));
 }
 
 PyResult PyBacktrace_grab(GilHeld gil, PyObject* obj, PyObject*) {
@@ -74,7 +74,7 @@ PyResult PyBacktrace_frames(GilHeld gil, PyObject* obj, PyObject*) {
         ~Free() { std::free(p); }
     } freeSymbols{symbols};
     for (int i = 0; i < count; ++i) {
-        Zel::PyRef s(PyString_FromString(symbols[i]));
+        Zel::PyRef s(Zel::compat::text(symbols[i]));
         if (!s || PyList_Append(list.get(), s.get()) < 0) return noMemory();
     }
     return PyResult::of(gil, list.release());

@@ -1,9 +1,11 @@
 // The Python side of a crash report: the calling thread's Python error and
 // stack, written with write() alone, since it runs inside a fatal-signal
-// handler where nothing may allocate or take a lock.
+// handler where nothing may allocate or take a lock. (From 3.11 the stack
+// can be walked only through accessors that may make a frame object on the
+// way; the exception's str() has always called into the interpreter.)
 #include "module/core/Module.h"
+#include "support/PyCompatFrames.h"
 
-#include <frameobject.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -22,9 +24,26 @@ void writeAll(int fd, char const* s, size_t n) {
 
 void writeStr(int fd, char const* s) { writeAll(fd, s, std::strlen(s)); }
 
-char const* stringOr(PyObject* o, char const* fallback) {
-    return o && PyString_Check(o) ? PyString_AS_STRING(o) : fallback;
+// A line formatted into `line` by snprintf, which returned `n`: as much of it
+// as the buffer holds.
+void writeLine(int fd, char const (&line)[2000], int n) {
+    if (n > 0) writeAll(fd, line, static_cast<size_t>(n) < sizeof line ? static_cast<size_t>(n) : sizeof line - 1);
 }
+
+// The text of a code object's name or file name, cut to fit `out`, or
+// `fallback` when it is not a string.
+char const* textOr(PyObject* o, char const* fallback, char (&out)[2000]) {
+    size_t n = 0;
+    bool const isText = Zel::compat::writeText(o, [&](char const* p, size_t len) {
+        size_t const room = sizeof out - 1 - n;
+        std::memcpy(out + n, p, len < room ? len : room);
+        n += len < room ? len : room;
+    });
+    out[n] = '\0';
+    return isText ? out : fallback;
+}
+
+PyCodeObject* codeOf(Zel::PyRef const& code) { return reinterpret_cast<PyCodeObject*>(code.get()); }
 
 } // namespace
 
@@ -36,19 +55,23 @@ extern "C" void printPythonBacktrace(int fd) {
         return;
     }
     char line[2000];
+    char file[2000];
+    char name[2000];
     // The error being raised, else the one being handled.
-    PyObject* tb = ts->curexc_traceback ? ts->curexc_traceback : ts->exc_traceback;
-    PyObject* type = ts->curexc_traceback || ts->curexc_value ? ts->curexc_type : ts->exc_type;
-    PyObject* value = ts->curexc_traceback || ts->curexc_value ? ts->curexc_value : ts->exc_value;
+    Zel::compat::ThreadError const raised = Zel::compat::raisedError(ts);
+    Zel::compat::ThreadError const handled = Zel::compat::handledError(ts);
+    PyObject* tb = raised.traceback ? raised.traceback : handled.traceback;
+    PyObject* type = raised.traceback || raised.value ? raised.type : handled.type;
+    PyObject* value = raised.traceback || raised.value ? raised.value : handled.value;
     if (tb) {
         writeStr(fd, "Current Python exception (most recent call LAST):\n");
         if (Py_TYPE(tb) == &PyTraceBack_Type) {
             for (auto* t = reinterpret_cast<PyTracebackObject*>(tb); t; t = t->tb_next) {
-                PyCodeObject* code = t->tb_frame->f_code;
-                std::snprintf(line, sizeof line, "  File \"%.500s\", line %d, in %.500s\n",
-                              stringOr(code->co_filename, "<unknown>"), t->tb_lineno,
-                              stringOr(code->co_name, "<unknown>"));
-                writeStr(fd, line);
+                Zel::PyRef const code = Zel::compat::frameCode(reinterpret_cast<PyObject*>(t->tb_frame));
+                int const n = std::snprintf(line, sizeof line, "  File \"%.500s\", line %d, in %.500s\n",
+                                            textOr(codeOf(code)->co_filename, "<unknown>", file), t->tb_lineno,
+                                            textOr(codeOf(code)->co_name, "<unknown>", name));
+                writeLine(fd, line, n);
             }
         } else {
             writeStr(fd, "Internal error: PyThreadState contains an invalid traceback\n");
@@ -58,23 +81,22 @@ extern "C" void printPythonBacktrace(int fd) {
         writeStr(fd, type && PyType_Check(type) ? reinterpret_cast<PyTypeObject*>(type)->tp_name
                                                  : Py_TYPE(value)->tp_name);
         writeStr(fd, ": ");
-        PyObject* s = PyObject_Str(value);
-        if (s && PyString_Check(s)) {
-            writeAll(fd, PyString_AS_STRING(s), static_cast<size_t>(PyString_GET_SIZE(s)));
-        } else {
+        PyObject* s = Zel::compat::mayCallInto(ts) ? PyObject_Str(value) : nullptr;
+        if (!Zel::compat::writeText(s, [&](char const* p, size_t n) { writeAll(fd, p, n); })) {
             writeStr(fd, "(failed to get exception error message)");
         }
         Py_XDECREF(s);
         writeStr(fd, "\n");
     }
-    if (ts->frame) {
+    Zel::PyRef frame = Zel::compat::threadFrame(ts);
+    if (frame) {
         writeStr(fd, "\nPython traceback (most recent call FIRST):\n");
-        for (PyFrameObject* f = ts->frame; f; f = f->f_back) {
-            PyCodeObject* code = f->f_code;
-            std::snprintf(line, sizeof line, "  File \"%s\", line %d, in %s\n",
-                          stringOr(code->co_filename, "<unknown>"), PyCode_Addr2Line(code, f->f_lasti),
-                          stringOr(code->co_name, "<unknown>"));
-            writeStr(fd, line);
+        for (; frame; frame = Zel::compat::frameBack(frame.get())) {
+            Zel::PyRef const code = Zel::compat::frameCode(frame.get());
+            int const n = std::snprintf(line, sizeof line, "  File \"%s\", line %d, in %s\n",
+                                        textOr(codeOf(code)->co_filename, "<unknown>", file),
+                                        Zel::compat::frameLine(frame.get()), textOr(codeOf(code)->co_name, "<unknown>", name));
+            writeLine(fd, line, n);
         }
         return;
     }

@@ -17,7 +17,11 @@ void GetStringsFromPyErr(String8* type, String8* value, String8* traceback) {
             PyErr_Clear();
             continue;
         }
-        if (!PyString_Check(s.get())) continue;
-        *outs[i] = String8(PyString_AS_STRING(s.get()), static_cast<size_t>(PyString_GET_SIZE(s.get())));
+        Zel::compat::StringBytes text(s.get());
+        if (!text) {
+            PyErr_Clear();
+            continue;
+        }
+        *outs[i] = String8(text.data(), text.size());
     }
 }

@@ -109,7 +109,7 @@ PyObject* getFromZel(char const* name) {
 } // namespace Zel
 
 void PyErr_SetBacktrace(PyObject* type, Zel::Exception const& e, PyObject* args) {
-    PyRef message(PyString_FromStringAndSize(e.message().data(), static_cast<Py_ssize_t>(e.message().size())));
+    PyRef message(Zel::compat::text(e.message().data(), e.message().size()));
     if (!message) return;
     PyRef instance(args ? PyObject_CallObject(type, args)
                         : PyObject_CallFunctionObjArgs(type, message.get(), nullptr));
@@ -122,7 +122,9 @@ void PyErr_SetBacktrace(PyObject* type, Zel::Exception const& e, PyObject* args)
         PyRef bt(PyBacktrace_FromBacktrace(e.backtrace(), message.get()));
         if (bt && PyObject_SetAttrString(instance.get(), "backtrace", bt.get()) < 0) PyErr_Clear();
     }
-    PyErr_SetObject(type, instance.get());
+    // Raised as the instance's own class: on 3, OSError made from an error
+    // number is the subclass for that number (FileNotFoundError for 2).
+    PyErr_SetObject(Zel::compat::kPython3 ? reinterpret_cast<PyObject*>(Py_TYPE(instance.get())) : type, instance.get());
 }
 
 String8 exceptionString(Zel::Exception const& e) {

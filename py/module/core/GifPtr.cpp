@@ -40,19 +40,19 @@ Zel::PyDone dealloc(GilHeld gil, PyObject* obj) {
 
 PyResult str(GilHeld gil, PyObject* obj) {
     Zel::GenericIf const* g = gifOf(obj);
-    if (!g) return PyResult::of(gil, PyString_FromString("<null>"));
+    if (!g) return PyResult::of(gil, Zel::compat::text("<null>"));
     char buf[600];
     std::snprintf(buf, sizeof buf, "<_Zel.GifPtr to object of type '%s' at %p>", g->type()->name(),
                   static_cast<void const*>(g));
-    return PyResult::of(gil, PyString_FromString(buf));
+    return PyResult::of(gil, Zel::compat::text(buf));
 }
 
 PyResult repr(GilHeld gil, PyObject* obj) {
     Zel::GenericIf const* g = gifOf(obj);
-    if (!g) return PyResult::of(gil, PyString_FromString("<null>"));
+    if (!g) return PyResult::of(gil, Zel::compat::text("<null>"));
     char buf[600];
     std::snprintf(buf, sizeof buf, "_Zel.GifPtr(%p,'%s')", static_cast<void const*>(g), g->type()->name());
-    return PyResult::of(gil, PyString_FromString(buf));
+    return PyResult::of(gil, Zel::compat::text(buf));
 }
 
 // The operations below need an object: a null handle is refused with an
@@ -72,7 +72,7 @@ PyResult readBoth(GilHeld gil, Zel::Exception::IdBitArray expected, Read read) {
 
 PyResult typeName(GilHeld gil, PyObject* obj, PyObject*) {
     return readBoth(gil, {}, [&](GilHeld held) {
-        return PyResult::of(held, PyString_FromString(liveGif(obj)->type()->name()));
+        return PyResult::of(held, Zel::compat::text(liveGif(obj)->type()->name()));
     });
 }
 
@@ -90,7 +90,7 @@ PyResult strRep(GilHeld gil, PyObject* obj, PyObject*) {
     return readBoth(gil, {}, [&](GilHeld held) {
         Zel::String8 const s = liveGif(obj)->strep();
         // Full length: embedded NUL bytes are part of the representation.
-        return PyResult::of(held, PyString_FromStringAndSize(s.data(), static_cast<Py_ssize_t>(s.size())));
+        return PyResult::of(held, Zel::compat::text(s.data(), s.size()));
     });
 }
 

@@ -1,8 +1,9 @@
-// init_Zel: the _Zel module's types, function table, constants and the
+// _Zel: the module's types, function table, constants and the
 // process hooks it installs (SIGINT, crash backtrace).
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 #include "module/core/Module.h"
 #include "Zel/Activity.h"
@@ -54,21 +55,32 @@ PyMethodDef moduleFunctions[] = {
     {nullptr, nullptr, 0, nullptr},
 };
 
-} // namespace
+Zel::compat::ModuleDef definition("_Zel", moduleFunctions, "Module providing access to Zel types");
 
-extern "C" void init_Zel() {
+// The running interpreter's major and minor version, read from its version
+// string: single digits on 2 ("2.7.18"), the numbers up to the dots on 3
+// ("3.11.2").
+std::pair<int, int> runningVersion() {
+    char const* version = Py_GetVersion();
+    if (!Zel::compat::kPython3) return {version[0] - '0', version[1] ? version[2] - '0' : 0};
+    char* end = nullptr;
+    long const major = std::strtol(version, &end, 10);
+    long const minor = *end == '.' ? std::strtol(end + 1, nullptr, 10) : 0;
+    return {static_cast<int>(major), static_cast<int>(minor)};
+}
+
+PyObject* makeModule() {
     for (PyTypeObject* t : {&PyZelType_Type, &PyZelAttr_Type, &FwkPyGenericIfIterator_Type, &FwkPyGenericIf_Type}) {
-        if (PyType_Ready(t) < 0) return;
+        if (PyType_Ready(t) < 0) return nullptr;
     }
-    PyObject* module = Py_InitModule4("_Zel", moduleFunctions, "Module providing access to Zel types", nullptr,
-                                      1013);
-    if (!module) return;
+    PyObject* module = definition.create();
+    if (!module) return nullptr;
 
     // Checked only now, with the module made: a mismatch ends the process.
-    char const* version = Py_GetVersion();
-    if (version[0] != '2' || version[1] == '\0' || version[2] != '7') {
-        std::fprintf(stderr, "This library requires Python %d.%d, not Python %d.%d\n", 2, 7, version[0] - '0',
-                     version[1] ? version[2] - '0' : 0);
+    auto const [major, minor] = runningVersion();
+    if (major != PY_MAJOR_VERSION || minor != PY_MINOR_VERSION) {
+        std::fprintf(stderr, "This library requires Python %d.%d, not Python %d.%d\n", PY_MAJOR_VERSION,
+                     PY_MINOR_VERSION, major, minor);
         std::exit(1);
     }
 
@@ -84,4 +96,9 @@ extern "C" void init_Zel() {
     // A second initialisation in one process is a fatal misuse.
     ZELPY_CHECK(!printBacktraceFn);
     printBacktraceFn = printPythonBacktrace;
+    return module;
 }
+
+} // namespace
+
+ZELPY_MODULE_INIT(_Zel, makeModule)

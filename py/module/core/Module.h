@@ -18,6 +18,7 @@
 #include "ZelPy/Types.h"
 #include "module/core/Frames.h"
 #include "support/Gil.h"
+#include "support/PyCompat.h"
 #include "support/PyRef.h"
 
 // An assertion that stays in release builds: the conditions it guards are
@@ -36,7 +37,7 @@ namespace Zel {
 // in its slots.
 inline PyTypeObject staticType(char const* name, Py_ssize_t instanceSize) {
     PyTypeObject t{};
-    Py_REFCNT(&t) = 1;
+    compat::setRefCount(reinterpret_cast<PyObject*>(&t), 1);
     t.tp_name = name;
     t.tp_basicsize = instanceSize;
     t.tp_flags = Py_TPFLAGS_DEFAULT;

@@ -11,9 +11,6 @@
 #include "Zel/Trace.h"
 #include "ZelPy/PyObjHandle.h"
 
-// Exported by the interpreter but declared in none of its headers.
-extern "C" void Py_GetArgcArgv(int* argc, char*** argv);
-
 using Zel::Activity;
 using Zel::EntryPoint;
 using Zel::GilHeld;
@@ -86,7 +83,7 @@ PyResult PyZel_trace_h(GilHeld gil, PyObject*, PyObject* args) {
     int line = 0;
     char const* function = nullptr;
     char const* message = nullptr;
-    int messageLength = 0;
+    Py_ssize_t messageLength = 0;
     int level = 0;
     if (!PyArg_ParseTuple(args, "O&siss#i:trace_h", Convert_To_PtrInterface_Or_Null, &object, &file, &line,
                           &function, &message, &messageLength, &level)) {
@@ -120,7 +117,13 @@ PyResult PyZel_setproctitle(GilHeld gil, PyObject*, PyObject* args) {
         char const* b = nullptr;
         char const* c = nullptr;
         bool const parsed = phase.withGil([&](GilHeld) {
-            Py_GetArgcArgv(&argc, &argv);
+            argc = Zel::compat::interpreterArgs(argv);
+            // 3 keeps only a decoded copy of the arguments: the title goes
+            // over the process's own, which the interpreter was started with.
+            if (argc > 0 && !argv) {
+                argc = Zel::procArgc();
+                argv = Zel::procArgv();
+            }
             return PyArg_ParseTuple(args, "sss:setproctitle", &a, &b, &c) != 0;
         });
         if (!parsed) return PyResult::failed();

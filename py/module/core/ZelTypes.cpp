@@ -45,7 +45,7 @@ Zel::ZelAttr const* attrOf(PyObject* o) { return reinterpret_cast<PyZelAttr*>(o)
 
 PyResult internedOrNone(GilHeld gil, char const* s) {
     if (!s) return PyResult::none(gil);
-    return PyResult::of(gil, PyString_InternFromString(s));
+    return PyResult::of(gil, Zel::compat::interned(s));
 }
 
 // A tuple of the names (or type names) of a null-ended argument list.
@@ -54,7 +54,7 @@ PyResult argTuple(GilHeld gil, Zel::ArgDesc const* args, unsigned count, bool ty
     if (!tuple) return PyResult::failed();
     for (unsigned i = 0; i < count; ++i) {
         char const* s = args && args[i].name ? (typeNames ? args[i].typeName : args[i].name) : "";
-        PyObject* item = PyString_InternFromString(s);
+        PyObject* item = Zel::compat::interned(s);
         if (!item) return PyResult::failed();
         PyTuple_SET_ITEM(tuple.get(), i, item);
     }
@@ -70,7 +70,7 @@ Zel::ZelAttr const* internalIndexAttr(Zel::ZelAttr const* a) {
 // --- _Zel.ZelType -------------------------------------------------------------
 
 PyResult typeRepr(GilHeld gil, PyObject* self) {
-    return PyResult::of(gil, PyString_FromFormat("type('%s')", typeOf(self)->name()));
+    return PyResult::of(gil, Zel::compat::textFormat("type('%s')", typeOf(self)->name()));
 }
 
 PyResult isDerived(GilHeld gil, PyObject* self, PyObject* args) {
@@ -83,11 +83,16 @@ PyResult attr(GilHeld gil, PyObject* self, PyObject* args) {
     PyObject* key = nullptr;
     if (!PyArg_ParseTuple(args, "O:attr", &key)) return PyResult::failed();
     Zel::ZelType const* t = typeOf(self);
-    // Exact types only: a bool is not an attribute id, a unicode not a name.
-    if (PyString_CheckExact(key)) return Zel::attrObject(gil, t->attr(PyString_AS_STRING(key)));
+    // Exact types only: a bool is not an attribute id, a unicode (on 2.7)
+    // not a name.
+    if (Zel::compat::isExactText(key)) {
+        Zel::compat::StringBytes name(key);
+        if (!name) return PyResult::failed();
+        return Zel::attrObject(gil, t->attr(name.data()));
+    }
     long id;
-    if (PyInt_CheckExact(key)) {
-        id = PyInt_AS_LONG(key);
+    if (Zel::compat::isExactSmallInt(key)) {
+        id = Zel::compat::smallIntValue(key);
     } else if (PyLong_CheckExact(key)) {
         id = PyLong_AsLong(key);
         if (id == -1 && PyErr_Occurred()) return PyResult::failed();
@@ -99,7 +104,7 @@ PyResult attr(GilHeld gil, PyObject* self, PyObject* args) {
 }
 
 PyResult fullTypeName(GilHeld gil, PyObject* self, void*) {
-    return PyResult::of(gil, PyString_InternFromString(typeOf(self)->name()));
+    return PyResult::of(gil, Zel::compat::interned(typeOf(self)->name()));
 }
 PyResult size(GilHeld gil, PyObject* self, void*) {
     return PyResult::of(gil, PyLong_FromUnsignedLong(typeOf(self)->size()));
@@ -178,14 +183,14 @@ PyMethodDef PyZelType_methods[] = {
 
 PyResult attrRepr(GilHeld gil, PyObject* self) {
     Zel::ZelAttr const* a = attrOf(self);
-    return PyResult::of(gil, PyString_FromFormat("type('%s').attr('%s')", a->scope()->name(), a->name()));
+    return PyResult::of(gil, Zel::compat::textFormat("type('%s').attr('%s')", a->scope()->name(), a->name()));
 }
 
 PyResult name(GilHeld gil, PyObject* self, void*) {
-    return PyResult::of(gil, PyString_InternFromString(attrOf(self)->name()));
+    return PyResult::of(gil, Zel::compat::interned(attrOf(self)->name()));
 }
 PyResult attributeId(GilHeld gil, PyObject* self, void*) {
-    return PyResult::of(gil, PyInt_FromLong(attrOf(self)->attributeId()));
+    return PyResult::of(gil, Zel::compat::intFromLong(attrOf(self)->attributeId()));
 }
 PyResult scope(GilHeld gil, PyObject* self, void*) { return Zel::typeObject(gil, attrOf(self)->scope()); }
 PyResult memberType(GilHeld gil, PyObject* self, void*) { return Zel::typeObject(gil, attrOf(self)->memberType()); }
@@ -197,7 +202,7 @@ PyResult indexAttr(GilHeld gil, PyObject* self, void*) {
 PyResult instantiatingIndexPosition(GilHeld gil, PyObject* self, void*) {
     int8_t const pos = attrOf(self)->instantiatingIndexPosition();
     if (pos == -1) return PyResult::none(gil);
-    return PyResult::of(gil, PyInt_FromLong(pos));
+    return PyResult::of(gil, Zel::compat::intFromLong(pos));
 }
 
 PyResult attrFlag(GilHeld gil, PyObject* self, void* bit) {

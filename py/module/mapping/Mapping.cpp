@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <typeinfo>
 
+#include "support/PyCompat.h"
 #include "Zel/Attr.h"
 #include "Zel/Demangle.h"
 #include "Zel/TypeOps.h"
@@ -129,7 +130,7 @@ Ptr<PyObjHandle> FwkPyGenericIfMapping::attributeData(TypeAttributeIdKey const& 
     Ptr<PyObjHandle> wanted;
     for (unsigned i = 0; i < type->attrCount(); ++i) {
         ZelAttr const& enumerator = type->attrs()[i];
-        PyObject* s = PyString_InternFromString(enumerator.name());
+        PyObject* s = Zel::compat::interned(enumerator.name());
         if (!s) {
             PyErr_Clear();
             throw MemoryException("No memory for enum string");

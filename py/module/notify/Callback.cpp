@@ -52,7 +52,7 @@ struct KeptThreadState {
         // another thread may hold the interpreter lock for good.
         if (currentTid() == getpid()) return;
         // Dropping the last reference deletes the state and the lock with it.
-        if (__atomic_load_n(&_PyThreadState_Current, __ATOMIC_RELAXED) == mine) {
+        if (compat::currentThreadState() == mine) {
             PyGILState_Release(PyGILState_LOCKED);
         } else {
             PyEval_RestoreThread(mine);

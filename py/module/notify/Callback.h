@@ -9,6 +9,7 @@
 #include <Python.h>
 
 #include "module/core/EntryPoint.h"
+#include "support/PyCompat.h"
 #include "Zel/Exception.h"
 #include "Zel/Lock.h"
 
@@ -51,7 +52,7 @@ public:
     explicit CallbackLocks(WithBoth&& withBoth) : lock_(checkActivityLock()), ts_(callbackThreadState()) {
         // Only this thread can make its own state current, so the relaxed
         // read answers "mine or not" exactly, as PyGILState_Ensure's does.
-        gilHeldBefore_ = __atomic_load_n(&_PyThreadState_Current, __ATOMIC_RELAXED) == ts_;
+        gilHeldBefore_ = compat::currentThreadState() == ts_;
         if (!gilHeldBefore_) PyEval_RestoreThread(ts_);
         try {
             withBoth(GilHeld());

@@ -39,11 +39,7 @@ PyObject* callHandler(PyObject* handler, PyObject* name, PyObject* value) {
     }
     args[n++] = name;
     args[n++] = value;
-    // What the interpreter's own call of a function does with its tuple.
-    PyObject* defaults = PyFunction_GET_DEFAULTS(f);
-    return PyEval_EvalCodeEx(reinterpret_cast<PyCodeObject*>(PyFunction_GET_CODE(f)), PyFunction_GET_GLOBALS(f),
-                             nullptr, args, n, nullptr, 0, defaults ? &PyTuple_GET_ITEM(defaults, 0) : nullptr,
-                             defaults ? static_cast<int>(PyTuple_GET_SIZE(defaults)) : 0, PyFunction_GET_CLOSURE(f));
+    return compat::callFunction(f, args, n);
 }
 
 } // namespace

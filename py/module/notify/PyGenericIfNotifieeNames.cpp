@@ -32,7 +32,7 @@ PyObject* notifieeAttrName(ZelAttr const* attr) {
     }
     auto it = c.names.find(attr);
     if (it != c.names.end()) return it->second;
-    PyObject* name = PyString_InternFromString(attr->name());
+    PyObject* name = Zel::compat::interned(attr->name());
     if (name) c.names.emplace(attr, name);
     return name;
 }

@@ -24,7 +24,7 @@ TEST(PyClientSameProcess, LocalServerPerClientAndBrokenPythonSide) {
     EXPECT_EQ(client.eval("6*7", buf, sizeof buf), 2);
     EXPECT_STREQ(buf, "42");
     Zel::PyObjHandle* server = client.localServer();
-    EXPECT_EQ(client.execute("kept = 'yes'\nprint kept", buf, sizeof buf), 4);
+    EXPECT_EQ(client.execute("kept = 'yes'\nprint(kept)", buf, sizeof buf), 4);
     EXPECT_STREQ(buf, "yes\n");
     EXPECT_EQ(client.eval("kept", buf, sizeof buf), 5);
     EXPECT_EQ(client.localServer(), server);

@@ -2,12 +2,14 @@
 // driven with real interpreter objects.
 #include <cmath>
 
+#include "PyVersion.h"
 #include "Support.h"
 #include "module/convert/Convert.h"
 #include "Zel/Values.h"
 
 using namespace Zel;
 using namespace zeltest;
+using pyver::longOf;
 
 namespace {
 
@@ -19,15 +21,17 @@ using Convert = PyTest;
 // has the other edges): accepted values by their strep; refusals ("!" and
 // the Python type) by the exact text, nothing left pending, no reference kept.
 TEST_F(Convert, BuiltinsBothWays) {
-    struct Case { char const* type; char const* expr; char const* want; };
+    struct Case { char const* type; std::string expr; std::string want; };
+    std::string const refusedLong = "!" + pyver::kLongName;
     Case const cases[] = {
-        {"unsigned char", "0L", "0"}, {"signed char", "127L", "127"}, {"int", "-2147483648L", "-2147483648"},
-        {"unsigned int", "4294967295L", "4294967295"}, {"unsigned long long", "7", "7"}, {"long long", "-5", "-5"},
-        {"float", "1L", "1"}, {"char", "'x'", "'x'"}, {"short", "32768L", "!long"}, {"long", "2147483648", "!int"},
-        {"long", "2**70", "!long"}, {"unsigned int", "4294967296", "!int"}, {"unsigned int", "4294967296L", "!long"},
-        {"unsigned long long", "-1", "!int"}, {"unsigned long long", "-1L", "!long"}, {"long long", "2**64", "!long"},
-        {"long long", "1.5", "!float"}, {"double", "2**1100", "!long"}, {"float", "True", "!bool"},
-        {"char", "''", "!str"}, {"Zel::String", "u'a'", "!unicode"}, {"Zel::String", "None", "!NoneType"},
+        {"unsigned char", longOf("0"), "0"}, {"signed char", longOf("127"), "127"},
+        {"int", longOf("-2147483648"), "-2147483648"}, {"unsigned int", longOf("4294967295"), "4294967295"},
+        {"unsigned long long", "7", "7"}, {"long long", "-5", "-5"}, {"float", longOf("1"), "1"}, {"char", "'x'", "'x'"},
+        {"short", longOf("32768"), refusedLong}, {"long", "2147483648", "!int"}, {"long", "2**70", refusedLong},
+        {"unsigned int", "4294967296", "!int"}, {"unsigned int", longOf("4294967296"), refusedLong},
+        {"unsigned long long", "-1", "!int"}, {"unsigned long long", longOf("-1"), refusedLong},
+        {"long long", "2**64", refusedLong}, {"long long", "1.5", "!float"}, {"double", "2**1100", refusedLong},
+        {"float", "True", "!bool"}, {"char", "''", "!str"}, {"Zel::String", "None", "!NoneType"},
         {"Zel::Name", "3", "!int"},
     };
     for (Case const& c : cases) {
@@ -42,7 +46,7 @@ TEST_F(Convert, BuiltinsBothWays) {
         }
         Py_ssize_t before = Py_REFCNT(o.get());
         EXPECT_EQ(message<TypeException>([&] { PyObjectToGenericIf(o.get(), T(c.type)); }),
-                  std::string("expected ") + T(c.type)->name() + ", got " + (c.want + 1) + ": " +
+                  std::string("expected ") + T(c.type)->name() + ", got " + c.want.substr(1) + ": " +
                       pyStr(PyRef(PyObject_Repr(o.get())).get()));
         EXPECT_FALSE(PyErr_Occurred());
         EXPECT_EQ(Py_REFCNT(o.get()), before);
@@ -55,11 +59,11 @@ TEST_F(Convert, BuiltinsBothWays) {
     EXPECT_EQ(pyStr(back.get()), "zel:/a/b");
     EXPECT_THROW(PyObjectToGenericIf(wrongScheme.get(), &EntityUri::_zelType), RangeException);
     // Back to Python: ints within 32 bits, longs beyond.
-    struct Out { Ptr<GenericIf const> g; char const* repr; };
+    struct Out { Ptr<GenericIf const> g; std::string repr; };
     Out const outs[] = {
-        {toGenericIf<unsigned int>(2147483648u), "2147483648L"}, {toGenericIf<unsigned int>(2147483647u), "2147483647"},
-        {toGenericIf<long long>(-1), "-1"}, {toGenericIf<long long>(1ll << 40), "1099511627776L"},
-        {toGenericIf<unsigned long long>(~0ull), "18446744073709551615L"}, {toGenericIf<char>('q'), "'q'"},
+        {toGenericIf<unsigned int>(2147483648u), longOf("2147483648")}, {toGenericIf<unsigned int>(2147483647u), "2147483647"},
+        {toGenericIf<long long>(-1), "-1"}, {toGenericIf<long long>(1ll << 40), longOf("1099511627776")},
+        {toGenericIf<unsigned long long>(~0ull), longOf("18446744073709551615")}, {toGenericIf<char>('q'), "'q'"},
         {toGenericIf<Name>(Name("eth1")), "'eth1'"}, {toGenericIf<EntityUriPath>(EntityUriPath("/a/b")), "'/a/b'"},
         {toGenericIf<float>(0.1f), "0.10000000149011612"}, {Ptr<GenericIf const>(), "None"},
     };
@@ -67,7 +71,62 @@ TEST_F(Convert, BuiltinsBothWays) {
         PyRef o(GenericIfToPyObject(c.g));
         ASSERT_TRUE(o) << c.repr;
         PyRef r(PyObject_Repr(o.get()));
-        EXPECT_EQ(std::string(PyString_AsString(r.get())), c.repr);
+        EXPECT_EQ(pyStr(r.get()), c.repr);
+    }
+}
+
+// The bytes a string-built value or a char holds.
+std::string heldBytes(GenericIf const& g) {
+    if (g.type() == &Builtin<char>::_zelType) return std::string(1, *g.attrValPtr<char>());
+    if (g.type() == &Name::_zelType) return static_cast<Name const*>(g.valuePtr())->value.str();
+    if (g.type() == &EntityUriPath::_zelType) return static_cast<EntityUriPath const*>(g.valuePtr())->str.str();
+    return g.attrValPtr<String8>()->str();
+}
+
+// Strings and chars byte for byte, there and back. 2.7's str is bytes; on 3
+// a str goes as UTF-8 with the escaped bytes (U+DC80..U+DCFF) restored, a
+// bytes as it is, and comes back decoded the same way, so that any bytes
+// survive; a char is the one byte of a code point below 256.
+TEST_F(Convert, StringsAndCharsByteForByte) {
+    ASSERT_TRUE(run("class S(str): pass\n"));
+    // `on`: 0 both interpreters, else 2 or 3 alone; a null `back` is a
+    // refusal, `bytes` then the refused value's type name.
+    struct Case { int on; char const* type; char const* expr; std::string bytes; char const* back; };
+    Case const cases[] = {
+        {0, "Zel::String", "'a\\x00b'", std::string("a\0b", 3), "'a\\x00b'"},
+        {0, "Zel::Name", "S('eth1')", "eth1", "'eth1'"},
+        {0, "char", "'x'", "x", "'x'"},
+        {0, "char", "'xy'", "str", nullptr},
+        {2, "Zel::String", "u'a'", "unicode", nullptr},
+        {2, "char", "'\\xe9'", "\xe9", "'\\xe9'"},
+        {2, "char", "u'x'", "unicode", nullptr},
+        {3, "Zel::String", "'h\\xe9'", "h\xc3\xa9", "'h\xc3\xa9'"},
+        {3, "Zel::Name", "b'h\\xe9\\x00'", std::string("h\xe9\0", 3), "'h\\udce9\\x00'"},
+        {3, "Zel::EntityUriPath", "'/h\\udce9'", "/h\xe9", "'/h\\udce9'"},
+        {3, "Zel::String", "'\\U0001f600\\udcff'", "\xf0\x9f\x98\x80\xff", "'\xf0\x9f\x98\x80\\udcff'"},
+        {3, "Zel::String", "'\\ud800'", "str", nullptr},
+        {3, "Zel::String", "bytearray(b'a')", "bytearray", nullptr},
+        {3, "char", "'\\xe9'", "\xe9", "'\xc3\xa9'"},
+        {3, "char", "b'\\xff'", "\xff", "'\xc3\xbf'"},
+        {3, "char", "'\\u0100'", "str", nullptr},
+        {3, "char", "b''", "bytes", nullptr},
+    };
+    for (Case const& c : cases) {
+        if (c.on != 0 && c.on != PY_MAJOR_VERSION) continue;
+        SCOPED_TRACE(std::string(c.type) + " " + c.expr);
+        PyRef o(py(c.expr));
+        ASSERT_TRUE(o);
+        if (!c.back) {
+            EXPECT_EQ(message<TypeException>([&] { PyObjectToGenericIf(o.get(), T(c.type)); }),
+                      "expected " + std::string(c.type) + ", got " + c.bytes + ": " + pyStr(PyRef(PyObject_Repr(o.get())).get()));
+            EXPECT_FALSE(PyErr_Occurred());
+            continue;
+        }
+        Ptr<GenericIf const> g = PyObjectToGenericIf(o.get(), T(c.type));
+        ASSERT_TRUE(g);
+        EXPECT_EQ(heldBytes(*g), c.bytes);
+        PyRef back(GenericIfToPyObject(g));
+        EXPECT_EQ(pyStr(PyRef(PyObject_Repr(back.get())).get()), c.back);
     }
 }
 
@@ -78,7 +137,8 @@ TEST_F(Convert, EnumerationsByNameAndNumber) {
     Ptr<GenericIf const> byNumber = PyObjectToGenericIf(number.get(), color);
     EXPECT_TRUE(byName->equals(*byNumber));
     EXPECT_TRUE(PyObjectToGenericIf(yes.get(), color)->equals(*PyObjectToGenericIf(green.get(), color)));
-    for (char const* bad : {"7L", "5", "'purple'", "1.0"}) {
+    // 2.7 takes an enumerator's number as an int, never as a long.
+    for (std::string const& bad : pyver::cases({"5", "'purple'", "1.0", "2**40"}, {"7L"}, {})) {
         PyRef o(py(bad));
         EXPECT_EQ(message<TypeException>([&] { PyObjectToGenericIf(o.get(), color); }),
                   "Demo::Color expected one of: \"red\"=0, \"green\"=1, \"blue\"=2, \"violet\"=7")

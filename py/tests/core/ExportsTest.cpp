@@ -1,7 +1,10 @@
 // The functions libZelPy exports to native callers that neither _Zel's own
 // use (the Python suite) nor _ZelTestHelper reaches: the interpreter lock
 // released, a null attribute, a second module, the ordering helper.
+#include "PyVersion.h"
 #include "Support.h"
+
+#include <cstring>
 
 using namespace Zel;
 using namespace zeltest;
@@ -10,16 +13,28 @@ namespace {
 
 using Exports = PyTest;
 
+// The pending error as "type: str(value)"; taken (cleared).
+std::string takeError() {
+    PyObject *type, *value, *trace;
+    PyErr_Fetch(&type, &value, &trace);
+    PyRef t(type), v(value), b(trace);
+    return std::string(reinterpret_cast<PyTypeObject*>(type)->tp_name) + ": " + pyStr(value);
+}
+
 TEST_F(Exports, WhatOnlyNativeCallersReach) {
     {
         ReleasedGil released;
         GilPyErr_SetString(PyExc_ValueError, "set without the lock");
     }
-    PyObject *type, *value, *trace;
-    PyErr_Fetch(&type, &value, &trace);
-    PyRef t(type), v(value), b(trace);
-    EXPECT_EQ(std::string(reinterpret_cast<PyTypeObject*>(type)->tp_name) + ": " + pyStr(value),
-              "exceptions.ValueError: set without the lock");
+    EXPECT_EQ(takeError(), pyver::builtinException("ValueError") + ": set without the lock");
+    // An error number raises as the class its OSError is made as.
+    try {
+        throw ErrnoException(2, "opening the agent file");
+    } catch (...) {
+        translateCppExceptionToPython();
+    }
+    EXPECT_EQ(takeError(), pyver::errnoException("FileNotFoundError") + ": [Errno 2] " + std::strerror(2) +
+                               ": 'opening the agent file'");
     EXPECT_EQ(GenericIf_TypeAttributeString(nullptr).str(), "");
     // The backtrace type goes into _Zel only, once per process.
     PyRef fresh(PyModule_New("fresh"));

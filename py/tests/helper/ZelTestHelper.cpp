@@ -15,6 +15,7 @@
 #include "ZelPy/Errors.h"
 #include "ZelPy/GifPtr.h"
 #include "ZelPy/Locks.h"
+#include "support/PyCompat.h"
 
 namespace {
 
@@ -100,7 +101,7 @@ public:
     ~ProbeEntity() override {
         ++probe.destroyed;
         probe.lockHeld = Zel::ActivityLockAnchor::lock()->heldByMe();
-        probe.gilReleased = PyThreadState_GET() == nullptr;
+        probe.gilReleased = Zel::compat::currentThreadState() == nullptr;
     }
 };
 
@@ -211,10 +212,18 @@ PyMethodDef functions[] = {
 
 } // namespace
 
-extern "C" __attribute__((visibility("default"))) void init_ZelTestHelper() {
+namespace {
+
+Zel::compat::ModuleDef definition("_ZelTestHelper", functions, nullptr);
+
+PyObject* makeModule() {
     // The handle type and the hooks come from _Zel's initialisation.
     PyObject* zel = PyImport_ImportModule("_Zel");
-    if (!zel) return;
+    if (!zel) return nullptr;
     Py_DECREF(zel);
-    Py_InitModule("_ZelTestHelper", functions);
+    return definition.create();
 }
+
+} // namespace
+
+ZELPY_MODULE_INIT(_ZelTestHelper, makeModule)

@@ -68,7 +68,7 @@ TEST_F(NotifyThread, NativeThreadKeepsOneThreadStateAndConvertsUnderTheLock) {
                 made = PyGILState_GetThisThreadState();
                 clock->handleTime();
                 EXPECT_TRUE(ActivityLockAnchor::lock()->heldByMe());
-                EXPECT_EQ(_PyThreadState_Current, made);
+                EXPECT_EQ(compat::currentThreadState(), made);
             }
             EXPECT_EQ(PyGILState_GetThisThreadState(), made);
             clock = pyClockNotifieeFactory(nullptr, Clock::clock(), tick_);
@@ -89,8 +89,8 @@ TEST_F(NotifyThread, NativeThreadKeepsOneThreadStateAndConvertsUnderTheLock) {
     EXPECT_EQ(threadStates(), states + 1);
     ASSERT_EQ(PyList_Size(calls()), 1004);
     PyObject* last = PyList_GetItem(calls(), 1002);
-    EXPECT_STREQ(PyString_AsString(PyTuple_GetItem(last, 0)), "name");
-    EXPECT_EQ(PyInt_AsLong(PyTuple_GetItem(last, 1)), 999);
+    EXPECT_EQ(zeltest::pyStr(PyTuple_GetItem(last, 0)), "name");
+    EXPECT_EQ(compat::intValue(PyTuple_GetItem(last, 1)), 999);
     {
         ReleasedGil released;
         finish.set_value();
@@ -129,7 +129,7 @@ TEST_F(NotifyThread, KeptThreadStateEndsWithTheInterpreter) {
         handle = tick_ = pair_ = nullptr;
         Py_Finalize();
         Py_Initialize();
-        PyEval_InitThreads();
+        compat::initThreads();
         SetUp();
         handle = tick_;
         {
