@@ -18,7 +18,8 @@ trees=${ZEL_PYTHONS_BUILD:-$root/build-pythons}
 
 pythons=("$@")
 if [ ${#pythons[@]} -eq 0 ]; then
-  for dir in "${PYENV_ROOT:-$HOME/.pyenv}"/versions/3.*; do
+  # In version order: 3.8 before 3.10.
+  for dir in $(printf '%s\n' "${PYENV_ROOT:-$HOME/.pyenv}"/versions/3.* | sort -V); do
     case ${dir##*/} in
       3.8.* | 3.9.* | 3.1[0-3].*) [ -x "$dir/bin/python3" ] && pythons+=("$dir/bin/python3") ;;
     esac
