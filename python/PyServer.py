@@ -189,6 +189,10 @@ class PyServer(object):
         import _ZelServer
         self._nativeServe = _ZelServer.serve
         self._nativeInterrupt = _ZelServer.interrupt
+        # A sleeping command wakes to an interruption at once: Python 3's own
+        # time.sleep sleeps on through the wake-up signal on any thread but
+        # the main one. Elsewhere it is the time.sleep it stands in for.
+        time.sleep = _ZelServer.sleep
         if not os.path.isdir(self.directory):
             try:
                 os.makedirs(self.directory, 0o755)

@@ -17,15 +17,12 @@ import os
 import sys
 import traceback
 
-try:
-    from cStringIO import StringIO
-except ImportError:
-    from io import StringIO
+from ZelCompat import PY3, TextIO, toText
 
-try:
-    import __builtin__ as builtins
-except ImportError:
+if PY3:
     import builtins
+else:
+    import __builtin__ as builtins
 
 __all__ = ['Console', 'DONE', 'RAISED', 'MORE']
 
@@ -33,11 +30,6 @@ __all__ = ['Console', 'DONE', 'RAISED', 'MORE']
 DONE, RAISED, MORE = 0, 1, 2
 
 _WORD_CHARS = frozenset('abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_.')
-
-
-def _text(data):
-    """The request's bytes as the interpreter's text."""
-    return data if isinstance(data, str) else data.decode('utf-8', 'replace')
 
 
 def _format(etype, value, tb):
@@ -78,13 +70,13 @@ class Console(object):
     def push(self, source):
         """(DONE, what it printed), (RAISED, the error) or (MORE, '')."""
         try:
-            code = self._compiler(_text(source), '<console>', 'single')
+            code = self._compiler(toText(source), '<console>', 'single')
         except (OverflowError, SyntaxError, ValueError, TypeError):   # TypeError: a null byte, on Python 2
             etype, value = sys.exc_info()[:2]
             return RAISED, ''.join(traceback.format_exception_only(etype, value))
         if code is None:
             return MORE, ''
-        out = StringIO()
+        out = TextIO()
         try:
             self._run(code, out)
         except BaseException:   # SystemExit and KeyboardInterrupt too: the console goes on
@@ -113,7 +105,7 @@ class Console(object):
         """The word the line ends with, then each name that completes it, one a line ('' when the line ends
         with no name). Attributes come from dir(), which for the Zel package's proxies lists the framework
         attributes; names starting with '_' are offered once one is typed."""
-        word = _trailingWord(_text(line))
+        word = _trailingWord(toText(line))
         if not word:
             return ''
         head, dot, stem = word.rpartition('.')

@@ -29,6 +29,7 @@ import threading
 import time
 
 import ZelWire
+from ZelCompat import toBytes, toText
 
 MAX_QUEUED = 4096
 MAX_QUEUED_BYTES = 4 * 1024 * 1024
@@ -37,13 +38,9 @@ _open = set()   # the watches being streamed
 _openLock = threading.Lock()
 
 
-def _bytes(text):
-    return text if isinstance(text, bytes) else text.encode('utf-8', 'replace')
-
-
 def _frame(status, payload):
-    payload = _bytes(payload)
-    return ZelWire.packLength(len(payload) + 2) + _bytes(status) + payload
+    payload = toBytes(payload)
+    return ZelWire.packLength(len(payload) + 2) + toBytes(status) + payload
 
 
 def watching():
@@ -120,7 +117,7 @@ class Watch(object):
             text = repr(value)
         except Exception:
             text = '<unprintable>'
-        line = _bytes('%.6f %s ' % (time.time(), name)) + _bytes(text)
+        line = toBytes('%.6f %s ' % (time.time(), name)) + toBytes(text)
         with self._lock:
             if self._closed:
                 return
@@ -188,8 +185,7 @@ class Watch(object):
 def _open_watch(command):
     """(full name, Watch) of a watch request; LookupError or
     AttributeError for what it names wrongly."""
-    lines = command.decode('utf-8') if isinstance(command, bytes) and not isinstance(command, str) else command
-    lines = [line for line in lines.split('\n') if line]
+    lines = [line for line in toText(command).split('\n') if line]
     if not lines:
         raise LookupError('a watch names an entity')
     entity = entityNamed(lines[0])

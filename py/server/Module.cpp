@@ -14,8 +14,14 @@
 //
 // interrupt(fd) raises KeyboardInterrupt in the thread running a command
 // on the connection `fd` serves; False when none runs there.
+//
+// sleep(seconds) is time.sleep as PyServer installs it: in a command's own
+// code an interruption ends it at once; anywhere else, and for anything
+// but a plain non-negative number, it is the time.sleep this module found
+// when it was loaded, called as it is.
 #include <Python.h>
 
+#include <cmath>
 #include <exception>
 #include <new>
 #include <string>
@@ -85,8 +91,38 @@ PyResult runInterruptibly(GilHeld gil, PyObject*, PyObject* args) {
     if (!ZelServer::ensureBuiltins(globals)) return PyResult::failed();
     ZelServer::InterruptibleCode interruptible;
     if (!interruptible.mayStart()) return PyResult::failed();
-    return PyResult::of(gil,
-                        interruptible.ended(PyEval_EvalCode(reinterpret_cast<PyCodeObject*>(code), globals, globals)));
+    return PyResult::of(gil, interruptible.ended(Zel::compat::evalCode(code, globals, globals)));
+}
+
+// time.sleep as it was when the module was loaded (a new reference kept
+// for the life of the process), or null with the error set.
+PyObject* originalSleep() {
+    static PyObject* const original = [] {
+        Zel::PyRef time(PyImport_ImportModule("time"));
+        return time ? PyObject_GetAttrString(time.get(), "sleep") : nullptr;
+    }();
+    if (!original && !PyErr_Occurred()) PyErr_SetString(PyExc_RuntimeError, "time.sleep could not be found");
+    return original;
+}
+
+PyResult sleep(GilHeld gil, PyObject*, PyObject* args) {
+    PyObject* seconds;
+    if (!PyArg_ParseTuple(args, "O:sleep", &seconds)) return PyResult::failed();
+    if (PyFloat_CheckExact(seconds) || PyLong_CheckExact(seconds) || Zel::compat::isExactSmallInt(seconds)) {
+        double const s = PyFloat_AsDouble(seconds);
+        if (s == -1.0 && PyErr_Occurred()) {
+            PyErr_Clear();   // the original says what is wrong with it
+        } else if (std::isfinite(s) && s >= 0) {
+            switch (ZelServer::sleepInterruptibly(s)) {
+            case ZelServer::Slept::Done: return PyResult::none(gil);
+            case ZelServer::Slept::Interrupted: return PyResult::failed();
+            case ZelServer::Slept::NotServing: break;
+            }
+        }
+    }
+    PyObject* original = originalSleep();
+    if (!original) return PyResult::failed();
+    return PyResult::of(gil, PyObject_CallObject(original, args));
 }
 
 PyResult interrupt(GilHeld gil, PyObject*, PyObject* args) {
@@ -101,12 +137,19 @@ PyMethodDef functions[] = {
      "Run a code object in globals where another connection's interrupt request can reach it"},
     {"interrupt", Zel::entryWith<ServerFrame, interrupt>, METH_VARARGS,
      "Raise KeyboardInterrupt in the command running on a served connection"},
+    {"sleep", Zel::entryWith<ServerFrame, sleep>, METH_VARARGS,
+     "sleep(seconds): time.sleep, which in a served command an interruption ends at once"},
     {nullptr, nullptr, 0, nullptr},
 };
 
 Zel::compat::ModuleDef definition("_ZelServer", functions, "Native serving loop of PyServer connections");
 
-PyObject* makeModule() { return definition.create(); }
+PyObject* makeModule() {
+    // The time.sleep that sleep() stands in for, found before anyone
+    // installs sleep() itself in its place.
+    if (!originalSleep()) return nullptr;
+    return definition.create();
+}
 
 } // namespace
 

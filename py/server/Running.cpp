@@ -4,7 +4,13 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <unordered_map>
+
+#include "support/Gil.h"
+#include "support/PyCompat.h"
 
 namespace ZelServer {
 
@@ -14,6 +20,7 @@ struct Entry {
     bool running;
     bool inCode;                 // in an InterruptibleCode scope
     PyObject* interruption;      // the exception to raise (borrowed: a built-in class), or null
+    bool woken;                  // interrupted while in code: ends sleepInterruptibly (under wakeMutex)
 };
 
 namespace {
@@ -34,6 +41,25 @@ constexpr int kWakeSignal = SIGURG;
 
 extern "C" void onWake(int) {}
 
+// What a sleeping command waits on; `woken` is written under the mutex.
+std::mutex& wakeMutex() {
+    static auto* m = new std::mutex;   // outlives the threads that use it
+    return *m;
+}
+
+std::condition_variable& wakeCondition() {
+    static auto* c = new std::condition_variable;
+    return *c;
+}
+
+void setWoken(Entry& e, bool woken) {
+    {
+        std::lock_guard<std::mutex> lock(wakeMutex());
+        e.woken = woken;
+    }
+    if (woken) wakeCondition().notify_all();
+}
+
 bool wakeSignalHandled() {
     static bool const handled = [] {
         struct sigaction now;
@@ -48,12 +74,9 @@ bool wakeSignalHandled() {
 }
 
 void raiseIn(Entry& e) {
+    setWoken(e, true);
     if (PyThreadState_SetAsyncExc(e.thread, e.interruption) != 1) return;
-#if PY_MAJOR_VERSION < 3
-    // Python 2 looks at asynchronous exceptions every so many
-    // instructions; this makes the next one look.
-    _Py_Ticker = 0;
-#endif
+    Zel::compat::checkAsyncExceptionsSoon();
     // The thread is alive: it leaves the registry only with the lock we hold.
     if (wakeSignalHandled()) ::pthread_kill(e.handle, kWakeSignal);
 }
@@ -61,7 +84,7 @@ void raiseIn(Entry& e) {
 } // namespace
 
 Serving::Serving(int fd) : fd_(fd), thread_(PyThread_get_thread_ident()) {
-    current = &(registry()[fd_] = Entry{thread_, ::pthread_self(), false, false, nullptr});
+    current = &(registry()[fd_] = Entry{thread_, ::pthread_self(), false, false, nullptr, false});
 }
 
 Serving::~Serving() {
@@ -69,12 +92,17 @@ Serving::~Serving() {
     current = nullptr;
 }
 
-void Serving::commandStarts() { registry()[fd_].running = true; }
+void Serving::commandStarts() {
+    Entry& e = registry()[fd_];
+    e.running = true;
+    setWoken(e, false);
+}
 
 void Serving::commandEnds() {
     Entry& e = registry()[fd_];
     e.running = false;
     e.interruption = nullptr;
+    setWoken(e, false);
     PyThreadState_SetAsyncExc(thread_, nullptr);
 }
 
@@ -108,6 +136,29 @@ bool interruptCommand(int fd, PyObject* exception) {
     e.interruption = exception;
     if (e.inCode) raiseIn(e);
     return true;
+}
+
+Slept sleepInterruptibly(double seconds) {
+    Entry* e = current && current->inCode ? current : nullptr;
+    if (!e) return Slept::NotServing;
+    // Longer than a clock's nanoseconds hold is as good as for ever: 30 years.
+    double const bounded = seconds < 1e9 ? seconds : 1e9;
+    auto const deadline = std::chrono::steady_clock::now() +
+                          std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                              std::chrono::duration<double>(bounded));
+    bool woken;
+    {
+        Zel::ReleasedGil released;
+        std::unique_lock<std::mutex> lock(wakeMutex());
+        woken = wakeCondition().wait_until(lock, deadline, [e] { return e->woken; });
+    }
+    if (!woken) return Slept::Done;
+    // Raised here rather than by the pending asynchronous exception, which
+    // would come again in whatever handles this one.
+    setWoken(*e, false);
+    PyThreadState_SetAsyncExc(e->thread, nullptr);
+    PyErr_SetNone(e->interruption ? e->interruption : PyExc_KeyboardInterrupt);
+    return Slept::Interrupted;
 }
 
 } // namespace ZelServer

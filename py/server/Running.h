@@ -67,4 +67,15 @@ private:
 // no command runs there.
 bool interruptCommand(int fd, PyObject* exception);
 
+// time.sleep for a command's own code, which an interruption ends at once
+// with its exception. The wake-up signal cannot do that everywhere: from
+// Python 3.5 time.sleep goes back to sleep after a signal on any thread
+// but the main one, and checks for the exception only once the whole time
+// has passed. Called with the interpreter lock held; it is given up while
+// sleeping. NotServing when the calling thread runs no interruptible code
+// (the caller sleeps as time.sleep would), Interrupted with the exception
+// set.
+enum class Slept { NotServing, Done, Interrupted };
+Slept sleepInterruptibly(double seconds);
+
 } // namespace ZelServer

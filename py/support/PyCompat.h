@@ -285,6 +285,14 @@ inline PyThreadState* currentThreadState() {
 #endif
 }
 
+// Makes the running thread look for an asynchronous exception at its next
+// instruction: 2.7 looks only every so many (its ticker), 3 at once.
+inline void checkAsyncExceptionsSoon() {
+#if PY_MAJOR_VERSION < 3
+    _Py_Ticker = 0;
+#endif
+}
+
 // Readies the interpreter lock after Py_Initialize (3 always has it).
 inline void initThreads() {
 #if PY_MAJOR_VERSION < 3

@@ -1,5 +1,7 @@
 """The expectations that differ between Python 2.7 and Python 3, in one place: every test module runs on both."""
+import codeop
 import sys
+import traceback
 
 from ZelCompat import PY3, intern  # noqa: F401
 
@@ -23,6 +25,10 @@ if PY3:
                      ("ch", "", "char", "str: ''"), ("i32", b"1", "int", "bytes: b'1'"),
                      ("s8", bytearray(b"x"), "Zel::String", "bytearray: bytearray(b'x')")]
     got_long = "int: %d".__mod__
+    INT_DIVISION_BY_ZERO = "division by zero"   # ZeroDivisionError's text for 1/0
+    # A future import a console keeps for its connection: (feature, source, answer with it, answer without).
+    CONSOLE_FUTURE = ("annotations", "bool((lambda: 0).__code__.co_flags & __import__('__future__').annotations"
+                      ".compiler_flag)", "True\n", "False\n")
 else:
     long = long  # noqa: F821
     KEY_ERROR_TYPE, ENOENT_ERROR, REFUSED_NAMES = "<type 'exceptions.KeyError'>", OSError, (u"name",)
@@ -31,6 +37,18 @@ else:
     TEXT_REFUSALS = [("s8", u"x", "Zel::String", "unicode: u'x'"), ("ch", u"a", "char", "unicode: u'a'"),
                      ("ch", bytearray(b"a"), "char", "bytearray: bytearray(b'a')")]
     got_long = "long: %dL".__mod__
+    INT_DIVISION_BY_ZERO = "integer division or modulo by zero"
+    CONSOLE_FUTURE = ("division", "1/2", "0.5\n", "0\n")
+
+
+def console_error(source):
+    """What the interactive interpreter's compiler says of `source`, as a console shows it (a null byte is worded
+    differently by each interpreter)."""
+    try:
+        codeop.CommandCompiler()(source, "<console>", "single")
+    except Exception as e:
+        return "".join(traceback.format_exception_only(type(e), e))
+    raise AssertionError("%r compiles" % source)
 
 
 def compile_error(source):

@@ -12,7 +12,8 @@ import tempfile
 import unittest
 
 import children
-from ZelWire import GREETING_REPLY, HEADER, KIND_EVAL, STATUS_OK, frame, packLength, recvExactly, unpackLength
+from ZelCompat import toBytes
+from ZelWire import GREETING_REPLY, HEADER, KIND_EVAL, frame, packLength, recvExactly, unpackLength
 
 BIN = os.path.join(os.environ.get('ZEL_BUILD_DIR', ''), 'bin')
 
@@ -69,10 +70,10 @@ def plantedAgent(shared, report):
     tcp.bind(('127.0.0.1', 0))
     for s in unix, tcp:
         s.listen(4)
-    fd = os.open(path, os.O_WRONLY | os.O_CREAT, 0644)
+    fd = os.open(path, os.O_WRONLY | os.O_CREAT, 0o644)
     fcntl.flock(fd, fcntl.LOCK_EX)
-    os.write(fd, '%d\n%d\n%s\n' % (os.getpid(), tcp.getsockname()[1], path + '.sock'))
-    os.write(report, '%d\n' % tcp.getsockname()[1])   # ready
+    os.write(fd, toBytes('%d\n%d\n%s\n' % (os.getpid(), tcp.getsockname()[1], path + '.sock')))
+    os.write(report, toBytes('%d\n' % tcp.getsockname()[1]))   # ready
     while True:
         conn = select.select([unix, tcp], [], [])[0][0].accept()[0]
         got = conn.recv(2)
@@ -80,12 +81,12 @@ def plantedAgent(shared, report):
             conn.sendall(GREETING_REPLY)
             header = recvExactly(conn, HEADER)
             got += header + recvExactly(conn, unpackLength(header[2:]))
-            conn.sendall(packLength(11) + STATUS_OK + "'planted'")
+            conn.sendall(packLength(11) + b"OK'planted'")
         more = got
         while more:
             more = conn.recv(100)
             got += more
-        os.write(report, '%d\n' % len(got))
+        os.write(report, toBytes('%d\n' % len(got)))
         conn.close()
 
 
@@ -146,8 +147,8 @@ class AgentTest(unittest.TestCase):
     def test_agents_of_other_users_only_when_trusted(self):
         shared = os.path.join(self.dir, 'shared')
         os.mkdir(shared)
-        os.chmod(self.dir, 0755)
-        os.chmod(shared, 01777)
+        os.chmod(self.dir, 0o755)
+        os.chmod(shared, 0o1777)
         self.env['ZELC_AGENTS_DIR'] = shared
         r, w = os.pipe()
         child = asNobody(lambda: plantedAgent(shared, w), wait=False)
@@ -160,7 +161,7 @@ class AgentTest(unittest.TestCase):
             with open(os.path.join(shared, 'demo.mixed'), 'w') as mixed:
                 mixed.write('1\n0\n%s\n' % sock)
                 mixed.flush()
-                os.fchmod(mixed.fileno(), 0644)   # whatever the umask
+                os.fchmod(mixed.fileno(), 0o644)   # whatever the umask
                 fcntl.flock(mixed, fcntl.LOCK_EX)
                 nobody = 'is served by uid 65534 (nobody), not'
                 for how, message in ((['demo.planted'], 'Agent file %s/demo.planted is owned by uid 65534 (nobody), '

@@ -8,9 +8,12 @@ import stat
 import subprocess
 import tempfile
 import time
+import sys
 import unittest
 
 import children
+import pyver
+from ZelCompat import toText
 
 BIN = os.path.join(os.environ.get('ZEL_BUILD_DIR', ''), 'bin')
 TMUX = '/usr/bin/tmux'
@@ -31,7 +34,7 @@ class ConsoleTest(unittest.TestCase):
         self.agent = subprocess.Popen([os.path.join(BIN, 'zelagent'), 'demo.sw1'], env=self.env,
                                       stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         with children.watched(self.agent, 'zelagent demo.sw1'):
-            line = self.agent.stdout.readline()
+            line = toText(self.agent.stdout.readline())
         self.assertEqual(line, 'zelagent demo.sw1 ready\n', self.agent.stderr.read() if not line else line)
 
     def tearDown(self):
@@ -44,12 +47,12 @@ class ConsoleTest(unittest.TestCase):
         return children.run('zelc -i', [os.path.join(BIN, 'zelc'), '-i', 'demo.sw1'], input=stdin, env=self.env)
 
     def test_a_script_piped_in(self):
-        rc, out, err = self.zelc('total = 0\nfor i in range(4):\n    total += i\n\nNone\ntotal\nprint "x";1/0\n'
+        rc, out, err = self.zelc('total = 0\nfor i in range(4):\n    total += i\n\nNone\ntotal\nprint("x");1/0\n'
                                  'def f():\n    return total * 7\n\nf()')   # the last line without its newline
         self.assertEqual((rc, out), (0, '6\n42\n'))
         # What a failing statement printed comes with its traceback.
         self.assertEqual(err, 'x\nTraceback (most recent call last):\n  File "<console>", line 1, in <module>\n'
-                              'ZeroDivisionError: integer division or modulo by zero\n')
+                              'ZeroDivisionError: %s\n' % pyver.INT_DIVISION_BY_ZERO)
         # The connection lost mid-statement: it may or may not have run, and zelc says so.
         rc, out, err = self.zelc('import os\nos.kill(os.getpid(), 9)\n1\n')
         self.agent.wait()
@@ -61,14 +64,14 @@ class ConsoleTest(unittest.TestCase):
         console = subprocess.Popen([os.path.join(BIN, 'zelc'), '-i', 'demo.sw1'], env=self.env,
                                    stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         with children.watched(console, 'zelc -i'):
-            console.stdin.write('kept = 1\nkept\n')
+            console.stdin.write(b'kept = 1\nkept\n')
             console.stdin.flush()
-            self.assertEqual(console.stdout.readline(), '1\n')
+            self.assertEqual(console.stdout.readline(), b'1\n')
             self.agent.terminate()
             self.agent.wait()
             self.startAgent()
-            out, err = console.communicate('kept\n')
-        self.assertEqual((console.returncode, out, err),
+            out, err = console.communicate(b'kept\n')
+        self.assertEqual((console.returncode, toText(out), toText(err)),
                          (2, '', "zelc: The agent closed the console's connection (its namespace is gone)\n"))
 
     @unittest.skipUnless(os.path.exists(TMUX), 'tmux not installed')
@@ -87,7 +90,7 @@ class ConsoleTest(unittest.TestCase):
                 subprocess.check_call(tmux + ['send-keys'] + list(k))
 
             def screen():
-                return subprocess.check_output(tmux + ['capture-pane', '-p', '-S', '-100'])
+                return toText(subprocess.check_output(tmux + ['capture-pane', '-p', '-S', '-100']))
 
             def waitFor(text, prompted=True):
                 """Until `text` is on the screen, and (`prompted`) the console waits at a prompt: keys typed
@@ -104,7 +107,7 @@ class ConsoleTest(unittest.TestCase):
             def typed(line, shows, prompted=True):
                 keys(line, 'Enter')
                 waitFor(shows, prompted)
-            waitFor('demo.sw1, pid %d, Python 2.' % self.agent.pid)
+            waitFor('demo.sw1, pid %d, Python %d.' % (self.agent.pid, sys.version_info[0]))
             # The arrow keys recall the earlier session's last line.
             keys('Up')
             waitFor(">>> earlier='recalled'", prompted=False)

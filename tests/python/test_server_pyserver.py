@@ -83,7 +83,7 @@ class ServerTest(unittest.TestCase):
             if error not in ('SyntaxError', nul):
                 self.assertTrue(text.startswith('Traceback (most recent call last):\n  File "<PyServer>", line '), text)
         # Longer than a frame: parts, then the request; run once as one command, in the connection's namespace.
-        longer = 'v = %r\nprint len(v), seed' % ('z' * 3 * MAX_COMMAND)
+        longer = 'v = %r\nprint("%%d %%d" %% (len(v), seed))' % ('z' * 3 * MAX_COMMAND)
         a.sendall(frames(EXEC, longer))
         self.assertEqual(response(a), ('OK', '%d 10\n' % (3 * MAX_COMMAND)))
         a.sendall(frames(EVAL, '1 +' + ' ' * MAX_COMMAND + '1'))
@@ -141,7 +141,7 @@ class ServerTest(unittest.TestCase):
             s.sendall(frame(EXEC, cmd))
             time.sleep(0.2)
             started = time.time()
-            self.assertEqual((server.stop(timeout=0.5), s.recv(10), os.listdir(self.dir)), (ended, '', ['t.srv',
+            self.assertEqual((server.stop(timeout=0.5), s.recv(10), os.listdir(self.dir)), (ended, b'', ['t.srv',
                                                                                                       't.srv.sock']))
             self.assertLess(time.time() - started, 1.0)
             for t in threading.enumerate():

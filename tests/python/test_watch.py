@@ -28,7 +28,7 @@ KEPT = ('Zel::PyGenericIfNotifiee', 'Zel::ActivityConfig', 'Zel::PyObjHandle')
 def changes(sock, count):
     """The next `count` pushed frames as (status, attribute or count, value)."""
     frames = [response(sock) for _ in range(count)]
-    return [(st,) + tuple(p.split(b' ', 2)[1:]) if st == b'CH' else (st, p, None) for st, p in frames]
+    return [(st,) + tuple(p.split(' ', 2)[1:]) if st == 'CH' else (st, p, None) for st, p in frames]
 
 
 def until(done, seconds=10):
@@ -58,9 +58,9 @@ class InProcess(unittest.TestCase):
         return s, response(s)
 
     def test_changes_arrive_in_order_and_only_those_asked_for(self):
-        s, started = self.watch(b'/wt/et1\nmtu\ndescription')
-        whole, wholeStarted = self.watch(b'/wt')
-        self.assertEqual((started, wholeStarted), ((b'OK', b'/wt/et1'), (b'OK', b'/wt')))
+        s, started = self.watch('/wt/et1\nmtu\ndescription')
+        whole, wholeStarted = self.watch('/wt')
+        self.assertEqual((started, wholeStarted), (('OK', '/wt/et1'), ('OK', '/wt')))
         before = time.time()
         for i in range(2000):
             self.et.mtu = i
@@ -69,20 +69,20 @@ class InProcess(unittest.TestCase):
         self.sw.vlan[10] = 'users'
         self.sw.intf.newMember('et2')
         run_until_quiet()
-        self.assertEqual(changes(s, 2001), [(b'CH', b'mtu', b'%d' % i) for i in range(2000)] +
-                         [(b'CH', b'description', b"'up'")])
+        self.assertEqual(changes(s, 2001), [('CH', 'mtu', '%d' % i) for i in range(2000)] +
+                         [('CH', 'description', "'up'")])
         # The collections' changes name the key.
-        self.assertEqual(changes(whole, 2), [(b'CH', b'vlan', b'10'), (b'CH', b'intf', b"'et2'")])
+        self.assertEqual(changes(whole, 2), [('CH', 'vlan', '10'), ('CH', 'intf', "'et2'")])
         del self.sw.vlan[10]
         run_until_quiet()
-        stamp, rest = response(whole)[1].split(b' ', 1)
-        self.assertEqual((rest, before <= float(stamp) <= time.time() + 0.001), (b'vlan 10', True))
+        stamp, rest = response(whole)[1].split(' ', 1)
+        self.assertEqual((rest, before <= float(stamp) <= time.time() + 0.001), ('vlan 10', True))
 
     def test_a_reader_too_slow_is_told_how_many_changes_were_dropped(self):
         limits = ZelWatch.MAX_QUEUED, ZelWatch.MAX_QUEUED_BYTES
         ZelWatch.MAX_QUEUED, ZelWatch.MAX_QUEUED_BYTES = 100, 4000
         try:
-            s, _ = self.watch(b'/wt/et1\nmtu\ndescription')
+            s, _ = self.watch('/wt/et1\nmtu\ndescription')
         finally:
             ZelWatch.MAX_QUEUED, ZelWatch.MAX_QUEUED_BYTES = limits
         total = 30000
@@ -93,37 +93,37 @@ class InProcess(unittest.TestCase):
         expected = dropped = 0
         while expected < total:
             status, payload = response(s)
-            if status == b'DR':
+            if status == 'DR':
                 expected += int(payload)
                 dropped += int(payload)
             else:
                 # In order, and every change either sent or counted in its place.
-                self.assertEqual((status, int(payload.split(b' ')[2])), (b'CH', expected))
+                self.assertEqual((status, int(payload.split(' ')[2])), ('CH', expected))
                 expected += 1
         self.assertEqual(expected, total)
         self.assertGreater(dropped, 0)
         # A value too large for the queue's bytes is dropped alone, and counted before the next change.
         self.et.description, self.et.mtu = 'x' * 5000, total
         run_until_quiet()
-        self.assertEqual(changes(s, 2), [(b'DR', b'1', None), (b'CH', b'mtu', b'%d' % total)])
+        self.assertEqual(changes(s, 2), [('DR', '1', None), ('CH', 'mtu', '%d' % total)])
 
     def test_refusals_and_ends_of_a_watch_leave_nothing_behind(self):
         gc.collect()
         before = live(*KEPT)
-        for command, error in ((b'/wt/nope', b'LookupError: no entity /wt/nope\n'),
-                               (b'/wt\nreset', b'AttributeError: Demo::Switch has no attribute reset\n'),
-                               (b'/wt\nvlan\nnone', b'AttributeError: Demo::Switch has no attribute none\n')):
+        for command, error in (('/wt/nope', 'LookupError: no entity /wt/nope\n'),
+                               ('/wt\nreset', 'AttributeError: Demo::Switch has no attribute reset\n'),
+                               ('/wt\nvlan\nnone', 'AttributeError: Demo::Switch has no attribute none\n')):
             s, answer = self.watch(command)
-            self.assertEqual((answer, s.recv(10)), ((b'EX', error), b''))
-        one, _ = self.watch(b'/wt')
-        other, _ = self.watch(b'/wt/et1')
+            self.assertEqual((answer, s.recv(10)), (('EX', error), b''))
+        one, _ = self.watch('/wt')
+        other, _ = self.watch('/wt/et1')
         self.assertEqual((ZelWatch.watching(), live(*KEPT)[:2]), (2, [before[0] + 2, before[1] + 2]))
         one.close()   # the client goes ...
         until(lambda: ZelWatch.watching() == 1)
         self.assertEqual((ZelWatch.watching(), live(*KEPT)[:2]), (1, [before[0] + 1, before[1] + 1]))
         self.et.mtu = 1
         run_until_quiet()
-        self.assertEqual(changes(other, 1), [(b'CH', b'mtu', b'1')])
+        self.assertEqual(changes(other, 1), [('CH', 'mtu', '1')])
         self.server.stop()   # ... or the server stops
         self.assertEqual((ZelWatch.watching(), other.recv(10)), (0, b''))
         self.assertEqual(live(*KEPT), before)
@@ -149,20 +149,20 @@ class Zelc(unittest.TestCase):
 
     def inAgent(self, expression):
         rc, out, err = self.zelc('demo.sw1', expression)
-        self.assertEqual((rc, err), (0, b''))
+        self.assertEqual((rc, err), (0, ''))
         return eval(out)
 
     def test_watch_until_ctrl_c_then_stacks(self):
         counts = "__import__('ZelWatch').watching(), __import__('snapshot').live('Zel::PyGenericIfNotifiee')"
         self.assertEqual(self.zelc('-x', 'demo.sw1', 'import Zel, sys\nZel.root().entity["sw1"].intf.newMember("et1")\n'
-                                   'sys.path.append(%r)' % os.getcwd()), (0, b'', b''))   # for snapshot
+                                   'sys.path.append(%r)' % os.getcwd()), (0, '', ''))   # for snapshot
         before = self.inAgent(counts)
         watcher = subprocess.Popen([os.path.join(BIN, 'zelc'), '--watch', 'demo.sw1', '/sw1/et1', 'mtu'],
                                    env=self.env, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         with children.watched(watcher, 'zelc --watch'):
             until(lambda: self.inAgent(counts) != before, children.SECONDS)
             self.assertEqual(self.zelc('-x', 'demo.sw1', 'import Zel\net = Zel.root().entity["sw1"].intf["et1"]\n'
-                                       'for i in 1, 2, 3: et.mtu = 9000 + i; et.adminUp = i == 2'), (0, b'', b''))
+                                       'for i in 1, 2, 3: et.mtu = 9000 + i; et.adminUp = i == 2'), (0, '', ''))
             lines = [watcher.stdout.readline() for _ in range(3)]
             watcher.send_signal(signal.SIGINT)
             rest = watcher.communicate()
@@ -171,12 +171,12 @@ class Zelc(unittest.TestCase):
         self.assertEqual((watcher.returncode, rest), (0, (b'', b'')))
         until(lambda: self.inAgent(counts) == before)
         self.assertEqual(self.inAgent(counts), before)
-        self.assertEqual(self.zelc('--watch', 'demo.sw1', '/sw2'), (1, b'', b'LookupError: no entity /sw2\n'))
+        self.assertEqual(self.zelc('--watch', 'demo.sw1', '/sw2'), (1, '', 'LookupError: no entity /sw2\n'))
         rc, out, err = self.zelc('--stacks', 'demo.sw1')
-        self.assertEqual((rc, err, out.startswith(b'Thread MainThread (ident ')), (0, b'', True), out)
+        self.assertEqual((rc, err, out.startswith('Thread MainThread (ident ')), (0, '', True), out)
         # The server's accepting thread, waiting for connections, by its name and with its frames.
-        self.assertTrue(re.search(br'\n\nThread PyServer demo\.sw1 \(ident \d+\)\n(  File .*\n    .*\n)*'
-                                  br'  File ".*PyServer\.py", line \d+, in _acceptLoop\n', out), out)
+        self.assertTrue(re.search(r'\n\nThread PyServer demo\.sw1 \(ident \d+\)\n(  File .*\n    .*\n)*'
+                                  r'  File ".*PyServer\.py", line \d+, in _acceptLoop\n', out), out)
 
 
 if __name__ == '__main__':

@@ -10,6 +10,8 @@ import time
 import unittest
 
 import children
+import pyver
+from ZelCompat import toText
 
 BIN = os.path.join(os.environ.get('ZEL_BUILD_DIR', ''), 'bin')
 BIG = 100 * 1000 * 1000
@@ -35,7 +37,7 @@ class ZelcOperatorTest(unittest.TestCase):
                                  stderr=open(os.devnull, 'w'))
         self.agents[name] = agent
         with children.watched(agent, 'zelagent ' + name):
-            self.assertEqual(agent.stdout.readline(), 'zelagent %s ready\n' % name)
+            self.assertEqual(toText(agent.stdout.readline()), 'zelagent %s ready\n' % name)
         return agent
 
     def zelc(self, *args, **kw):
@@ -78,9 +80,8 @@ class ZelcOperatorTest(unittest.TestCase):
         rc, out, err = self.zelc('demo.*', '__import__("os").getpid() if __import__("os").getpid() == %d else 1/0'
                                  % a1.pid)
         self.assertEqual((rc, out), (1, 'demo.a1: %d\n' % a1.pid))
-        self.assertTrue(err.startswith('demo.a2: Traceback') and err.endswith('demo.a2: ZeroDivisionError: '
-                                                                              'integer division or modulo by zero\n'),
-                        err)
+        self.assertTrue(err.startswith('demo.a2: Traceback') and
+                        err.endswith('demo.a2: ZeroDivisionError: %s\n' % pyver.INT_DIVISION_BY_ZERO), err)
         self.assertEqual(self.zelc('-x', 'demo.a[2]', 'print("one\\ntwo")'), (0, 'demo.a2: one\ndemo.a2: two\n', ''))
         self.assertEqual(self.zelc('nothing.*', '1'), (2, '', 'zelc: no live agent matches nothing.*\n'))
         for args in (['--help'], ['--version']):
@@ -96,7 +97,7 @@ class ZelcOperatorTest(unittest.TestCase):
         waiting = self.background('-x', 'demo.sw1', 'import time; time.sleep(30)')
         time.sleep(0.5)
         agent.kill()
-        out, err = waiting.communicate()
+        out, err = map(toText, waiting.communicate())
         self.assertEqual((waiting.returncode, out), (2, ''))
         self.assertTrue(err.startswith('zelc: Lost the connection to demo.sw1 (') and err.endswith(LOST), err)
         self.assertEqual(err.count('\n'), 1)
@@ -115,7 +116,7 @@ class ZelcOperatorTest(unittest.TestCase):
             self.assertLess(time.time() - started, 2.0)
             self.assertEqual(os.listdir(self.dir), [])
             for zelc in runaway:
-                out, err = zelc.communicate()
+                out, err = map(toText, zelc.communicate())
                 self.assertEqual((zelc.returncode, out, err.endswith(LOST)), (2, '', True))
         self.assertEqual(self.zelc('demo.sw1', '1'), (2, '', 'zelc: Unable to connect to demo.sw1\n'))
 
