@@ -293,6 +293,22 @@ inline void checkAsyncExceptionsSoon() {
 #endif
 }
 
+// Py_Initialize without importing site (3.12 deprecates the global flag;
+// its configuration says the same).
+inline void initializeWithoutSite() {
+#if PY_MAJOR_VERSION >= 3
+    PyConfig config;
+    PyConfig_InitPythonConfig(&config);
+    config.site_import = 0;
+    ::PyStatus const status = Py_InitializeFromConfig(&config);
+    PyConfig_Clear(&config);
+    if (PyStatus_Exception(status)) Py_ExitStatusException(status);
+#else
+    Py_NoSiteFlag = 1;
+    Py_Initialize();
+#endif
+}
+
 // Readies the interpreter lock after Py_Initialize (3 always has it).
 inline void initThreads() {
 #if PY_MAJOR_VERSION < 3
