@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "module/mapping/Mapping.h"
+#include "support/PyCompatFrames.h"
 #include "module/convert/NativeValue.h"
 #include "Zel/Builtin.h"
 #include "Zel/Values.h"

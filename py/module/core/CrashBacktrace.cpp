@@ -4,6 +4,7 @@
 // can be walked only through accessors that may make a frame object on the
 // way; the exception's str() has always called into the interpreter.)
 #include "module/core/Module.h"
+#include "support/PyCompatFrames.h"
 
 #include <unistd.h>
 

@@ -2,13 +2,14 @@
 // executable, this Py_GetVersion is the one libZelPy's call resolves to.
 #include <Python.h>
 
+#include "support/PyCompat.h"
+
 extern "C" __attribute__((visibility("default"))) const char* Py_GetVersion(void) {
     return "2.6.9 (test host)";
 }
 
 int main() {
-    Py_NoSiteFlag = 1;
-    Py_Initialize();
+    Zel::compat::initializeWithoutSite();
     int rc = PyRun_SimpleString("import _Zel\n");
     Py_Finalize();
     // Reaching here means the version check let the import through.
