@@ -50,6 +50,13 @@ STOP_SECONDS = 1.0
 # per process.
 _stdoutLock = threading.RLock()
 
+# Tracebacks are formatted one at a time. From Python 3.11 formatting one
+# parses source lines (ast.parse, for the markers under an expression), and
+# 3.11's parser keeps its depth count where every thread sees it: two
+# connections formatting at once can make a parse fail (silently, inside
+# the traceback module) and leak the tree it had built.
+_formatLock = threading.Lock()
+
 
 def agentsDir():
     return os.environ.get('ZELC_AGENTS_DIR', '/var/run/agents')
@@ -108,7 +115,8 @@ def _formatError(etype, value, tb):
     than in this module."""
     while tb is not None and tb.tb_frame.f_code.co_filename == _execCode.__code__.co_filename:
         tb = tb.tb_next
-    return ''.join(traceback.format_exception(etype, value, tb))
+    with _formatLock:
+        return ''.join(traceback.format_exception(etype, value, tb))
 
 
 class _LocalServer(object):
