@@ -37,7 +37,7 @@ import ZelStacks
 import ZelWatch
 # Each connection's console (zelc -i) is one of these.
 from ZelConsole import Console
-from ZelCompat import TextIO, toBytes
+from ZelCompat import TextIO, formatLock, toBytes
 
 __all__ = ['PyServer', '_LocalServer', 'agentsDir']
 
@@ -49,13 +49,6 @@ STOP_SECONDS = 1.0
 # Commands that print are captured by swapping sys.stdout: one at a time
 # per process.
 _stdoutLock = threading.RLock()
-
-# Tracebacks are formatted one at a time. From Python 3.11 formatting one
-# parses source lines (ast.parse, for the markers under an expression), and
-# 3.11's parser keeps its depth count where every thread sees it: two
-# connections formatting at once can make a parse fail (silently, inside
-# the traceback module) and leak the tree it had built.
-_formatLock = threading.Lock()
 
 
 def agentsDir():
@@ -115,7 +108,7 @@ def _formatError(etype, value, tb):
     than in this module."""
     while tb is not None and tb.tb_frame.f_code.co_filename == _execCode.__code__.co_filename:
         tb = tb.tb_next
-    with _formatLock:
+    with formatLock:   # one at a time, with the console's and the stacks' (see ZelCompat)
         return ''.join(traceback.format_exception(etype, value, tb))
 
 

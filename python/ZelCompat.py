@@ -8,9 +8,18 @@ that are not UTF-8 survive the round trip, as the _Zel module's strings
 do. On 2.7 a str is already bytes and passes through unchanged.
 """
 import sys
+import threading
 import time
 
 PY3 = sys.version_info[0] >= 3
+
+# Held while a traceback or stack is formatted (PyServer, ZelConsole,
+# ZelStacks), so that one thread formats at a time. From Python 3.11
+# formatting parses source lines (ast.parse, for the markers under an
+# expression), and 3.11's parser keeps its depth count where every thread
+# sees it: two threads formatting at once can make a parse fail (silently,
+# inside the traceback module) and leak the tree it had built.
+formatLock = threading.Lock()
 
 if PY3:
     import io

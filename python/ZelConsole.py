@@ -17,7 +17,7 @@ import os
 import sys
 import traceback
 
-from ZelCompat import PY3, TextIO, toText
+from ZelCompat import PY3, TextIO, formatLock, toText
 
 if PY3:
     import builtins
@@ -36,9 +36,10 @@ def _format(etype, value, tb):
     """The traceback of a failed statement as the interactive interpreter shows it: the statement's frames and
     what it called, not the console's own (running it, or showing its value)."""
     here = _format.__code__.co_filename
-    frames = [f for f in traceback.extract_tb(tb) if f[0] != here]
-    head = ['Traceback (most recent call last):\n'] + traceback.format_list(frames) if frames else []
-    return ''.join(head + traceback.format_exception_only(etype, value))
+    with formatLock:
+        frames = [f for f in traceback.extract_tb(tb) if f[0] != here]
+        head = ['Traceback (most recent call last):\n'] + traceback.format_list(frames) if frames else []
+        return ''.join(head + traceback.format_exception_only(etype, value))
 
 
 def _trailingWord(line):

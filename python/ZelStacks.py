@@ -5,6 +5,8 @@ import sys
 import threading
 import traceback
 
+from ZelCompat import formatLock
+
 
 def text():
     """Per thread: 'Thread NAME (ident N)', then its frames, innermost last.
@@ -22,6 +24,7 @@ def text():
         if frame is None:
             out.append('  (no Python frame: in native code)\n')
         else:
-            out.extend(traceback.format_stack(frame))
+            with formatLock:
+                out.extend(traceback.format_stack(frame))
         out.append('\n')
     return ''.join(out)
