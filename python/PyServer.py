@@ -225,14 +225,16 @@ class PyServer(object):
         with self._connsLock:
             conns = list(self._conns.values())
             for c in conns:
-                if deadline is not None:
-                    self._nativeInterrupt(c.sock.fileno())
                 # Wakes the connection's thread wherever it waits on the
-                # socket; the thread closes it.
+                # socket; the thread closes it. Shut before the interruption,
+                # so that an interrupted command's reply never goes out: its
+                # client cannot tell it from one lost with the agent.
                 try:
                     c.sock.shutdown(socket.SHUT_RDWR)
                 except socket.error:
                     pass
+                if deadline is not None:
+                    self._nativeInterrupt(c.sock.fileno())
         for c in conns:
             c.thread.join(None if deadline is None else max(0.0, deadline - time.time()))
         for fd in (self._wakeR, self._wakeW):
