@@ -120,6 +120,32 @@ class ZelcOperatorTest(unittest.TestCase):
                 self.assertEqual((zelc.returncode, out, err.endswith(LOST)), (2, '', True))
         self.assertEqual(self.zelc('demo.sw1', '1'), (2, '', 'zelc: Unable to connect to demo.sw1\n'))
 
+    def test_ctrl_c_interrupts_the_command_in_each_agent(self):
+        self.start('demo.sw1')
+        self.start('demo.sw2')
+        for target, count in (('demo.sw1', 1), ('demo.*', 2)):
+            zelc = self.background('-x', target, 'while True: pass')
+            time.sleep(0.5)
+            started = time.time()
+            zelc.send_signal(signal.SIGINT)
+            with children.watched(zelc, 'interrupted zelc', 10):
+                out, err = zelc.communicate()
+            self.assertLess(time.time() - started, 5.0)
+            self.assertEqual((zelc.returncode, out, err.count(b'KeyboardInterrupt')), (1, b'', count), err)
+            # The loops stopped: each agent answers at once.
+            for name in ('demo.sw1', 'demo.sw2'):
+                self.assertEqual(self.zelc(name, '6 * 7', seconds=5), (0, b'42\n', b''))
+        # Within one C call the interruption waits; a second Ctrl-C ends zelc as Ctrl-C ends a program.
+        zelc = self.background('demo.sw1', 'sum(iter(int, 1))')
+        time.sleep(0.5)
+        zelc.send_signal(signal.SIGINT)
+        time.sleep(0.5)
+        self.assertIsNone(zelc.poll())
+        zelc.send_signal(signal.SIGINT)
+        with children.watched(zelc, 'zelc given two Ctrl-C', 10):
+            zelc.communicate()
+        self.assertEqual(zelc.returncode, -signal.SIGINT)
+
 
 if __name__ == '__main__':
     unittest.main()
