@@ -16,18 +16,16 @@ import PyServer
 import Zel
 import ZelDemo  # noqa: F401
 import _Zel
-import children
 from ZelWire import KIND_EVAL, KIND_EXEC, greet, request
-from soak_checks import CLIENT_VLAN, STATIC_VLANS, WRITER_VLAN, ZELC_VLAN, Seen, idle, owner, problems
+from soak_checks import CLIENT_VLAN, STATIC_VLANS, WRITER_VLAN, Seen, idle, owner, problems
 from zelsupport import run_until_quiet
 
-# A thread, reply or zelc run taking this long has hung (under valgrind,
+# A thread or reply taking this long has hung (under valgrind,
 # where the server runs tens of times slower, memcheck.sh sets more).
 HANG = float(os.environ.get('ZEL_SOAK_HANG', 60))
 WRITERS, CLIENTS, CLOCKS = 3, 4, 3
 QUIET = HANG / 2               # the loop goes quiet within this once every actor stopped
 REARM = 0.002                  # clock handlers wake again this long after a firing
-ZELC = os.path.join(os.environ.get('ZEL_BUILD_DIR', ''), 'bin', 'zelc')
 
 ALL = _Zel.typeNode('Demo::AllTypes')
 I32 = ALL.attr('i32')
@@ -83,7 +81,7 @@ class Soak(object):
                                      attrs=['intf'], activity=self.act)
         self.expected = Seen()   # switch changes by owner
         self.writes, self.sets, self.requests = [0] * WRITERS, [0] * CLIENTS, [0] * CLIENTS
-        self.zelcRuns = self.zelcLines = self.churns = 0
+        self.churns = 0
         self.dir = tempfile.mkdtemp()
         self.server = PyServer.PyServer('soak.srv', tcpPort=0, directory=self.dir,
                                         namespace={'Zel': Zel, 'sw': self.sw, 'objs': self.objs})
@@ -169,19 +167,6 @@ class Soak(object):
                 assert not select.select([s], [], [], 0)[0], 'a reply nobody asked for'
             finally:
                 s.close()
-
-    def zelc(self):
-        """zelc -i runs, alternately over the socket and the TCP port, each 25 statement/expression pairs."""
-        for run in self.steps():
-            how = ['-s', self.server.socketPath] if run % 2 else ['-p', str(self.server.tcpPort)]
-            lines = range(self.zelcLines + 1, self.zelcLines + 26)
-            self.zelcLines += 25
-            cmds = ''.join('sw.vlan[%d] = "z%d"\nsw.vlan[%d]\nsw.add(%d, 1000)\n' % (ZELC_VLAN, n, ZELC_VLAN, n)
-                           for n in lines)
-            self.expected.see(('vlan', ZELC_VLAN), 25)
-            got = children.run('zelc -i ' + how[0], [ZELC, '-i'] + how, input=cmds, seconds=HANG, close_fds=True)
-            assert got == (0, ''.join("'z%d'\n%d\n" % (n, n + 1000) for n in lines), ''), got
-            self.zelcRuns += 1
 
     def startClock(self, k, activity):
         """A clock notifiee whose handler re-arms it: k 0 and 1 through _Zel (deferred, immediate), 2 a Zel.timer."""
@@ -295,7 +280,7 @@ class Soak(object):
             loop = self.thread('soak loop', self.loop)
             workers = ([self.thread('soak writer %d' % w, self.writer, w) for w in range(WRITERS)] +
                        [self.thread('soak client %d' % c, self.client, c) for c in range(CLIENTS)] +
-                       [self.thread('soak zelc', self.zelc), self.thread('soak churn', self.churn)])
+                       [self.thread('soak churn', self.churn)])
             for t in [loop] + workers:
                 t.start()
             self.stop.wait(self.seconds)
@@ -343,8 +328,8 @@ def runChecked(test, seconds):
         soak.run()
         bad = problems(soak)
         test.assertEqual(bad, [], '\n'.join(bad))
-        sys.stderr.write('soak %.0f s: writes %r, client sets %r, requests %r, zelc runs %d, churns %d, clock firings '
-                         '%r\n' % (seconds, soak.writes, soak.sets, soak.requests, soak.zelcRuns, soak.churns,
+        sys.stderr.write('soak %.0f s: writes %r, client sets %r, requests %r, churns %d, clock firings '
+                         '%r\n' % (seconds, soak.writes, soak.sets, soak.requests, soak.churns,
                                    [clock['fired'] for clock in soak.clocks]))
     finally:
         soak.close()

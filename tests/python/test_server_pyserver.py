@@ -1,7 +1,6 @@
 """PyServer over raw sockets, each scenario walked once, and the native serving loop; the fuzz target drives the
 framing with arbitrary streams, the soak many clients at once."""
 
-import fcntl
 import os
 import shutil
 import socket
@@ -94,13 +93,7 @@ class ServerTest(unittest.TestCase):
         self.assertEqual(request(b, EVAL, 'len("ab")'), ('OK', '2'))
 
     def test_agent_file_slow_and_busy_peers_and_stop(self):
-        with open(self.server.agentFile) as f:
-            self.assertEqual(f.read(), '%d\n%d\n%s\n' % (os.getpid(), self.server.tcpPort, self.server.socketPath))
-        fd = os.open(self.server.agentFile, os.O_RDONLY)
-        try:
-            self.assertRaises(IOError, fcntl.flock, fd, fcntl.LOCK_EX | fcntl.LOCK_NB)
-        finally:
-            os.close(fd)
+        # The agent file's lines and its lock: zelc -l in test_zelc_operator.
         self.assertRaises(RuntimeError, PyServer.PyServer('t.srv', directory=self.dir,
                                                           socketPath=self.dir + '/other').start)
         idle, midFrame, busy = self.connect(), self.connect(tcp=True), self.connect()
@@ -141,9 +134,11 @@ class ServerTest(unittest.TestCase):
             s.sendall(frame(EXEC, cmd))
             time.sleep(0.2)
             started = time.time()
-            self.assertEqual((server.stop(timeout=0.5), s.recv(10), os.listdir(self.dir)), (ended, b'', ['t.srv',
-                                                                                                      't.srv.sock']))
+            stopped, answer = server.stop(timeout=0.5), s.recv(64)
+            self.assertEqual((stopped, os.listdir(self.dir)), (ended, ['t.srv', 't.srv.sock']))
             self.assertLess(time.time() - started, 1.0)
+            # An interrupted command may still answer before its connection is closed.
+            self.assertIn(answer[6:].decode(), ('', 'KeyboardInterrupt\n') if ended else ('',))
             for t in threading.enumerate():
                 if t.name.startswith('PyServer t.stop'):
                     t.join(5)

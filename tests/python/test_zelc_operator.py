@@ -49,11 +49,10 @@ class ZelcOperatorTest(unittest.TestCase):
 
     def test_results_and_commands_of_any_size_once(self):
         self.start('demo.sw1')
-        counted = "(__import__('sys').__dict__.setdefault('runs', []).append(1), 'x' * %d)[1]" % BIG
-        rc, out, err = self.zelc('demo.sw1', counted)
+        # Sent once however long: PyClientWholeResult.AnySizeEachCommandSentOnce.
+        rc, out, err = self.zelc('demo.sw1', "'x' * %d" % BIG)
         self.assertEqual((rc, len(out), out[:3], out[-4:], err), (0, BIG + 3, "'xx", "xx'\n", ''))
         del out
-        self.assertEqual(self.zelc('demo.sw1', "len(__import__('sys').runs)"), (0, '1\n', ''))
         rc, out, err = self.zelc('-x', 'demo.sw1', 'raise ValueError("y" * %d)' % BIG)
         self.assertEqual((rc, out, len(err) > BIG, err[-5:]), (1, '', True, 'yyyy\n'))
         del err
@@ -84,6 +83,8 @@ class ZelcOperatorTest(unittest.TestCase):
                         err.endswith('demo.a2: ZeroDivisionError: %s\n' % pyver.INT_DIVISION_BY_ZERO), err)
         self.assertEqual(self.zelc('-x', 'demo.a[2]', 'print("one\\ntwo")'), (0, 'demo.a2: one\ndemo.a2: two\n', ''))
         self.assertEqual(self.zelc('nothing.*', '1'), (2, '', 'zelc: no live agent matches nothing.*\n'))
+        # -i: a line that is no expression is executed.
+        self.assertEqual(self.zelc('-i', 'demo.a1', input='x = 6\nx * 7\n'), (0, '42\n', ''))
         for args in (['--help'], ['--version']):
             rc, out, err = self.zelc(*args)
             self.assertEqual((rc, err), (0, ''))
@@ -119,6 +120,32 @@ class ZelcOperatorTest(unittest.TestCase):
                 out, err = map(toText, zelc.communicate())
                 self.assertEqual((zelc.returncode, out, err.endswith(LOST)), (2, '', True))
         self.assertEqual(self.zelc('demo.sw1', '1'), (2, '', 'zelc: Unable to connect to demo.sw1\n'))
+
+    def test_ctrl_c_interrupts_the_command_in_each_agent(self):
+        self.start('demo.sw1')
+        self.start('demo.sw2')
+        for target, count in (('demo.sw1', 1), ('demo.*', 2)):
+            zelc = self.background('-x', target, 'while True: pass')
+            time.sleep(0.5)
+            started = time.time()
+            zelc.send_signal(signal.SIGINT)
+            with children.watched(zelc, 'interrupted zelc', 10):
+                out, err = zelc.communicate()
+            self.assertLess(time.time() - started, 5.0)
+            self.assertEqual((zelc.returncode, out, err.count(b'KeyboardInterrupt')), (1, b'', count), err)
+            # The loops stopped: each agent answers at once.
+            for name in ('demo.sw1', 'demo.sw2'):
+                self.assertEqual(self.zelc(name, '6 * 7', seconds=5), (0, b'42\n', b''))
+        # Within one C call the interruption waits; a second Ctrl-C ends zelc as Ctrl-C ends a program.
+        zelc = self.background('demo.sw1', 'sum(iter(int, 1))')
+        time.sleep(0.5)
+        zelc.send_signal(signal.SIGINT)
+        time.sleep(0.5)
+        self.assertIsNone(zelc.poll())
+        zelc.send_signal(signal.SIGINT)
+        with children.watched(zelc, 'zelc given two Ctrl-C', 10):
+            zelc.communicate()
+        self.assertEqual(zelc.returncode, -signal.SIGINT)
 
 
 if __name__ == '__main__':

@@ -30,6 +30,12 @@ std::unique_ptr<Zel::PyClient> makeClient(Options const& o, std::string const& n
     return client;
 }
 
+std::unique_ptr<Zel::PyClient> connectedClient(Options const& o, std::string const& name) {
+    std::unique_ptr<Zel::PyClient> client = makeClient(o, name);
+    client->connect();
+    return client;
+}
+
 int connectClient(Zel::PyClient& client, std::string const& label, Output& output) {
     try {
         client.connect();

@@ -16,6 +16,10 @@ namespace zelc {
 // short retry.
 std::unique_ptr<Zel::PyClient> makeClient(Options const& o, std::string const& name);
 
+// makeClient's client, connected (for a second connection to an agent
+// already reached). Throws as PyClient::connect does.
+std::unique_ptr<Zel::PyClient> connectedClient(Options const& o, std::string const& name);
+
 // Connects `client` to the agent `label` names: kSuccess, or kUnreachable
 // with the line in `output`.
 int connectClient(Zel::PyClient& client, std::string const& label, Output& output);

@@ -1,9 +1,6 @@
 // The console's requests (see ConsoleSession.h).
 #include "ConsoleSession.h"
 
-#include <iostream>
-
-#include "Output.h"
 #include "support/WireProtocol.h"
 #include "Zel/Exception.h"
 
@@ -12,12 +9,7 @@ namespace zelc {
 namespace wire = Zel::wire;
 
 ConsoleSession::ConsoleSession(Zel::PyClient& client, Connector connectAnother)
-    : client_(client), connectAnother_(std::move(connectAnother)) {
-    std::string hello(client_.commandWhole(wire::kControl, wire::kHello).view());
-    size_t newline = hello.find('\n');
-    token_ = hello.substr(0, newline);
-    banner_ = newline == std::string::npos ? std::string() : hello.substr(newline + 1);
-}
+    : client_(client), interrupter_(client, std::move(connectAnother), "the agent runs no statement of this console") {}
 
 void ConsoleSession::connectionKept() const {
     if (client_.usable()) return;
@@ -47,22 +39,6 @@ ConsoleSession::Completion ConsoleSession::complete(std::string_view line) {
     return c;
 }
 
-bool ConsoleSession::interrupt() const {
-    std::string why;
-    try {
-        std::unique_ptr<Zel::PyClient> other = connectAnother_();
-        std::string answer(other->commandWhole(wire::kControl, std::string(wire::kInterrupt) + token_).view());
-        if (answer == wire::kInterrupted) return true;
-        why = "the agent runs no statement of this console";
-    } catch (Zel::Exception const& e) {
-        why = std::string(e.message().view());
-    } catch (std::exception const& e) {
-        why = e.what();
-    } catch (...) {   // on the Ctrl-C thread, where nothing may escape
-        why = "unexpected failure";
-    }
-    std::cerr << failureLine("cannot interrupt: " + why) << std::flush;
-    return false;
-}
+bool ConsoleSession::interrupt() const { return interrupter_.interrupt(); }
 
 } // namespace zelc

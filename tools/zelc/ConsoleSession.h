@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Interrupter.h"
 #include "ZelPy/PyClient.h"
 
 namespace zelc {
@@ -18,14 +19,14 @@ namespace zelc {
 class ConsoleSession {
 public:
     // Opens a connection to the same agent, for an interrupt request.
-    using Connector = std::function<std::unique_ptr<Zel::PyClient>()>;
+    using Connector = Interrupter::Connector;
 
     // Greets the agent's console on `client`'s connection. Throws as
     // PyClient does.
     ConsoleSession(Zel::PyClient& client, Connector connectAnother);
 
     // The agent's one-line banner: its name, pid and Python version.
-    std::string const& banner() const { return banner_; }
+    std::string const& banner() const { return interrupter_.banner(); }
 
     struct Outcome {
         enum class Kind { Done, Raised, More } kind;
@@ -53,9 +54,7 @@ private:
     void connectionKept() const;
 
     Zel::PyClient& client_;
-    Connector connectAnother_;
-    std::string token_;
-    std::string banner_;
+    Interrupter interrupter_;
 };
 
 } // namespace zelc

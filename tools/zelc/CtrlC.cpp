@@ -1,4 +1,4 @@
-// Ctrl-C in the console (see CtrlC.h).
+// Ctrl-C in zelc (see CtrlC.h).
 #include "CtrlC.h"
 
 #include <fcntl.h>
@@ -46,6 +46,14 @@ CtrlC::CtrlC() {
 CtrlC::~CtrlC() {
     ::sigaction(SIGINT, &saved_, nullptr);
     pressedFd = -1;
+}
+
+void CtrlC::letNextEnd() { ::sigaction(SIGINT, &saved_, nullptr); }
+
+bool CtrlC::ignored() {
+    struct sigaction now{};
+    ::sigaction(SIGINT, nullptr, &now);
+    return now.sa_handler == SIG_IGN;
 }
 
 bool CtrlC::taken() {

@@ -1,4 +1,4 @@
-// Ctrl-C in zelc's console: SIGINT is caught for the console's life (no
+// Ctrl-C in zelc's console and plain commands: SIGINT is caught for the console's life (no
 // restarted calls: a read waiting at the prompt ends with EINTR) and each
 // one becomes a byte on a pipe, which whoever waits can poll. While a
 // command runs, a thread of WhileRunning's takes them and asks the agent
@@ -25,6 +25,12 @@ public:
     bool taken();
     // Readable once Ctrl-C was pressed.
     int fd() const { return read_.get(); }
+    // From now on Ctrl-C does what it did before this CtrlC (by default,
+    // ends the process): for a second press while the first is handled.
+    void letNextEnd();
+    // Whether Ctrl-C is ignored now (as in a command a shell started in
+    // the background): then nothing should catch it.
+    static bool ignored();
 
 private:
     Zel::Fd read_, write_;

@@ -25,11 +25,7 @@ constexpr char kContinuation[] = "... ";
 
 int console(Options const& o, Zel::PyClient& client) {
     CtrlC ctrlC;
-    ConsoleSession session(client, [&o] {
-        std::unique_ptr<Zel::PyClient> other = makeClient(o, o.name);
-        other->connect();
-        return other;
-    });
+    ConsoleSession session(client, [&o] { return connectedClient(o, o.name); });
     bool terminal = ::isatty(0);
     std::unique_ptr<LineHistory> history;
     std::unique_ptr<LineInput> input;

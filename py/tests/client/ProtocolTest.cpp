@@ -3,7 +3,6 @@
 // reconnection and the final failure; then connect failures and the retry
 // profile.
 #include <netinet/in.h>
-#include <signal.h>
 
 #include "client/PyClientTestSupport.h"
 #include "ZelPy/PyClient.h"
@@ -11,10 +10,6 @@
 using namespace zeltest;
 
 namespace {
-
-struct IgnoreSigpipe {
-    IgnoreSigpipe() { ::signal(SIGPIPE, SIG_IGN); }
-} const ignoreSigpipe;
 
 std::string notice(std::string const& server) { return "[PyClient reconnecting to " + server + "]\n"; }
 

@@ -5,6 +5,7 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/socket.h>
@@ -30,6 +31,12 @@ namespace zeltest {
 inline bool readExact(int fd, void* buf, size_t n) {
     return n == 0 || ::recv(fd, buf, n, MSG_WAITALL) == static_cast<ssize_t>(n);
 }
+
+// The peer closes connections on purpose: a send into one fails rather
+// than ending the binary.
+inline struct IgnoreSigpipe {
+    IgnoreSigpipe() { ::signal(SIGPIPE, SIG_IGN); }
+} const ignoreSigpipe;
 
 // Blocking UNIX-domain sends of these sizes go out whole.
 inline void writeAll(int fd, std::string const& s) { (void)::send(fd, s.data(), s.size(), MSG_NOSIGNAL); }

@@ -114,9 +114,7 @@ TEST(PyClientTransport, PeerCloseAndErrors) {
     ::close(sv[0]);
     ::close(sv[1]);
     auto e = thrown<Zel::ErrnoException>([&] { socketRecv(sv[0], buf, 8, true); });
-    EXPECT_EQ(e.errnum(), EBADF);
-    EXPECT_EQ(e.ids(), Zel::Exception::IdBitArray(0x20000000));
-    EXPECT_EQ(e.message(), Zel::errnoString(EBADF));
+    EXPECT_EQ(e.errnum(), EBADF);   // its ids and text: the runtime's ExceptionTest
     EXPECT_EQ(e.context(), "");
     EXPECT_THROW(socketSend(-1, "x", 1, 0), Zel::ErrnoException);
 }

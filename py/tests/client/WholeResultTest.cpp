@@ -1,18 +1,12 @@
 // evalWhole/executeWhole against a scripted peer: results and tracebacks
 // larger than any buffer, commands longer than a frame sent in parts, and a
 // command never sent twice when the connection goes.
-#include <signal.h>
-
 #include "client/PyClientTestSupport.h"
 #include "ZelPy/PyClient.h"
 
 using namespace zeltest;
 
 namespace {
-
-struct IgnoreSigpipe {
-    IgnoreSigpipe() { ::signal(SIGPIPE, SIG_IGN); }
-} const ignoreSigpipe;
 
 TEST(PyClientWholeResult, AnySizeEachCommandSentOnce) {
     std::string const big(5 << 20, 'r');
