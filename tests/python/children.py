@@ -2,9 +2,10 @@
 Their input and output are text (UTF-8, see ZelCompat) on either interpreter."""
 import contextlib
 import os
+import signal
 import subprocess
 import sys
-import threading
+import time
 
 from ZelCompat import toBytes, toText
 
@@ -13,26 +14,44 @@ from ZelCompat import toBytes, toText
 SECONDS = float(os.environ.get("ZEL_CHILD_SECONDS") or 120)
 
 
+# The limits in force: [deadline, process, fired].
+_limits = []
+
+
+def _expire(signum=None, frame=None):
+    now = time.time()
+    for limit in _limits:
+        if limit[0] <= now and not limit[2]:
+            limit[2] = True
+            try:
+                limit[1].kill()
+            except OSError:   # it ended meanwhile
+                pass
+    pending = [limit[0] for limit in _limits if not limit[2]]
+    signal.setitimer(signal.ITIMER_REAL, max(min(pending) - now, 0.001) if pending else 0)
+
+
 @contextlib.contextmanager
 def watched(proc, name, seconds=SECONDS):
-    """Kills `proc` should the block take over `seconds`, and fails naming it."""
-    fired = []
+    """Kills `proc` should the block take over `seconds`, and fails naming it.
 
-    def kill():
-        fired.append(True)
-        try:
-            proc.kill()
-        except OSError:   # it ended meanwhile
-            pass
-    timer = threading.Timer(seconds, kill)
-    timer.daemon = True
-    timer.start()
+    The limit is an interval timer, not a thread: a thread alive when the
+    block forks (or one just ending, still freeing its memory) can hold the
+    allocator's lock in the child, which then never reaches exec (seen under
+    AddressSanitizer, whose allocator takes no care of fork)."""
+    if not _limits:
+        signal.signal(signal.SIGALRM, _expire)
+    limit = [time.time() + seconds, proc, False]
+    _limits.append(limit)
+    _expire()
     try:
         yield proc
     finally:
-        timer.cancel()
-        timer.join()
-        if fired:
+        _limits.remove(limit)
+        _expire()
+        if not _limits:
+            signal.signal(signal.SIGALRM, signal.SIG_DFL)
+        if limit[2]:
             proc.wait()
             raise AssertionError("child %s ran over %g s and was killed" % (name, seconds))
 

@@ -69,7 +69,7 @@ class Soak(object):
         # Immediate and deferred notifiees on every object and on the switch,
         # and through the package a filtered, deferred one.
         self.now = [dict((a, Seen(ordered=True)) for a in ('i32', 'i64', 'u64')) for _ in self.objs]
-        self.later = [dict((a, Seen()) for a in ('i32', 'i64', 'u64')) for _ in self.objs]
+        self.later = [dict((a, Seen(ordered=True)) for a in ('i32', 'i64', 'u64')) for _ in self.objs]
         self.swNow, self.swLater, self.swIntf = Seen(), Seen(), Seen()
         self.keep = [o.ptr_.newNotifiee(_Zel.handle(self.guard(how, lambda n, v, s=seen: s[n].see(v))), act)
                      for o, now, later in zip(self.objs, self.now, self.later)

@@ -10,9 +10,7 @@ CLIENT_VLAN, WRITER_VLAN = 1000, 2000
 
 
 class Seen(object):
-    """Counts by key, from any thread; `ordered`: keys 1, 2, 3, ... in that order (one writer's, seen at once)."""
-    # A deferred notifiee may be called by the loop and by a writer at once
-    # (when the loop is dispatching it).
+    """Counts by key, from any thread; `ordered`: keys 1, 2, 3, ... in that order (one writer's)."""
 
     def __init__(self, ordered=False):
         self.ordered = ordered

@@ -190,7 +190,7 @@ bool ActivityLoop::pass() {
         Ptr<PtrInterface::NotifieeConst> keep = keepAlive(n);
         if (n->zelMarkedForDeletion()) continue;
         PtrInterface::NotifieeConst* saved = current_;
-        current_ = n;
+        dispatchingIs(n);
         struct Restore {
             ActivityLoop* loop;
             PtrInterface::NotifieeConst* saved;

@@ -14,6 +14,7 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <thread>
 #include <utility>
 
 #include "Zel/Clock.h"
@@ -30,8 +31,16 @@ public:
     void enqueue(PtrInterface::NotifieeConst* n);
     // Drops the queued delivery of `n` and forgets it as being dispatched.
     void cancel(PtrInterface::NotifieeConst* n);
-    bool dispatching(PtrInterface::NotifieeConst const* n) const { return current_ == n; }
-    void dispatchingIs(PtrInterface::NotifieeConst* n) { current_ = n; }
+    // Whether this thread is dispatching `n` right now (its handler, or
+    // what the handler calls). Another thread's change to `n` meanwhile is
+    // queued behind the batch being delivered, so the order holds.
+    bool dispatching(PtrInterface::NotifieeConst const* n) const {
+        return current_ == n && dispatcher_ == std::this_thread::get_id();
+    }
+    void dispatchingIs(PtrInterface::NotifieeConst* n) {
+        current_ = n;
+        dispatcher_ = std::this_thread::get_id();
+    }
     size_t queued() const;
 
     void timerIs(Clock::NotifieeConst* n, double t);
@@ -64,6 +73,7 @@ private:
     std::atomic<bool> stopOnQuiesce_{false};
     int efd_ = -1;
     PtrInterface::NotifieeConst* current_ = nullptr;   // under the activity lock
+    std::thread::id dispatcher_;                       // the thread dispatching current_
 };
 
 } // namespace Zel

@@ -47,11 +47,11 @@ public:
     // Offers notification `attrNumber` for deferral. True when it was
     // queued for the activity: *pendingField then holds attrNumber, or -1
     // when different notifications are pending (a full redispatch). False
-    // when it must be handled at once: no activity, or this notifiee is
-    // being dispatched by its activity right now.
+    // when it must be handled at once: no activity, or this thread is
+    // dispatching this notifiee right now (a change its handler makes).
     bool zelOnAttribute(int attrNumber, int* pendingField);
     // The dispatch step: from here until the loop finishes with this
-    // notifiee, its notifications are handled at once.
+    // notifiee, the notifications this thread makes are handled at once.
     void actsm();
     // Delivers whatever this notifiee holds back (the base holds nothing).
     virtual void redispatch();

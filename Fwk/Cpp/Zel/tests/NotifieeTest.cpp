@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "TestTypes.h"
 #include "Zel/ActivityLoop.h"
 
@@ -53,6 +55,31 @@ TEST(Notifiee, DeliveryAtOnceQueuedRequeuedSkippedAndCancelled) {
     EXPECT_EQ(ActivityLoop::instance().queued(), 0u);
     manager()->execTimeIs(0.0);
     g->levelIs(8);
+}
+
+// A handler that lets the activity lock go, as a Python handler does: a
+// change another thread makes meanwhile waits behind the batch being
+// delivered, so the notifiee still sees the changes in their order.
+TEST(Notifiee, ChangeFromAnotherThreadDuringDispatchKeepsOrder) {
+    ActivityLockScope held;
+    Ptr<Gauge> g = zelNew<Gauge>(Name("o"));
+    Ptr<Recorder> r = zelNew<Recorder>(g);
+    r->zelFwkActivityIs(zelNew<ActivityConfig>(Name("a")));
+    r->action = [&] {
+        if (r->seen.size() != 1) return;
+        Lock* l = ActivityLockAnchor::lock();
+        l->unlock();
+        std::thread([&] {
+            ActivityLockScope other;
+            g->levelIs(3);
+        }).join();
+        l->lock();
+    };
+    g->levelIs(1);
+    g->levelIs(2);
+    manager()->execTimeIs(0.0);
+    manager()->execTimeIs(0.0);
+    EXPECT_EQ(r->seen, (std::vector<int>{1, 2, 3}));
 }
 
 // The raw deferral protocol: one attribute pending stays itself, two make -1.
