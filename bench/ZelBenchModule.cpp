@@ -8,6 +8,15 @@
 //   (release the interpreter lock, take the activity lock, read one native
 //   int of a framework object, re-take the interpreter lock, build the int,
 //   unlock). No read that honours the protocol can cost less.
+// F7 notifiedSetFloor(attr, value): F1 for a set (the value parsed as an
+//   int), then the lock protocol of a set that notifies one Python handler:
+//   release the interpreter lock, take the activity lock, write the native
+//   int; the callback's swap (take the interpreter lock, let the activity
+//   lock go, call handler(name, value) with a name made once and the value
+//   built anew, give the interpreter lock up, take the activity lock back);
+//   unlock, re-take the interpreter lock. No set that honours the protocol
+//   and calls a Python handler can cost less. The handler is the one given
+//   to notifiedSetHandlerIs(handler).
 // heapInUse(): bytes in use for objects of the C heap and of the
 //   interpreter's small-object allocator; only differences mean anything.
 #include <Python.h>
@@ -17,11 +26,13 @@
 
 #include <exception>
 #include <fstream>
+#include <utility>
 
 #include "Zel/Lock.h"
 #include "Zel/PtrInterface.h"
 #include "ZelPy/Types.h"
 #include "support/Gil.h"
+#include "support/PyRef.h"
 #include "support/PyCompat.h"
 
 namespace {
@@ -71,6 +82,57 @@ PyObject* lockedReadFloor(PyObject*, PyObject* args) {
     }
 }
 
+// Kept for the process (never released: the interpreter may be gone by
+// the time static destructors run).
+PyObject* notifiedHandler = nullptr;
+PyObject* notifiedName = nullptr;
+
+PyObject* notifiedSetHandlerIs(PyObject*, PyObject* args) {
+    PyObject* handler = nullptr;
+    if (!PyArg_ParseTuple(args, "O:notifiedSetHandlerIs", &handler)) return nullptr;
+    if (!PyFunction_Check(handler)) {
+        PyErr_SetString(PyExc_TypeError, "the handler must be a Python function");
+        return nullptr;
+    }
+    if (!notifiedName && !(notifiedName = Zel::compat::interned("i32"))) return nullptr;
+    Py_INCREF(handler);
+    Py_XDECREF(std::exchange(notifiedHandler, handler));
+    Py_RETURN_NONE;
+}
+
+PyObject* notifiedSetFloor(PyObject*, PyObject* args) {
+    Zel::ZelAttr const* attr = nullptr;
+    PyObject* value = nullptr;
+    if (!PyArg_ParseTuple(args, "O&O:notifiedSetFloor", convertAttr, &attr, &value)) return nullptr;
+    long const v = Zel::compat::intValue(value);
+    if (v == -1 && PyErr_Occurred()) return nullptr;
+    if (!notifiedHandler) {
+        PyErr_SetString(PyExc_RuntimeError, "no handler: call notifiedSetHandlerIs first");
+        return nullptr;
+    }
+    PyObject* result = nullptr;
+    try {
+        Zel::ReleasedGil gil;
+        Zel::ActivityLockScope hold;
+        *static_cast<int volatile*>(&probe->value) = static_cast<int>(v);
+        Zel::Lock* lock = Zel::ActivityLockAnchor::lock();
+        {
+            Zel::HeldGil callback(gil);   // taken while the activity lock is held: the permitted order
+            lock->unlock();
+            Zel::PyRef pyValue(Zel::compat::intFromLong(probe->value));
+            PyObject* call[] = {notifiedName, pyValue.get()};
+            result = pyValue ? Zel::compat::callFunction(notifiedHandler, call, 2) : nullptr;
+        }   // the interpreter lock given up before waiting for the activity lock
+        lock->lock();
+    } catch (std::exception const& e) {
+        PyErr_SetString(PyExc_RuntimeError, e.what());
+        return nullptr;
+    }
+    if (!result) return nullptr;
+    Py_DECREF(result);
+    Py_RETURN_NONE;
+}
+
 // Private writable memory of the process (its data size in /proc/self/statm),
 // in bytes; 0 when unreadable.
 size_t privateWritableBytes() {
@@ -100,6 +162,9 @@ PyMethodDef functions[] = {
     {"callFloor", callFloor, METH_VARARGS, "F1: parse one _Zel.ZelAttr and return None"},
     {"lockedReadFloor", lockedReadFloor, METH_VARARGS,
      "F2: F1, then read a native int under the activity lock with the interpreter lock released"},
+    {"notifiedSetHandlerIs", notifiedSetHandlerIs, METH_VARARGS, "the handler notifiedSetFloor calls"},
+    {"notifiedSetFloor", notifiedSetFloor, METH_VARARGS,
+     "F7: F1 for a set, then the lock protocol of a set that calls one Python handler(name, value)"},
     {"heapInUse", heapInUse, METH_NOARGS, "bytes in use by malloc and the interpreter's arenas (compare two readings)"},
     {nullptr, nullptr, 0, nullptr},
 };

@@ -103,6 +103,7 @@ def make_env(big):
         "filtered": notifying(True),
         "observed": Observed(handler),
     }
+    _ZelBench.notifiedSetHandlerIs(handler)
     return env
 
 
@@ -130,6 +131,7 @@ def cases():
         Case("F1", "f = _ZelBench.callFloor; k = e['i32']", "f(k)"),
         Case("F2", "f = _ZelBench.lockedReadFloor; k = e['i32']", "f(k)"),
         Case("F3", "o = e['observed']", "o.i32 = 1; o.i32 = 2", per_stmt=2),
+        Case("F7", "f = _ZelBench.notifiedSetFloor; k = e['i32']; v, w = 1, 2", SET, per_stmt=2),
         Case("get i32", "f = e['a'].attributeSingleton; k = e['i32']", "f(k)"),
         Case("set i32", "f = e['a'].attributeSingletonIs; k = e['i32']", "f(k, 5)"),
         Case("get s8", "f = e['a'].attributeSingleton; k = e['s8']", "f(k)"),

@@ -54,8 +54,9 @@ def python_rows(s):
     f1 = floor_row("F1: METH_VARARGS call, one checked \"O&\" argument", ns["F1"], tag="F1")
     f2 = floor_row("F2: F1 + lock protocol, native int read", ns["F2"], tag="F2", floor=f1)
     f3 = floor_row("F3: Python property setter -> callback(name, value)", ns["F3"], tag="F3")
+    f7 = floor_row("F7: F1 + lock protocol of a set calling handler(name, value)", ns["F7"], tag="F7", floor=f3)
     small = Row("attributeCollection, 1,000 entries", ns["collection small"], f2, 2.0, tag="1,000 entries")
-    floors = [f1, f2, f3]
+    floors = [f1, f2, f3, f7]
     targets = [
         Row("attributeSingleton int", ns["get i32"], f2, 1.5),
         Row("attributeSingletonIs int", ns["set i32"], f2, 1.6),
@@ -76,6 +77,7 @@ def python_rows(s):
         extra_row("newGenericIf Demo::Point", ns["newGenericIf"], f2),
         extra_row("attribute set, no notifiee", ns["set i32 plain"], f3),
         extra_row("attribute set -> handler, filtered", ns["set i32 notify filtered"], f3),
+        extra_row("attribute set -> Python handler, against F7", ns["set i32 notify"], f7),
         extra_row("Zel package set -> Zel.notifiee handler", ns["package set i32 notify"], f3),
         extra_row("clock firing -> Python handler", clock, f3),
     ]
