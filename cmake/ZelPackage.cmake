@@ -5,11 +5,13 @@
 # packages: theirs would depend on something apt cannot install.
 execute_process(COMMAND dpkg-query -S ${_zel_py_includes}/Python.h
                 OUTPUT_VARIABLE _zel_py_devpkg RESULT_VARIABLE _zel_rc ERROR_QUIET OUTPUT_STRIP_TRAILING_WHITESPACE)
+set(ZEL_DEBS_OFFERED OFF)
 if(NOT _zel_rc EQUAL 0)
   message(STATUS "Debian packages: not offered (Python ${ZEL_PYTHON_VERSION} is not Debian's)")
   return()
 endif()
 string(REGEX REPLACE ":.*" "" _zel_py_devpkg "${_zel_py_devpkg}")
+set(ZEL_DEBS_OFFERED ON)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME zelpy)
