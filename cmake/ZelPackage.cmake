@@ -3,7 +3,9 @@
 # dependencies of what they link found by dpkg-shlibdeps. A tree for an
 # interpreter no Debian package provides (a private CPython 2.7) offers no
 # packages: theirs would depend on something apt cannot install.
-execute_process(COMMAND dpkg-query -S ${_zel_py_includes}/Python.h
+list(GET _zel_py_includes 0 _zel_py_include)
+file(REAL_PATH ${_zel_py_include}/Python.h _zel_py_header)
+execute_process(COMMAND dpkg-query -S ${_zel_py_header}
                 OUTPUT_VARIABLE _zel_py_devpkg RESULT_VARIABLE _zel_rc ERROR_QUIET OUTPUT_STRIP_TRAILING_WHITESPACE)
 set(ZEL_DEBS_OFFERED OFF)
 if(NOT _zel_rc EQUAL 0)
@@ -24,6 +26,9 @@ set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# Each package is made apart: dpkg-shlibdeps finds our own libraries in the
+# build tree, and the dependencies between our packages are the components'.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${ZEL_LIB_DIR})
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_COMPONENTS_ALL runtime dev pyruntime pydev python tools doc)
 
