@@ -11,7 +11,9 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 # clang-14 and its runtime build the fuzz targets; valgrind runs the memory
 # checks; python3-dev is the Python 3 (3.11) a second tree is built for;
 # zelc's console edits lines with libedit, and its test drives it in tmux.
-packages=(g++ cmake ninja-build pkg-config libgtest-dev libgmock-dev libbenchmark-dev libboost-dev clang-14 libclang-rt-14-dev
+# help2man makes the manual pages; dpkg-dev and file let cpack make the
+# Debian packages.
+packages=(g++ cmake ninja-build pkg-config help2man dpkg-dev file libgtest-dev libgmock-dev libbenchmark-dev libboost-dev clang-14 libclang-rt-14-dev
           valgrind python3-dev libedit-dev tmux)
 missing=()
 for p in "${packages[@]}"; do

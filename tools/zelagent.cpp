@@ -13,11 +13,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <sstream>
 #include <string>
 
+#include "AgentPythonPath.h"
 #include "AgentSignals.h"
 #include "StopDeadline.h"
 #include "support/Gil.h"
@@ -43,10 +45,29 @@ struct Options {
     std::exit(2);
 }
 
+// The text of --help, from which the manual page is made too.
+void help() {
+    std::cout << "usage: zelagent PREFIX.NAME [--tcp PORT] [--startup FILE]\n\n"
+                 "Runs an agent: embeds Python, publishes a Demo::Switch named NAME when the demo types\n"
+                 "are there, serves Python commands through PyServer (agent file PREFIX.NAME in\n"
+                 "$ZELC_AGENTS_DIR, else /var/run/agents), and runs the activity loop until SIGINT or SIGTERM.\n\n"
+                 "Options:\n"
+                 "  --tcp PORT       serve on 127.0.0.1:PORT too\n"
+                 "  --startup FILE   run the Python statements of FILE in the agent once it serves\n"
+                 "  --help           print this text and exit\n"
+                 "  --version        print the version and exit\n";
+    std::exit(0);
+}
+
 Options parse(int argc, char** argv) {
     Options o;
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
+        if (a == "--help") help();
+        if (a == "--version") {
+            std::cout << "zelagent " << ZELAGENT_VERSION << std::endl;
+            std::exit(0);
+        }
         if (a == "--tcp" && i + 1 < argc) {
             o.tcpPort = std::atoi(argv[++i]);
         } else if (a == "--startup" && i + 1 < argc) {
@@ -154,21 +175,17 @@ bool runStartup(Options const& o) {
     }
 }
 
-// The build's modules and the project's packages stay importable when the
-// agent is started by hand, after whatever PYTHONPATH already names.
-void addBuildPythonPath() {
+// The agent's Python packages stay importable when it is started by hand,
+// after whatever PYTHONPATH already names.
+void addAgentPythonPath() {
     PyObject* path = PySys_GetObject(const_cast<char*>("path"));   // borrowed
     if (!path) return;
-    std::string dirs = ZEL_AGENT_PYTHONPATH;
-    for (size_t start = 0; start <= dirs.size();) {
-        size_t end = dirs.find(':', start);
-        if (end == std::string::npos) end = dirs.size();
-        std::string dir = dirs.substr(start, end - start);
-        if (!dir.empty()) {
-            PyRef item(Zel::compat::text(dir.c_str()));
-            if (item) PyList_Append(path, item.get());
-        }
-        start = end + 1;
+    std::error_code ec;
+    std::string exe = std::filesystem::read_symlink("/proc/self/exe", ec).string();
+    for (std::string const& dir : Zel::agentPythonPath(exe, ZEL_AGENT_BUILD_BINDIR, ZEL_AGENT_PYTHONPATH,
+                                                       ZEL_AGENT_INSTALLED_PYTHONDIR)) {
+        PyRef item(Zel::compat::text(dir.c_str()));
+        if (item) PyList_Append(path, item.get());
     }
     PyErr_Clear();
 }
@@ -186,7 +203,7 @@ int main(int argc, char** argv) {
     Py_Initialize();
     Zel::compat::initThreads();
     Zel::compat::setArgv(argc, argv);
-    addBuildPythonPath();
+    addAgentPythonPath();
 
     loadDemo();
     publishSwitch(o.name.substr(o.name.find('.') + 1));
