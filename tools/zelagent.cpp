@@ -47,7 +47,7 @@ struct Options {
 
 // The text of --help, from which the manual page is made too.
 void help() {
-    std::cout << "usage: zelagent PREFIX.NAME [--tcp PORT] [--startup FILE]\n\n"
+    std::cout << "Usage: zelagent PREFIX.NAME [--tcp PORT] [--startup FILE]\n\n"
                  "Runs an agent: embeds Python, publishes a Demo::Switch named NAME when the demo types\n"
                  "are there, serves Python commands through PyServer (agent file PREFIX.NAME in\n"
                  "$ZELC_AGENTS_DIR, else /var/run/agents), and runs the activity loop until SIGINT or SIGTERM.\n\n"

@@ -88,7 +88,7 @@ class ZelcOperatorTest(unittest.TestCase):
         for args in (['--help'], ['--version']):
             rc, out, err = self.zelc(*args)
             self.assertEqual((rc, err), (0, ''))
-            self.assertTrue(out.startswith('usage: zelc ') if args == ['--help'] else out.startswith('zelc '), out)
+            self.assertTrue(out.startswith('Usage: zelc ') if args == ['--help'] else out.startswith('zelc '), out)
         for args in ([], ['demo.a1'], ['-q', 'demo.a1', '1'], ['-l', 'demo.a1'], ['-f', 'x', 'demo.a1', '1']):
             rc, out, err = self.zelc(*args)
             self.assertEqual((rc, out, err.startswith('usage: zelc ')), (3, '', True), args)

@@ -18,21 +18,22 @@ namespace zelc {
 
 namespace {
 
-void usageLines(std::ostream& os) {
-    char const* lead = "usage: ";
+// The synopses, one a line: `lead` before the first, `more` before the
+// others. --help writes them as manual-page generators read a synopsis.
+void usageLines(std::ostream& os, char const* lead = "usage: ", char const* more = "       ") {
     for (Mode const& m : modes()) {
         std::string_view rest = m.synopsis;
         while (!rest.empty()) {
             size_t end = rest.find('\n');
             os << lead << "zelc " << rest.substr(0, end) << '\n';
-            lead = "       ";
+            lead = more;
             rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
         }
     }
 }
 
 void help() {
-    usageLines(std::cout);
+    usageLines(std::cout, "Usage: ", "   or: ");
     std::cout << "\n"
                  "Sends COMMAND (its words joined by blanks) to an agent's PyServer and prints the result.\n"
                  "  PREFIX.NAME        the agent of that agent file in $ZELC_AGENTS_DIR (else /var/run/agents)\n"
