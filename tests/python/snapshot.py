@@ -3,6 +3,7 @@ import collections
 import gc
 import os
 import threading
+import time
 
 import _Zel
 
@@ -44,8 +45,22 @@ def census():
     return count
 
 
+def tasks(quiet=0.5, limit=10.0):
+    """The process's threads as the kernel counts them, once the count has held still for `quiet` seconds: a
+    thread that join() has let go may still be on its way out (for long under the sanitizers)."""
+    deadline = time.time() + limit
+    count, since = None, time.time()
+    while True:
+        now, n = time.time(), len(os.listdir("/proc/self/task"))
+        if n != count:
+            count, since = n, now
+        elif now - since >= quiet or now >= deadline:
+            return count
+        time.sleep(0.02)
+
+
 def snapshot():
     collect()
     return {"live": live_counts(), "threads": threading.active_count(),
-            "tasks": len(os.listdir("/proc/self/task")), "fds": sorted(os.listdir("/proc/self/fd")),
+            "tasks": tasks(), "fds": sorted(os.listdir("/proc/self/fd")),
             "census": census()}
