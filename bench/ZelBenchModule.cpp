@@ -17,6 +17,13 @@
 //   unlock, re-take the interpreter lock. No set that honours the protocol
 //   and calls a Python handler can cost less. The handler is the one given
 //   to notifiedSetHandlerIs(handler).
+// F5 bulkFloor(count, mode): the Python objects a bulk read of a collection
+//   of `count` int keys (0, 1, ...) and string values makes, built as new
+//   objects from plain native data that bulkFloorDataIs(count) made
+//   beforehand (the values "vlan%012d" of the keys, as the benchmark's
+//   Demo::Switch holds them): a list of the keys (mode 0), of the values (1), of
+//   (key, value) tuples (2), or a dict of them (3). No framework access, no
+//   lock: no bulk read can build its result for less.
 // heapInUse(): bytes in use for objects of the C heap and of the
 //   interpreter's small-object allocator; only differences mean anything.
 #include <Python.h>
@@ -24,9 +31,13 @@
 #include <malloc.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <exception>
 #include <fstream>
+#include <map>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "Zel/Lock.h"
 #include "Zel/PtrInterface.h"
@@ -133,6 +144,63 @@ PyObject* notifiedSetFloor(PyObject*, PyObject* args) {
     Py_RETURN_NONE;
 }
 
+// The values of F5's collections by their size; kept for the process, as
+// the handler above is.
+std::map<Py_ssize_t, std::vector<std::string>>* bulkData = nullptr;
+
+PyObject* bulkFloorDataIs(PyObject*, PyObject* args) {
+    Py_ssize_t count = 0;
+    if (!PyArg_ParseTuple(args, "n:bulkFloorDataIs", &count)) return nullptr;
+    std::vector<std::string> data;
+    data.reserve(static_cast<size_t>(count));
+    char text[32];
+    for (Py_ssize_t i = 0; i < count; ++i) {
+        int const n = std::snprintf(text, sizeof text, "vlan%012ld", static_cast<long>(i));
+        data.emplace_back(text, static_cast<size_t>(n));
+    }
+    if (!bulkData) bulkData = new std::map<Py_ssize_t, std::vector<std::string>>;
+    (*bulkData)[count] = std::move(data);
+    Py_RETURN_NONE;
+}
+
+PyObject* bulkFloor(PyObject*, PyObject* args) {
+    Py_ssize_t count = 0;
+    int mode = 0;
+    if (!PyArg_ParseTuple(args, "ni:bulkFloor", &count, &mode)) return nullptr;
+    auto const found = bulkData ? bulkData->find(count) : decltype(bulkData->end()){};
+    if (!bulkData || found == bulkData->end() || mode < 0 || mode > 3) {
+        PyErr_SetString(PyExc_ValueError, "no such size or mode: call bulkFloorDataIs first");
+        return nullptr;
+    }
+    std::vector<std::string> const& data = found->second;
+    Zel::PyRef out(mode == 3 ? PyDict_New() : PyList_New(count));
+    if (!out) return nullptr;
+    for (Py_ssize_t i = 0; i < count; ++i) {
+        std::string const& text = data[static_cast<size_t>(i)];
+        PyObject* key = mode == 1 ? nullptr : Zel::compat::intFromLong(static_cast<long>(i));
+        PyObject* value = mode == 0 ? nullptr : Zel::compat::text(text.data(), text.size());
+        if ((mode != 1 && !key) || (mode != 0 && !value)) {
+            Py_XDECREF(key);
+            Py_XDECREF(value);
+            return nullptr;
+        }
+        PyObject* member = key ? key : value;
+        if (mode >= 2) {
+            Zel::PyRef k(key), v(value);
+            if (mode == 3) {
+                if (PyDict_SetItem(out.get(), key, value) < 0) return nullptr;
+                continue;
+            }
+            member = PyTuple_New(2);
+            if (!member) return nullptr;
+            PyTuple_SET_ITEM(member, 0, k.release());
+            PyTuple_SET_ITEM(member, 1, v.release());
+        }
+        PyList_SET_ITEM(out.get(), i, member);
+    }
+    return out.release();
+}
+
 // Private writable memory of the process (its data size in /proc/self/statm),
 // in bytes; 0 when unreadable.
 size_t privateWritableBytes() {
@@ -165,6 +233,9 @@ PyMethodDef functions[] = {
     {"notifiedSetHandlerIs", notifiedSetHandlerIs, METH_VARARGS, "the handler notifiedSetFloor calls"},
     {"notifiedSetFloor", notifiedSetFloor, METH_VARARGS,
      "F7: F1 for a set, then the lock protocol of a set that calls one Python handler(name, value)"},
+    {"bulkFloorDataIs", bulkFloorDataIs, METH_VARARGS, "bulkFloor's values for a collection of that many members"},
+    {"bulkFloor", bulkFloor, METH_VARARGS,
+     "F5: the keys, values, items (lists) or dict of a bulk read, built from native data"},
     {"heapInUse", heapInUse, METH_NOARGS, "bytes in use by malloc and the interpreter's arenas (compare two readings)"},
     {nullptr, nullptr, 0, nullptr},
 };

@@ -24,6 +24,8 @@ BIG = 1000000
 # informational, cycles through SPREAD keys of the big table, where every
 # look-up is a trip to main memory.
 SPREAD = 100000
+# The bulk reads (keys(), dict(view), ...) are timed at these sizes too.
+MEDIUM = 100000
 STRING16 = "0123456789abcdef"
 
 ALL_TYPES = _Zel.typeNode("Demo::AllTypes")
@@ -58,10 +60,14 @@ def switch_with(entries):
     vlan = SWITCH.attr("vlan")
     put = sw.attributeCollectionIs
     for key in irange(entries):
-        put(vlan, key, "vlan%012d" % key)
+        put(vlan, key, vlan_value(key))
     if sw.attributeMembers(vlan) != entries:
         raise RuntimeError("Demo::Switch vlan holds %d entries, not %d" % (sw.attributeMembers(vlan), entries))
     return sw
+
+
+def vlan_value(key):
+    return "vlan%012d" % key
 
 
 def spread_keys(entries, count):
@@ -93,6 +99,7 @@ def make_env(big):
         "small": switch_with(SMALL),
         "smallKeys": spread_keys(SMALL, SMALL),
         "big": switch_with(big),
+        "medium": switch_with(MEDIUM),
         "bigKeys": spread_keys(big, SMALL),
         "wideKeys": spread_keys(big, SPREAD),
         "proxy": proxy,
@@ -103,12 +110,20 @@ def make_env(big):
         "filtered": notifying(True),
         "observed": Observed(handler),
     }
+    for size in ("small", "medium", "big"):
+        sw = env[size]
+        env[size + "Proxy"] = Zel._wrap(sw)
+        env[size + "View"] = Zel._wrap(sw).vlan
+        count = sw.attributeMembers(env["vlan"])
+        _ZelBench.bulkFloorDataIs(count)
+        env[size + "Entries"] = count
+    env["queue"] = Zel._wrap(env["small"]).log
     _ZelBench.notifiedSetHandlerIs(handler)
     return env
 
 
 ENV = {}
-PRELUDE = "from py_cases import ENV as e, _Zel, _ZelBench, itertools, nextOf\n"
+PRELUDE = "from py_cases import ENV as e, _Zel, _ZelBench, itertools, nextOf, vlan_value\n"
 
 
 def nextOf(it):
@@ -126,8 +141,59 @@ def lookup(name, table, keys):
 SET = "f(k, v); f(k, w)"
 
 
-def cases():
+def view_cases(size, keys):
+    """Each view operation, on a kept view and through the proxy, beside
+    the GifPtr method it stands for, on the same object and keys. The
+    set rows delete one member and put it back as it was; the get and `in`
+    rows cycle through the same keys as the raw look-up rows."""
+    sw, v, o = "e['%s']" % size, "e['%sView']" % size, "e['%sProxy']" % size
+    one = "i = e['%sEntries'] // 2; s = vlan_value(i)" % size
+    nk = "nk = nextOf(itertools.cycle(e['%s']))" % keys
     return [
+        Case("view get " + size, "v = %s; %s" % (v, nk), "v[nk()]", baseline="nk()"),
+        Case("view fetch get " + size, "o = %s; %s" % (o, nk), "o.vlan[nk()]", baseline="nk()"),
+        Case("raw in " + size, "f = %s.attributeCollectionExist; k = e['vlan']; %s" % (sw, nk), "f(k, nk())", baseline="nk()"),
+        Case("view in " + size, "v = %s; %s" % (v, nk), "nk() in v", baseline="nk()"),
+        Case("view fetch in " + size, "o = %s; %s" % (o, nk), "nk() in o.vlan", baseline="nk()"),
+        Case("raw len " + size, "f = %s.attributeMembers; k = e['vlan']" % sw, "f(k)"),
+        Case("view len " + size, "v = %s; n = len" % v, "n(v)"),
+        Case("view fetch len " + size, "o = %s; n = len" % o, "n(o.vlan)"),
+        Case("raw del set " + size, "f, d = %s.attributeCollectionIs, %s.attributeCollectionDel; k = e['vlan']; %s"
+             % (sw, sw, one), "d(k, i); f(k, i, s)", per_stmt=2),
+        Case("view del set " + size, "v = %s; %s" % (v, one), "del v[i]; v[i] = s", per_stmt=2),
+        Case("view fetch del set " + size, "o = %s; %s" % (o, one), "del o.vlan[i]; o.vlan[i] = s", per_stmt=2),
+    ]
+
+
+def queue_cases():
+    return [
+        Case("raw queue add remove", "f, r = e['small'].attributeAdd, e['small'].attributeRemove; "
+             "k = e['queue'].attr_; s = 'up'", "f(k, s); r(k)", per_stmt=2),
+        Case("queue add remove", "q = e['queue']; s = 'up'", "q.add(s); q.remove()", per_stmt=2),
+        Case("queue fetch add remove", "o = e['smallProxy']; s = 'up'", "o.log.add(s); o.log.remove()", per_stmt=2),
+        Case("raw queue len", "f = e['small'].attributeMembers; k = e['queue'].attr_", "f(k)"),
+        Case("queue len", "q = e['queue']; n = len", "n(q)"),
+        Case("queue fetch len", "o = e['smallProxy']; n = len", "n(o.log)"),
+    ]
+
+
+# The bulk reads, per member, against F5 building the same objects.
+BULK = (("keys", "v.keys()", 0), ("values", "v.values()", 1), ("items", "v.items()", 2),
+        ("iter", "for _ in v: pass", 0), ("dict", "dict(v)", 3), ("list", "list(v)", 0))
+
+
+def bulk_cases(size):
+    n = {"small": SMALL, "medium": MEDIUM, "big": BIG}[size]
+    out = [Case("F5 %s %s" % (mode, size), "f = _ZelBench.bulkFloor; n = e['%sEntries']; m = %d" % (size, m),
+                "f(n, m)", per_stmt=n)
+           for mode, m in (("keys", 0), ("values", 1), ("items", 2), ("dict", 3))]
+    out += [Case("bulk %s %s" % (name, size), "v = e['%sView']" % size, stmt, per_stmt=n) for name, stmt, _ in BULK]
+    return out
+
+
+def cases():
+    return view_cases("small", "smallKeys") + view_cases("big", "bigKeys") + queue_cases() + \
+        bulk_cases("small") + bulk_cases("medium") + bulk_cases("big") + [
         Case("F1", "f = _ZelBench.callFloor; k = e['i32']", "f(k)"),
         Case("F2", "f = _ZelBench.lockedReadFloor; k = e['i32']", "f(k)"),
         Case("F3", "o = e['observed']", "o.i32 = 1; o.i32 = 2", per_stmt=2),

@@ -81,7 +81,44 @@ def python_rows(s):
         extra_row("Zel package set -> Zel.notifiee handler", ns["package set i32 notify"], f3),
         extra_row("clock firing -> Python handler", clock, f3),
     ]
-    return floors, targets, extras
+    views, f5 = view_rows(ns)
+    return floors + f5, targets + views, extras
+
+
+SIZES = (("small", "1,000"), ("medium", "100,000"), ("big", "1,000,000"))
+VIEW_OPS = (("get", "view[k]", "collection %s"), ("in", "k in view", "raw in %s"), ("len", "len(view)", "raw len %s"),
+            ("del set", "del view[k]; view[k] = v", "raw del set %s"))
+
+
+def view_rows(ns):
+    """The package's views against the raw GifPtr calls they make (1.2 x),
+    and their bulk reads, per member, against F5 (2.0 x)."""
+    rows, floors = [], []
+    for size, shown in (SIZES[0], SIZES[2]):
+        for op, stmt, raw in VIEW_OPS:
+            base = floor_row("GifPtr method of %s, %s entries" % (stmt, shown), ns[raw % size],
+                             tag="raw %s %s" % (op, shown))
+            floors.append(base)
+            rows.append(Row("%s, %s entries" % (stmt, shown), ns["view %s %s" % (op, size)], base, 1.2))
+            rows.append(Row("%s, view fetched (proxy.vlan), %s entries" % (stmt, shown),
+                            ns["view fetch %s %s" % (op, size)], base, 1.2))
+    for op, stmt, raw in (("add remove", "queue.add(v); queue.remove()", "raw queue add remove"),
+                          ("len", "len(queue)", "raw queue len")):
+        base = floor_row("GifPtr method of %s" % stmt, ns[raw], tag="raw queue " + op)
+        floors.append(base)
+        rows.append(Row(stmt, ns["queue " + op], base, 1.2))
+        rows.append(Row("%s, view fetched (proxy.log)" % stmt, ns["queue fetch " + op], base, 1.2))
+    import py_cases
+    for size, shown in SIZES:
+        f5 = {}
+        for mode in ("keys", "values", "items", "dict"):
+            f5[mode] = floor_row("F5: %s of %s entries built from native data, per member" % (mode, shown),
+                                 ns["F5 %s %s" % (mode, size)], tag="F5 %s %s" % (mode, shown))
+            floors.append(f5[mode])
+        for name, stmt, mode in py_cases.BULK:
+            floor = f5[("keys", "values", "items", "dict")[mode]]
+            rows.append(Row("%s, %s entries, per member" % (stmt, shown), ns["bulk %s %s" % (name, size)], floor, 2.0))
+    return rows, floors
 
 
 TRANSPORTS = (("unix", "UNIX"), ("tcp", "TCP"))

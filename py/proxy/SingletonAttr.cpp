@@ -5,9 +5,7 @@
 // call instead of a Python getter around a method call; results and
 // errors are exactly those of attributeSingleton, attributeSingletonIs
 // and attributeSingletonDel.
-#include "module/core/Module.h"
-
-#include <structmember.h>   // after Python.h, which Module.h includes
+#include "proxy/Views.h"
 
 using Zel::GilHeld;
 using Zel::PyResult;
@@ -69,7 +67,7 @@ Zel::PyStatus descrSet(GilHeld gil, PyObject* self, PyObject* proxy, PyObject* v
 }
 
 // SingletonAttr(attr, proxyBase, wrap)
-Zel::PyStatus init(GilHeld, PyObject* self, PyObject* args, PyObject* kwds) {
+Zel::PyStatus init(GilHeld gil, PyObject* self, PyObject* args, PyObject* kwds) {
     static char const* keywords[] = {"attr", "proxyBase", "wrap", nullptr};
     PyObject *attr = nullptr, *wrap = nullptr;
     PyTypeObject* base = nullptr;
@@ -77,14 +75,8 @@ Zel::PyStatus init(GilHeld, PyObject* self, PyObject* args, PyObject* kwds) {
                                      &attr, &PyType_Type, &base, &wrap)) {
         return Zel::PyStatus::failed();
     }
-    // The slot's offset, from the member descriptor __slots__ made for it.
-    Zel::PyRef slot(PyObject_GetAttrString(reinterpret_cast<PyObject*>(base), "ptr_"));
-    if (!slot) return Zel::PyStatus::failed();
-    if (Py_TYPE(slot.get()) != &PyMemberDescr_Type ||
-        reinterpret_cast<PyMemberDescrObject*>(slot.get())->d_member->type != T_OBJECT_EX) {
-        PyErr_SetString(PyExc_TypeError, "proxyBase must keep ptr_ in a __slots__ slot");
-        return Zel::PyStatus::failed();
-    }
+    Py_ssize_t offset = 0;
+    if (!Zel::proxy::ptrSlotOffset(gil, base, offset)) return Zel::PyStatus::failed();
     SingletonAttr* d = self_(self);
     Py_INCREF(attr);
     Py_INCREF(base);
@@ -95,7 +87,7 @@ Zel::PyStatus init(GilHeld, PyObject* self, PyObject* args, PyObject* kwds) {
     d->attr = attr;
     d->proxyBase = base;
     d->wrap = wrap;
-    d->ptrOffset = reinterpret_cast<PyMemberDescrObject*>(slot.get())->d_member->offset;
+    d->ptrOffset = offset;
     return Zel::PyStatus::ok();
 }
 

@@ -17,7 +17,6 @@ import _Zel  # noqa: E402  (after PermissionError: _Zel looks it up in this pack
 import _ZelProxy  # noqa: E402
 
 _GifPtr = _Zel.GifPtr
-_KEYS, _VALUES, _ITEMS = _Zel.IteratorModeKeys, _Zel.IteratorModeValues, _Zel.IteratorModeItems
 
 # Proxy class per framework type name; filled lazily by _proxyClass.
 _classes = {}
@@ -36,20 +35,6 @@ def _wrap(r):
         cls = _classes.get(r.typeName()) or _proxyClass(r.typeName())
         return cls(r)
     return r
-
-
-def _drain(it, convert):
-    # GenericIfIterator has next() but no __iter__.
-    while True:
-        try:
-            r = next(it)
-        except StopIteration:
-            return
-        yield convert(r)
-
-
-def _item(kv):
-    return kv[0], _wrap(kv[1])
 
 
 def _ptrOf(obj):
@@ -95,9 +80,17 @@ class Object(object):
         return sorted(self._type_.attrs)
 
 
-class Collection(object):
-    """A dict-like view of a keyed collection attribute of one object."""
-    __slots__ = ('ptr_', 'attr_')
+class Collection(_ZelProxy.CollectionView):
+    """A dict-like view of a keyed collection attribute of one object.
+
+    `view[k]`, `view[k] = v`, `del view[k]`, `k in view`, `len(view)`,
+    keys(), values(), items() and the iterators are native
+    (_ZelProxy.CollectionView): the same calls of ptr_ as methods here
+    made, without a Python frame, and bulk reads take the activity lock
+    once per batch of members.
+    """
+    __slots__ = ()
+    _wrap_ = staticmethod(_wrap)
 
     def __init__(self, ptr, attr):
         self.ptr_ = ptr
@@ -106,46 +99,11 @@ class Collection(object):
     def __repr__(self):
         return '<%s.%s collection of %d>' % (self.ptr_.typeName(), self.attr_.name, len(self))
 
-    def __len__(self):
-        return int(self.ptr_.attributeMembers(self.attr_))
-
-    def __getitem__(self, key):
-        return _wrap(self.ptr_.attributeCollection(self.attr_, key))
-
-    def __setitem__(self, key, value):
-        self.ptr_.attributeCollectionIs(self.attr_, key, value)
-
-    def __delitem__(self, key):
-        self.ptr_.attributeCollectionDel(self.attr_, key)
-
-    def __contains__(self, key):
-        return self.ptr_.attributeCollectionExist(self.attr_, key)
-
     def get(self, key, default=None):
         try:
             return self[key]
         except KeyError:
             return default
-
-    def iterkeys(self):
-        return _drain(self.ptr_.attributeIter(self.attr_, _KEYS), _wrap)
-
-    __iter__ = iterkeys
-
-    def itervalues(self):
-        return _drain(self.ptr_.attributeIter(self.attr_, _VALUES), _wrap)
-
-    def iteritems(self):
-        return _drain(self.ptr_.attributeIter(self.attr_, _ITEMS), _item)
-
-    def keys(self):
-        return list(self.iterkeys())
-
-    def values(self):
-        return list(self.itervalues())
-
-    def items(self):
-        return list(self.iteritems())
 
     def add(self, value):
         """Appends to a collection that chooses its own keys; returns the member it made, if any."""
@@ -159,9 +117,13 @@ class Collection(object):
         return _wrap(self.ptr_.attributeCollectionIs(a, None, args))
 
 
-class Queue(object):
-    """A queue attribute of one object: add at the back, remove from the front."""
-    __slots__ = ('ptr_', 'attr_')
+class Queue(_ZelProxy.QueueView):
+    """A queue attribute of one object: add at the back, remove from the front.
+
+    add, remove, len and iteration are native (_ZelProxy.QueueView).
+    """
+    __slots__ = ()
+    _wrap_ = staticmethod(_wrap)
 
     def __init__(self, ptr, attr):
         self.ptr_ = ptr
@@ -169,19 +131,6 @@ class Queue(object):
 
     def __repr__(self):
         return '<%s.%s queue of %d>' % (self.ptr_.typeName(), self.attr_.name, len(self))
-
-    def __len__(self):
-        return int(self.ptr_.attributeMembers(self.attr_))
-
-    def __iter__(self):
-        return _drain(self.ptr_.attributeIter(self.attr_, _VALUES), _wrap)
-
-    def add(self, value):
-        self.ptr_.attributeAdd(self.attr_, value)
-
-    def remove(self):
-        """The front member (None when empty)."""
-        return _wrap(self.ptr_.attributeRemove(self.attr_))
 
 
 def _singletonProperty(a):
@@ -192,9 +141,11 @@ def _singletonProperty(a):
 
 
 def _collectionProperty(a, view):
+    # Native: reading it on a proxy makes the view without a Python call;
+    # the property does the rest (reads on the class, sets, deletes).
     def get(self):
         return view(self.ptr_, a)
-    return property(get)
+    return _ZelProxy.CollectionAttr(a, Object, view, property(get))
 
 
 def _method(a):

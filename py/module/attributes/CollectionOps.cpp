@@ -78,6 +78,13 @@ PyResult lookup(GilHeld gil, PyObject* self, PyObject* args, bool useDefault, bo
     PyObject* key = nullptr;
     // All four look-ups share this name in their argument errors.
     if (!Zel::parseAttrArgs(gil, args, "O&O:attributeCollection", attr, key)) return PyResult::failed();
+    return Zel::collectionLookup(gil, self, attr, key, useDefault, valueLookup);
+}
+
+} // namespace
+
+PyResult Zel::collectionLookup(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* key, bool useDefault,
+                               bool valueLookup) {
     PyResult result = PyResult::failed();
     if (lookupBuiltin(gil, self, attr, key, valueLookup, result)) return result;
     return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
@@ -103,6 +110,8 @@ PyResult lookup(GilHeld gil, PyObject* self, PyObject* args, bool useDefault, bo
         return phase.finish([&](GilHeld held) { return Zel::toPython(held, value, useDefault); });
     });
 }
+
+namespace {
 
 // Set, add and remove give back the element the framework made or took.
 PyResult elementOrNone(AttributePhase& phase, Ptr<GenericIf const> const& element) {
@@ -134,6 +143,10 @@ static PyResult attributeCollectionExist(GilHeld gil, PyObject* self, PyObject* 
     ZelAttr const* attr = nullptr;
     PyObject* key = nullptr;
     if (!Zel::parseAttrArgs(gil, args, "O&O:attributeCollection", attr, key)) return PyResult::failed();
+    return Zel::collectionExist(gil, self, attr, key);
+}
+
+PyResult Zel::collectionExist(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* key) {
     return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
         bool ok = false;
         Ptr<GenericIf const> const k = convertKey(phase, attr, key, ok);
@@ -151,6 +164,10 @@ static PyResult attributeCollectionIs(GilHeld gil, PyObject* self, PyObject* arg
     if (!PyArg_ParseTuple(args, "O&OO:attributeCollectionIs", Convert_To_ZelAttr, &attr, &key, &value)) {
         return PyResult::failed();
     }
+    return Zel::collectionSet(gil, self, attr, key, value);
+}
+
+PyResult Zel::collectionSet(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* key, PyObject* value) {
     // A collection keyed by a field of its elements takes the key from the
     // element; a separate key could only contradict it. Descriptors are
     // immutable, so this needs no lock.
@@ -192,6 +209,10 @@ static PyResult attributeCollectionDel(GilHeld gil, PyObject* self, PyObject* ar
     if (!PyArg_ParseTuple(args, "O&O:attributeCollectionDel", Convert_To_ZelAttr, &attr, &key)) {
         return PyResult::failed();
     }
+    return Zel::collectionDel(gil, self, attr, key);
+}
+
+PyResult Zel::collectionDel(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* key) {
     return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
         bool ok = false;
         Ptr<GenericIf const> const k = convertKey(phase, attr, key, ok);
@@ -206,6 +227,10 @@ static PyResult attributeAdd(GilHeld gil, PyObject* self, PyObject* args) {
     ZelAttr const* attr = nullptr;
     PyObject* value = nullptr;
     if (!PyArg_ParseTuple(args, "O&O:attributeAdd", Convert_To_ZelAttr, &attr, &value)) return PyResult::failed();
+    return Zel::collectionAdd(gil, self, attr, value);
+}
+
+PyResult Zel::collectionAdd(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* value) {
     return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
         if (attr->instantiating()) {
             // The framework supplies the argument at the attribute's own
@@ -228,6 +253,10 @@ static PyResult attributeAdd(GilHeld gil, PyObject* self, PyObject* args) {
 static PyResult attributeRemove(GilHeld gil, PyObject* self, PyObject* args) {
     ZelAttr const* attr = nullptr;
     if (!PyArg_ParseTuple(args, "O&:attributeRemove", Convert_To_ZelAttr, &attr)) return PyResult::failed();
+    return Zel::collectionRemove(gil, self, attr);
+}
+
+PyResult Zel::collectionRemove(GilHeld gil, PyObject* self, ZelAttr const* attr) {
     return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
         phase.stageIs("error in del : ");
         Ptr<GenericIf const> const removed = attr->genericIfRemove(gifOf(self));
@@ -238,6 +267,10 @@ static PyResult attributeRemove(GilHeld gil, PyObject* self, PyObject* args) {
 static PyResult attributeMembers(GilHeld gil, PyObject* self, PyObject* args) {
     ZelAttr const* attr = nullptr;
     if (!PyArg_ParseTuple(args, "O&:attributeMembers", Convert_To_ZelAttr, &attr)) return PyResult::failed();
+    return Zel::collectionMembers(gil, self, attr);
+}
+
+PyResult Zel::collectionMembers(GilHeld gil, PyObject* self, ZelAttr const* attr) {
     return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
         phase.stageIs("error in members : ");
         uint64_t const count = attr->genericIfMembers(gifOf(self));

@@ -97,6 +97,22 @@ private:
     int code_;
 };
 
+// The result of a slot that returns a count or a truth value (mp_length,
+// sq_contains): the value, or -1 with the Python error set.
+template <class T>
+class [[nodiscard]] PyCount {
+public:
+    using Raw = T;
+    static PyCount of(GilHeld, T value) { return PyCount(value); }
+    static PyCount failed() { return PyCount(-1); }
+    explicit operator bool() const { return value_ >= 0; }
+    T raw() const { return value_; }
+
+private:
+    explicit PyCount(T value) : value_(value) {}
+    T value_;
+};
+
 // The result of a slot that returns nothing (tp_dealloc): a failure is
 // the body's own to report.
 struct PyDone {

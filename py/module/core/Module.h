@@ -108,6 +108,19 @@ PyResult singletonGet(GilHeld gil, PyObject* self, ZelAttr const* attr, bool use
 PyResult singletonSet(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* value);
 PyResult singletonDel(GilHeld gil, PyObject* self, ZelAttr const* attr);
 
+// The collection methods of the GifPtr `self` with their arguments already
+// parsed: attributeCollection (and its raw and value forms), ...Exist,
+// ...Is, ...Del, attributeMembers, attributeAdd and attributeRemove, the
+// bodies of those methods and of _ZelProxy's views.
+PyResult collectionLookup(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* key, bool useDefault,
+                          bool valueLookup);
+PyResult collectionExist(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* key);
+PyResult collectionSet(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* key, PyObject* value);
+PyResult collectionDel(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* key);
+PyResult collectionMembers(GilHeld gil, PyObject* self, ZelAttr const* attr);
+PyResult collectionAdd(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* value);
+PyResult collectionRemove(GilHeld gil, PyObject* self, ZelAttr const* attr);
+
 // Argument parsing of the hot entry points: a tuple of exactly the
 // expected size whose first item is a _Zel.ZelAttr is unpacked in place;
 // anything else goes through PyArg_ParseTuple with the full `format`
