@@ -10,7 +10,6 @@
 
 using Zel::GilHeld;
 using Zel::PyResult;
-using Zel::PyStatus;
 using namespace Zel::proxy;
 
 namespace {
@@ -47,34 +46,35 @@ PyResult descrGet(GilHeld gil, PyObject* self, PyObject* proxy, PyObject* type) 
     return PyResult::of(gil, reinterpret_cast<PyObject*>(v));
 }
 
-PyStatus descrSet(GilHeld, PyObject* self, PyObject* proxy, PyObject* value) {
+Zel::PyStatus descrSet(GilHeld, PyObject* self, PyObject* proxy, PyObject* value) {
     PyObject* fallback = self_(self)->fallback;
     if (!fallback) {
         uninitialised();
-        return PyStatus::failed();
+        return Zel::PyStatus::failed();
     }
-    return Py_TYPE(fallback)->tp_descr_set(fallback, proxy, value) == 0 ? PyStatus::ok() : PyStatus::failed();
+    bool const done = Py_TYPE(fallback)->tp_descr_set(fallback, proxy, value) == 0;
+    return done ? Zel::PyStatus::ok() : Zel::PyStatus::failed();
 }
 
 // CollectionAttr(attr, proxyBase, view, fallback)
-PyStatus init(GilHeld gil, PyObject* self, PyObject* args, PyObject* kwds) {
+Zel::PyStatus init(GilHeld gil, PyObject* self, PyObject* args, PyObject* kwds) {
     static char const* keywords[] = {"attr", "proxyBase", "view", "fallback", nullptr};
     PyObject *attr = nullptr, *fallback = nullptr;
     PyTypeObject *base = nullptr, *view = nullptr;
     if (!PyArg_ParseTupleAndKeywords(args, kwds, "O!O!O!O:CollectionAttr", const_cast<char**>(keywords),
                                      &PyZelAttr_Type, &attr, &PyType_Type, &base, &PyType_Type, &view, &fallback)) {
-        return PyStatus::failed();
+        return Zel::PyStatus::failed();
     }
     if (!PyType_IsSubtype(view, &ZelProxy_CollectionView_Type) && !PyType_IsSubtype(view, &ZelProxy_QueueView_Type)) {
         PyErr_SetString(PyExc_TypeError, "view must derive from _ZelProxy.CollectionView or _ZelProxy.QueueView");
-        return PyStatus::failed();
+        return Zel::PyStatus::failed();
     }
     if (!Py_TYPE(fallback)->tp_descr_get || !Py_TYPE(fallback)->tp_descr_set) {
         PyErr_SetString(PyExc_TypeError, "fallback must be a data descriptor");
-        return PyStatus::failed();
+        return Zel::PyStatus::failed();
     }
     Py_ssize_t offset = 0;
-    if (!ptrSlotOffset(gil, base, offset)) return PyStatus::failed();
+    if (!ptrSlotOffset(gil, base, offset)) return Zel::PyStatus::failed();
     CollectionAttr* d = self_(self);
     PyObject* old[] = {d->attr, reinterpret_cast<PyObject*>(d->proxyBase), reinterpret_cast<PyObject*>(d->view),
                        d->fallback};
@@ -88,7 +88,7 @@ PyStatus init(GilHeld gil, PyObject* self, PyObject* args, PyObject* kwds) {
     d->fallback = fallback;
     d->ptrOffset = offset;
     for (PyObject* o : old) Py_XDECREF(o);
-    return PyStatus::ok();
+    return Zel::PyStatus::ok();
 }
 
 Zel::PyDone dealloc(GilHeld, PyObject* self) {
@@ -101,6 +101,20 @@ Zel::PyDone dealloc(GilHeld, PyObject* self) {
     return Zel::PyDone::ok();
 }
 
+// The class statement names the attribute; the property's messages carry
+// that name (on the interpreters that name descriptors at all).
+PyResult setName(GilHeld gil, PyObject* self, PyObject* args) {
+    PyObject* fallback = self_(self)->fallback;
+    if (!fallback || !PyObject_HasAttrString(fallback, "__set_name__")) return PyResult::none(gil);
+    Zel::PyRef method(PyObject_GetAttrString(fallback, "__set_name__"));
+    return PyResult::of(gil, method ? PyObject_Call(method.get(), args, nullptr) : nullptr);
+}
+
+PyMethodDef methods[] = {
+    {"__set_name__", Zel::entry<setName>, METH_VARARGS, "names the attribute, as for a property"},
+    {nullptr, nullptr, 0, nullptr},
+};
+
 } // namespace
 
 PyTypeObject ZelProxy_CollectionAttr_Type = [] {
@@ -110,6 +124,7 @@ PyTypeObject ZelProxy_CollectionAttr_Type = [] {
     t.tp_descr_get = Zel::entry<descrGet>;
     t.tp_descr_set = Zel::entry<descrSet>;
     t.tp_init = Zel::entry<init>;
+    t.tp_methods = methods;
     t.tp_new = PyType_GenericNew;
     return t;
 }();

@@ -12,7 +12,6 @@
 using Zel::GilHeld;
 using Zel::PyCount;
 using Zel::PyResult;
-using Zel::PyStatus;
 using Zel::ZelAttr;
 using namespace Zel::proxy;
 
@@ -27,7 +26,7 @@ PyResult getItem(GilHeld gil, PyObject* self, PyObject* key) {
     return wrapped(gil, self, r);
 }
 
-PyStatus setItem(GilHeld gil, PyObject* self, PyObject* key, PyObject* value) {
+Zel::PyStatus setItem(GilHeld gil, PyObject* self, PyObject* key, PyObject* value) {
     ZelAttr const* attr = directAttr(self);
     PyResult r = PyResult::failed();
     if (!attr) {
@@ -38,7 +37,7 @@ PyStatus setItem(GilHeld gil, PyObject* self, PyObject* key, PyObject* value) {
         r = value ? Zel::collectionSet(gil, ptr, attr, key, value) : Zel::collectionDel(gil, ptr, attr, key);
     }
     Zel::PyRef dropped(r.raw());
-    return r ? PyStatus::ok() : PyStatus::failed();
+    return r ? Zel::PyStatus::ok() : Zel::PyStatus::failed();
 }
 
 PyCount<int> contains(GilHeld gil, PyObject* self, PyObject* key) {
