@@ -2,7 +2,9 @@
 test_docs_examples, which shows attribute access, keyed, instantiating and
 automatic-key collections, the queue, methods, Point equality and pointers):
 values handed back to the framework, the dict and queue protocols' other
-methods, dir, identity and hashing."""
+methods, dir, identity and hashing, and bulk reads of more members than
+one batch."""
+import threading
 import unittest
 
 import Zel
@@ -28,6 +30,29 @@ class Proxies(unittest.TestCase):
         a = Zel.new("Demo::AllTypes", "a")
         a.point = Zel.Type("Demo::Point")(3, 4)
         self.assertEqual((a.point.x, a.point.y), (3, 4))
+
+    def test_bulk_reads_span_batches_and_meet_changes(self):
+        sw = Zel.new("Demo::Switch", "sw1")
+        n = 2500   # more than two batches
+        for k in range(n):
+            sw.vlan[k] = "v%d" % k
+        v, keys = sw.vlan, list(range(n))
+        pairs = [(k, "v%d" % k) for k in keys]
+        self.assertEqual((v.keys(), list(v), [k for k in v], list(v.iterkeys())), (keys, keys, keys, keys))
+        self.assertEqual((v.items(), list(v.iteritems()), dict(v)), (pairs, pairs, dict(pairs)))
+        self.assertEqual((v.values(), list(v.itervalues())), ([p[1] for p in pairs],) * 2)
+        made = [sw.intf.newMember("e%04d" % i) for i in range(1100)]
+        self.assertEqual((sw.intf.values(), [m for _, m in sw.intf.items()]), (made, made))
+        self.assertTrue(all(isinstance(m, Zel.Object) for m in sw.intf.values()))
+        # Another thread, between batches: a member removed ahead of the
+        # position is not met, one added ahead is, one added behind is not.
+        it = iter(v)
+        first = next(it)
+        change = threading.Thread(target=lambda: (sw.vlan.__delitem__(2000), sw.vlan.__setitem__(9000, "x"),
+                                                  sw.vlan.__setitem__(-1, "y")))
+        change.start()
+        change.join()
+        self.assertEqual([first] + list(it), [k for k in keys if k != 2000] + [9000])
 
     def test_dir_identity_and_hashing(self):
         sw, other = Zel.new("Demo::Switch", "sw1"), Zel.new("Demo::Switch", "sw1")
