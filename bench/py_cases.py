@@ -1,8 +1,9 @@
 """The Python-side measures of bench/run.py: the objects they work on and
 one harness.Case per timed statement (keys are what run.py's rows name).
 
-Importing this module builds the objects, among them a Demo::Switch whose
-`vlan` collection holds `BIG` entries (about two seconds at 1,000,000).
+prepare() builds the objects, among them Demo::Switches whose `vlan`
+collections hold SMALL, MEDIUM and BIG entries (about two seconds at
+1,000,000), each also as a proxy and its `vlan` view.
 """
 import itertools
 import random

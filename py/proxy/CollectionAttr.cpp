@@ -37,13 +37,7 @@ PyResult descrGet(GilHeld gil, PyObject* self, PyObject* proxy, PyObject* type) 
                         ? *reinterpret_cast<PyObject**>(reinterpret_cast<char*>(proxy) + d->ptrOffset)
                         : nullptr;
     if (!ptr) return PyResult::of(gil, Py_TYPE(d->fallback)->tp_descr_get(d->fallback, proxy, type));
-    View* v = reinterpret_cast<View*>(d->view->tp_alloc(d->view, 0));
-    if (!v) return PyResult::failed();
-    Py_INCREF(ptr);
-    Py_INCREF(d->attr);
-    v->ptr = ptr;
-    v->attr = d->attr;
-    return PyResult::of(gil, reinterpret_cast<PyObject*>(v));
+    return newView(gil, d->view, ptr, d->attr);
 }
 
 Zel::PyStatus descrSet(GilHeld, PyObject* self, PyObject* proxy, PyObject* value) {

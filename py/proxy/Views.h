@@ -51,6 +51,8 @@ PyResult newIterator(GilHeld gil, PyObject* self, int mode);
 // The same members as a list.
 PyResult bulkList(GilHeld gil, PyObject* self, int mode);
 
+// A new view of `type` (a view type or a subclass) on `ptr` and `attr`.
+PyResult newView(GilHeld gil, PyTypeObject* type, PyObject* ptr, PyObject* attr);
 // View.dealloc and the ptr_ and attr_ members of both view types.
 PyDone deallocView(GilHeld gil, PyObject* self);
 extern PyMemberDef viewMembers[];
