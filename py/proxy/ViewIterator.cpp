@@ -97,8 +97,17 @@ PyResult iternext(GilHeld gil, PyObject* obj) {
         if (self->cursor.done) return PyResult::failed();   // the end: no error set
         PyResult batch = readWrapped(gil, self->cursor, self->viewType);
         if (!batch) return batch;
+        PyRef fresh(batch.raw());
+        if (self->batch && self->next < PyList_GET_SIZE(self->batch)) {
+            // Another thread stepping this iterator refilled it while this
+            // one read: both batches are handed out.
+            if (PyList_SetSlice(self->batch, PY_SSIZE_T_MAX, PY_SSIZE_T_MAX, fresh.get()) < 0) {
+                return PyResult::failed();
+            }
+            continue;
+        }
         PyObject* old = self->batch;
-        self->batch = batch.raw();
+        self->batch = fresh.release();
         self->next = 0;
         Py_XDECREF(old);
     }
