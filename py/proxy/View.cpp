@@ -39,33 +39,9 @@ PyCount<Py_ssize_t> lengthOf(GilHeld gil, PyResult count) {
     return PyCount<Py_ssize_t>::of(gil, n);
 }
 
-namespace {
-
-// proxy.vlan makes a view for every use, most often gone by the next: a few
-// freed views are kept, as the interpreter keeps freed floats and tuples,
-// to be made again without allocating. The interpreter lock guards them.
-constexpr int kSpareViews = 8;
-PyObject* spareViews[kSpareViews];
-int spareCount = 0;
-
-// Instances of the view type `type` are plain Views (a subclass adds no
-// slot, dict or collected references): the memory of one serves another.
-bool interchangeable(PyTypeObject* type) {
-    return type->tp_basicsize == static_cast<Py_ssize_t>(sizeof(View)) && type->tp_itemsize == 0 &&
-           !PyType_IS_GC(type) && type->tp_free == PyObject_Del;
-}
-
-} // namespace
-
 PyResult newView(GilHeld gil, PyTypeObject* type, PyObject* ptr, PyObject* attr) {
-    PyObject* o = nullptr;
-    if (spareCount > 0 && interchangeable(type)) {
-        o = spareViews[--spareCount];
-        compat::reviveObject(o, type);
-    } else {
-        o = type->tp_alloc(type, 0);
-        if (!o) return PyResult::failed();
-    }
+    PyObject* o = type->tp_alloc(type, 0);
+    if (!o) return PyResult::failed();
     Py_INCREF(ptr);
     Py_INCREF(attr);
     viewOf(o)->ptr = ptr;
@@ -77,10 +53,6 @@ PyDone deallocView(GilHeld, PyObject* self) {
     View* v = viewOf(self);
     Py_CLEAR(v->ptr);
     Py_CLEAR(v->attr);
-    if (spareCount < kSpareViews && interchangeable(Py_TYPE(self))) {
-        spareViews[spareCount++] = self;
-        return PyDone::ok();
-    }
     Py_TYPE(self)->tp_free(self);
     return PyDone::ok();
 }

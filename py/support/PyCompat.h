@@ -262,19 +262,6 @@ inline constexpr unsigned long kIteratorFlags = 0;
 inline constexpr unsigned long kIteratorFlags = Py_TPFLAGS_HAVE_ITER;
 #endif
 
-// Makes the memory of a freed instance of `type` (still allocated) a new
-// instance of it: its type, one reference, and the reference to its type
-// that an instance of a heap type holds (3's PyObject_Init takes it, 2.7's
-// is taken by the allocator).
-inline void reviveObject(PyObject* o, PyTypeObject* type) {
-#if PY_MAJOR_VERSION >= 3
-    PyObject_Init(o, type);
-#else
-    PyObject_INIT(o, type);
-    if (type->tp_flags & Py_TPFLAGS_HEAPTYPE) Py_INCREF(type);
-#endif
-}
-
 inline void setRefCount(PyObject* o, Py_ssize_t n) {
 #if PY_VERSION_HEX >= 0x03090000
     Py_SET_REFCNT(o, n);
