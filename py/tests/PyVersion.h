@@ -13,10 +13,4 @@ inline constexpr bool kPython3 = PY_MAJOR_VERSION >= 3;
 // tp_name of a builtin exception type: 2.7 keeps them in module exceptions.
 inline std::string builtinException(std::string const& name) { return kPython3 ? name : "exceptions." + name; }
 
-// The exception an error number raises: on 3 OSError picks its subclass for
-// the number.
-inline std::string errnoException(std::string const& subclass) {
-    return kPython3 ? subclass : builtinException("OSError");
-}
-
 } // namespace zeltest::pyver
