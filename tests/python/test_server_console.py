@@ -5,7 +5,6 @@ connection. zelc's side, in a real terminal, is test_console_terminal's."""
 import shutil
 import socket
 import tempfile
-import threading
 import time
 import unittest
 
@@ -14,7 +13,6 @@ import pyver
 import Zel
 import ZelDemo  # noqa: F401
 import ZelWire
-import _ZelServer
 from ZelWire import (CONTROL_HELLO, CONTROL_INTERRUPT, KIND_COMPLETE as COMPLETE, KIND_CONSOLE as CONSOLE,
                      KIND_CONTROL as CONTROL, KIND_EVAL as EVAL, KIND_EXEC as EXEC, STATUS_MORE, frame, greet, request,
                      response)
@@ -106,18 +104,6 @@ class ConsoleTest(unittest.TestCase):
         for bad in ('interrupt ', 'interrupt 12x', 'stop'):
             self.assertEqual(request(other, CONTROL, bad)[0], 'EX')
         self.assertEqual(request(other, CONTROL, CONTROL_INTERRUPT + '1'), ('OK', 'idle'))
-
-    def test_a_connection_served_without_a_console(self):
-        ours, theirs = socket.socketpair()
-        t = threading.Thread(target=_ZelServer.serve, args=(theirs.fileno(), {}, PyServer._execCode,
-                                                            PyServer._formatError))
-        t.start()
-        greet(ours)
-        self.assertEqual(request(ours, CONSOLE, '1'), ('EX', 'RuntimeError: this connection has no console\n'))
-        self.assertEqual(request(ours, CONTROL, CONTROL_INTERRUPT + '1'), ('OK', 'idle'))
-        ours.close()
-        t.join()
-        theirs.close()
 
 
 if __name__ == '__main__':

@@ -14,8 +14,8 @@ import PyServer
 import ZelWire
 import _ZelServer
 import pyver
-from ZelWire import KIND_EVAL as EVAL, KIND_EXEC as EXEC, KIND_PART, MAX_COMMAND, frame, frames, greet, packLength, \
-    request, response
+from ZelWire import CONTROL_INTERRUPT, KIND_CONSOLE, KIND_CONTROL, KIND_EVAL as EVAL, KIND_EXEC as EXEC, KIND_PART, \
+    MAX_COMMAND, frame, frames, greet, packLength, request, response
 
 
 class ServerTest(unittest.TestCase):
@@ -186,7 +186,7 @@ class NativeServeTest(unittest.TestCase):
         for args in (('x', {}, len, len), (0, [], len, len), (0, {}, None, len), (-1, {}, len, len)):
             self.assertRaises(TypeError, _ZelServer.serve, *args)
 
-    def test_failing_formatter_still_answers(self):
+    def test_failing_formatter_still_answers_and_no_console(self):
         def brokenFormatter(*exc):
             raise RuntimeError('formatter broken')
         ns = {}
@@ -196,6 +196,9 @@ class NativeServeTest(unittest.TestCase):
                          (None, [('EX', 'ZeroDivisionError (its traceback could not be formatted)\n'), ('OK', '2'),
                                  ('OK', '3\n')]))
         self.assertEqual([sys.getrefcount(o) for o in (ns, brokenFormatter, PyServer._execCode)], before)
+        # A connection served without a console (zelc -i's kinds: test_server_console).
+        self.assertEqual(self.serve(frame(KIND_CONSOLE, '1') + frame(KIND_CONTROL, CONTROL_INTERRUPT + '1'), 2),
+                         (None, [('EX', 'RuntimeError: this connection has no console\n'), ('OK', 'idle')]))
 
 
 if __name__ == '__main__':
