@@ -7,7 +7,6 @@ import os
 import select
 import shutil
 import socket
-import subprocess
 import tempfile
 import unittest
 
@@ -15,7 +14,6 @@ import children
 from ZelCompat import toBytes
 from ZelWire import GREETING_REPLY, HEADER, KIND_EVAL, frame, packLength, recvExactly, unpackLength
 
-BIN = os.path.join(os.environ.get('ZEL_BUILD_DIR', ''), 'bin')
 
 # The agent publishes its switch under the global Dir; each zelc run is a
 # new connection, so every command finds it again.
@@ -90,7 +88,7 @@ def plantedAgent(shared, report):
         conn.close()
 
 
-@unittest.skipUnless(os.path.exists(os.path.join(BIN, 'zelagent')), 'zelagent not built')
+@children.needs_agent
 class AgentTest(unittest.TestCase):
     def setUp(self):
         self.dir = tempfile.mkdtemp()
@@ -101,23 +99,17 @@ class AgentTest(unittest.TestCase):
         shutil.rmtree(self.dir, ignore_errors=True)
 
     def zelc(self, *args):
-        return children.run('zelc %s' % ' '.join(args), [os.path.join(BIN, 'zelc')] + list(args), env=self.env)
+        return children.zelc(self.env, *args)
 
     def test_one_agent_from_start_to_stop(self):
         startup = os.path.join(self.dir, 'startup.py')
         with open(startup, 'w') as f:
             f.write('import os\nprint("startup in %d" % os.getpid())\n')
-        agent = subprocess.Popen([os.path.join(BIN, 'zelagent'), 'demo.sw1', '--tcp', '0', '--startup', startup],
-                                 env=self.env, stdout=subprocess.PIPE, stderr=subprocess.PIPE, universal_newlines=True)
+        agent = children.agent('demo.sw1', self.env, '--tcp', '0', '--startup', startup)
         with children.watched(agent, 'zelagent demo.sw1'):
             try:
-                banner = []
-                while not banner or not banner[-1].startswith('zelagent demo.sw1 ready'):
-                    banner.append(agent.stdout.readline())
-                    if not banner[-1]:
-                        raise AssertionError('zelagent ended: ' + agent.stderr.read())
                 # The start-up file ran in the agent itself (same-process mode).
-                self.assertIn('startup in %d\n' % agent.pid, banner)
+                self.assertIn('startup in %d\n' % agent.pid, agent.banner)
                 with open(os.path.join(self.agents, 'demo.sw1')) as f:
                     pid, port, path = f.read().split('\n')[:3]
                 self.assertEqual((int(pid), os.stat(path).st_mode & 0o777), (agent.pid, 0o600))

@@ -13,15 +13,15 @@ import unittest
 
 import children
 import pyver
+from children import BIN
 from ZelCompat import toText
 
-BIN = os.path.join(os.environ.get('ZEL_BUILD_DIR', ''), 'bin')
 TMUX = '/usr/bin/tmux'
 # Generous for slow machines; a console that works answers in well under a second.
 WAIT = 20
 
 
-@unittest.skipUnless(os.path.exists(os.path.join(BIN, 'zelagent')), 'zelagent not built')
+@children.needs_agent
 class ConsoleTest(unittest.TestCase):
     def setUp(self):
         self.dir = tempfile.mkdtemp()
@@ -31,11 +31,7 @@ class ConsoleTest(unittest.TestCase):
         self.startAgent()
 
     def startAgent(self):
-        self.agent = subprocess.Popen([os.path.join(BIN, 'zelagent'), 'demo.sw1'], env=self.env,
-                                      stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        with children.watched(self.agent, 'zelagent demo.sw1'):
-            line = toText(self.agent.stdout.readline())
-        self.assertEqual(line, 'zelagent demo.sw1 ready\n', self.agent.stderr.read() if not line else line)
+        self.agent = children.agent('demo.sw1', self.env)
 
     def tearDown(self):
         if self.agent.poll() is None:
@@ -44,7 +40,7 @@ class ConsoleTest(unittest.TestCase):
         shutil.rmtree(self.dir, ignore_errors=True)
 
     def zelc(self, stdin):
-        return children.run('zelc -i', [os.path.join(BIN, 'zelc'), '-i', 'demo.sw1'], input=stdin, env=self.env)
+        return children.zelc(self.env, '-i', 'demo.sw1', input=stdin)
 
     def test_a_script_piped_in(self):
         rc, out, err = self.zelc('total = 0\nfor i in range(4):\n    total += i\n\nNone\ntotal\nprint("x");1/0\n'

@@ -21,7 +21,6 @@ from snapshot import live
 from zelsupport import run_until_quiet
 from ZelWire import KIND_WATCH, frame, greet, response
 
-BIN = os.path.join(os.environ.get('ZEL_BUILD_DIR', ''), 'bin')
 KEPT = ('Zel::PyGenericIfNotifiee', 'Zel::ActivityConfig', 'Zel::PyObjHandle')
 
 
@@ -125,15 +124,12 @@ class InProcess(unittest.TestCase):
         self.assertEqual(changes(s, 2), [('DR', '1', None), ('CH', 'mtu', '%d' % total)])
 
 
-@unittest.skipUnless(os.path.exists(os.path.join(BIN, 'zelagent')), 'zelagent not built')
+@children.needs_agent
 class Zelc(unittest.TestCase):
     def setUp(self):
         self.dir = tempfile.mkdtemp()
         self.env = dict(os.environ, ZELC_AGENTS_DIR=self.dir)
-        self.agent = subprocess.Popen([os.path.join(BIN, 'zelagent'), 'demo.sw1'], env=self.env,
-                                      stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        while not self.agent.stdout.readline().startswith(b'zelagent demo.sw1 ready'):
-            self.assertIsNone(self.agent.poll(), self.agent.stderr.read())
+        self.agent = children.agent('demo.sw1', self.env)
 
     def tearDown(self):
         self.agent.terminate()
@@ -141,7 +137,7 @@ class Zelc(unittest.TestCase):
         shutil.rmtree(self.dir, ignore_errors=True)
 
     def zelc(self, *args):
-        return children.run('zelc', [os.path.join(BIN, 'zelc')] + list(args), env=self.env)
+        return children.zelc(self.env, *args)
 
     def inAgent(self, expression):
         rc, out, err = self.zelc('demo.sw1', expression)
@@ -153,7 +149,7 @@ class Zelc(unittest.TestCase):
         self.assertEqual(self.zelc('-x', 'demo.sw1', 'import Zel, sys\nZel.root().entity["sw1"].intf.newMember("et1")\n'
                                    'sys.path.append(%r)' % os.getcwd()), (0, '', ''))   # for snapshot
         before = self.inAgent(counts)
-        watcher = subprocess.Popen([os.path.join(BIN, 'zelc'), '--watch', 'demo.sw1', '/sw1/et1', 'mtu'],
+        watcher = subprocess.Popen([os.path.join(children.BIN, 'zelc'), '--watch', 'demo.sw1', '/sw1/et1', 'mtu'],
                                    env=self.env, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         with children.watched(watcher, 'zelc --watch'):
             until(lambda: self.inAgent(counts) != before, children.SECONDS)

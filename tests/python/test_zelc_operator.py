@@ -13,12 +13,11 @@ import children
 import pyver
 from ZelCompat import toText
 
-BIN = os.path.join(os.environ.get('ZEL_BUILD_DIR', ''), 'bin')
 BIG = 100 * 1000 * 1000
 LOST = 'after the command was sent: it may or may not have run\n'
 
 
-@unittest.skipUnless(os.path.exists(os.path.join(BIN, 'zelagent')), 'zelagent not built')
+@children.needs_agent
 class ZelcOperatorTest(unittest.TestCase):
     def setUp(self):
         self.dir = tempfile.mkdtemp()
@@ -33,18 +32,14 @@ class ZelcOperatorTest(unittest.TestCase):
         shutil.rmtree(self.dir, ignore_errors=True)
 
     def start(self, name):
-        agent = subprocess.Popen([os.path.join(BIN, 'zelagent'), name], env=self.env, stdout=subprocess.PIPE,
-                                 stderr=open(os.devnull, 'w'))
-        self.agents[name] = agent
-        with children.watched(agent, 'zelagent ' + name):
-            self.assertEqual(toText(agent.stdout.readline()), 'zelagent %s ready\n' % name)
+        agent = self.agents[name] = children.agent(name, self.env)
         return agent
 
     def zelc(self, *args, **kw):
-        return children.run('zelc', [os.path.join(BIN, 'zelc')] + list(args), env=self.env, **kw)
+        return children.zelc(self.env, *args, **kw)
 
     def background(self, *args):
-        return subprocess.Popen([os.path.join(BIN, 'zelc')] + list(args), env=self.env, stdout=subprocess.PIPE,
+        return subprocess.Popen([os.path.join(children.BIN, 'zelc')] + list(args), env=self.env, stdout=subprocess.PIPE,
                                 stderr=subprocess.PIPE, close_fds=True)
 
     def test_results_and_commands_of_any_size_once(self):
@@ -83,8 +78,6 @@ class ZelcOperatorTest(unittest.TestCase):
                         err.endswith('demo.a2: ZeroDivisionError: %s\n' % pyver.INT_DIVISION_BY_ZERO), err)
         self.assertEqual(self.zelc('-x', 'demo.a[2]', 'print("one\\ntwo")'), (0, 'demo.a2: one\ndemo.a2: two\n', ''))
         self.assertEqual(self.zelc('nothing.*', '1'), (2, '', 'zelc: no live agent matches nothing.*\n'))
-        # -i: a line that is no expression is executed.
-        self.assertEqual(self.zelc('-i', 'demo.a1', input='x = 6\nx * 7\n'), (0, '42\n', ''))
         for args in (['--help'], ['--version']):
             rc, out, err = self.zelc(*args)
             self.assertEqual((rc, err), (0, ''))
