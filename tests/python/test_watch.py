@@ -1,13 +1,9 @@
-"""Watches: a PyServer in this process over raw sockets (the activity loop run here delivers the changes); then
-zelc --watch and --stacks against a zelagent."""
+"""Watches: a PyServer in this process over raw sockets (the activity loop run here delivers the changes). zelc
+--watch against a zelagent: test_zelc_operator."""
 
 import gc
-import os
-import re
 import shutil
-import signal
 import socket
-import subprocess
 import tempfile
 import time
 import unittest
@@ -16,9 +12,8 @@ import Zel
 import ZelDemo  # noqa: F401
 import PyServer
 import ZelWatch
-import children
 from snapshot import live
-from zelsupport import run_until_quiet
+from zelsupport import run_until_quiet, until
 from ZelWire import KIND_WATCH, frame, greet, response
 
 KEPT = ('Zel::PyGenericIfNotifiee', 'Zel::ActivityConfig', 'Zel::PyObjHandle')
@@ -28,12 +23,6 @@ def changes(sock, count):
     """The next `count` pushed frames as (status, attribute or count, value)."""
     frames = [response(sock) for _ in range(count)]
     return [(st,) + tuple(p.split(' ', 2)[1:]) if st == 'CH' else (st, p, None) for st, p in frames]
-
-
-def until(done, seconds=10):
-    deadline = time.time() + seconds
-    while not done() and time.time() < deadline:
-        time.sleep(0.02)
 
 
 class InProcess(unittest.TestCase):
@@ -122,53 +111,6 @@ class InProcess(unittest.TestCase):
         self.et.description, self.et.mtu = 'x' * 5000, total
         run_until_quiet()
         self.assertEqual(changes(s, 2), [('DR', '1', None), ('CH', 'mtu', '%d' % total)])
-
-
-@children.needs_agent
-class Zelc(unittest.TestCase):
-    def setUp(self):
-        self.dir = tempfile.mkdtemp()
-        self.env = dict(os.environ, ZELC_AGENTS_DIR=self.dir)
-        self.agent = children.agent('demo.sw1', self.env)
-
-    def tearDown(self):
-        self.agent.terminate()
-        self.agent.wait()
-        shutil.rmtree(self.dir, ignore_errors=True)
-
-    def zelc(self, *args):
-        return children.zelc(self.env, *args)
-
-    def inAgent(self, expression):
-        rc, out, err = self.zelc('demo.sw1', expression)
-        self.assertEqual((rc, err), (0, ''))
-        return eval(out)
-
-    def test_watch_until_ctrl_c_then_stacks(self):
-        counts = "__import__('ZelWatch').watching(), __import__('snapshot').live('Zel::PyGenericIfNotifiee')"
-        self.assertEqual(self.zelc('-x', 'demo.sw1', 'import Zel, sys\nZel.root().entity["sw1"].intf.newMember("et1")\n'
-                                   'sys.path.append(%r)' % os.getcwd()), (0, '', ''))   # for snapshot
-        before = self.inAgent(counts)
-        watcher = subprocess.Popen([os.path.join(children.BIN, 'zelc'), '--watch', 'demo.sw1', '/sw1/et1', 'mtu'],
-                                   env=self.env, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        with children.watched(watcher, 'zelc --watch'):
-            until(lambda: self.inAgent(counts) != before, children.SECONDS)
-            self.assertEqual(self.zelc('-x', 'demo.sw1', 'import Zel\net = Zel.root().entity["sw1"].intf["et1"]\n'
-                                       'for i in 1, 2, 3: et.mtu = 9000 + i; et.adminUp = i == 2'), (0, '', ''))
-            lines = [watcher.stdout.readline() for _ in range(3)]
-            watcher.send_signal(signal.SIGINT)
-            rest = watcher.communicate()
-        for i, line in enumerate(lines):
-            self.assertTrue(re.match(br'\d{4}-\d\d-\d\d [\d:]{8}\.\d{6} /sw1/et1 mtu %d\n$' % (9001 + i), line), line)
-        self.assertEqual((watcher.returncode, rest), (0, (b'', b'')))
-        until(lambda: self.inAgent(counts) == before)
-        self.assertEqual(self.inAgent(counts), before)
-        self.assertEqual(self.zelc('--watch', 'demo.sw1', '/sw2'), (1, '', 'LookupError: no entity /sw2\n'))
-        rc, out, err = self.zelc('--stacks', 'demo.sw1')
-        self.assertEqual((rc, err, out.startswith('Thread MainThread (ident ')), (0, '', True), out)
-        # The server's accepting thread, waiting for connections, by its name and with its frames.
-        self.assertTrue(re.search(r'\n\nThread PyServer demo\.sw1 \(ident \d+\)\n(  File .*\n    .*\n)*'
-                                  r'  File ".*PyServer\.py", line \d+, in _acceptLoop\n', out), out)
 
 
 if __name__ == '__main__':

@@ -1,7 +1,8 @@
 """zelc as an operator's tool against live zelagents: results and commands of any size, the agents directory and
-patterns, and the faults it must survive with one line and a documented exit status."""
+patterns, watches and stacks, and the faults it must survive with one line and a documented exit status."""
 
 import os
+import re
 import shutil
 import signal
 import subprocess
@@ -12,6 +13,7 @@ import unittest
 import children
 import pyver
 from ZelCompat import toText
+from zelsupport import until
 
 BIG = 100 * 1000 * 1000
 LOST = 'after the command was sent: it may or may not have run\n'
@@ -85,6 +87,29 @@ class ZelcOperatorTest(unittest.TestCase):
         for args in ([], ['demo.a1'], ['-q', 'demo.a1', '1'], ['-l', 'demo.a1'], ['-f', 'x', 'demo.a1', '1']):
             rc, out, err = self.zelc(*args)
             self.assertEqual((rc, out, err.startswith('usage: zelc ')), (3, '', True), args)
+
+    # What the server sends a watch, and that it drops the watch with its connection: test_watch.
+    def test_watch_until_ctrl_c_then_stacks(self):
+        self.start('demo.sw1')
+        sw = 'import Zel\nsw = Zel.root().entity["sw1"]\n'
+        self.assertEqual(self.zelc('-x', 'demo.sw1', sw + 'sw.intf.newMember("et1")'), (0, '', ''))
+        watcher = self.background('--watch', 'demo.sw1', '/sw1/et1', 'mtu')
+        with children.watched(watcher, 'zelc --watch'):
+            until(lambda: self.zelc('demo.sw1', "__import__('ZelWatch').watching()")[1] == '1\n', children.SECONDS)
+            self.assertEqual(self.zelc('-x', 'demo.sw1', sw + 'for i in 1, 2, 3: sw.intf["et1"].mtu = 9000 + i; '
+                                       'sw.intf["et1"].adminUp = i == 2'), (0, '', ''))
+            lines = [watcher.stdout.readline() for _ in range(3)]
+            watcher.send_signal(signal.SIGINT)
+            rest = watcher.communicate()
+        for i, line in enumerate(lines):
+            self.assertTrue(re.match(br'\d{4}-\d\d-\d\d [\d:]{8}\.\d{6} /sw1/et1 mtu %d\n$' % (9001 + i), line), line)
+        self.assertEqual((watcher.returncode, rest), (0, (b'', b'')))
+        self.assertEqual(self.zelc('--watch', 'demo.sw1', '/sw2'), (1, '', 'LookupError: no entity /sw2\n'))
+        rc, out, err = self.zelc('--stacks', 'demo.sw1')
+        self.assertEqual((rc, err, out.startswith('Thread MainThread (ident ')), (0, '', True), out)
+        # The server's accepting thread, waiting for connections, by its name and with its frames.
+        self.assertTrue(re.search(r'\n\nThread PyServer demo\.sw1 \(ident \d+\)\n(  File .*\n    .*\n)*'
+                                  r'  File ".*PyServer\.py", line \d+, in _acceptLoop\n', out), out)
 
     def test_agents_dying_and_stopping_mid_command(self):
         agent = self.start('demo.sw1')
