@@ -1,5 +1,5 @@
 """zelc -i, the console: in a real terminal (tmux) as an operator uses it, and with a script piped in. What the agent
-answers to each request is test_server_console's."""
+answers to each request is test_server_pyserver's."""
 
 import os
 import re
