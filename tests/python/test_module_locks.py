@@ -121,14 +121,16 @@ sys.exit(0 if waited < 1 else 3)
 """
 
 SIGINT_CHILD = r"""
-import os, signal, sys, _Zel, _ZelTestHelper as helper
-before = helper.stopOnQuiesce()
+import os, signal, sys, _Zel
+quiesce = lambda: _Zel.singleton("Zel::ActivityManagerConfig").attributeSingleton(
+    _Zel.typeNode("Zel::ActivityManagerConfig").attr("stopOnQuiesce"))
+before = quiesce()
 try:
     os.kill(os.getpid(), signal.SIGINT)
     for i in range(1000000): pass
     sys.exit(4)
 except KeyboardInterrupt:
-    sys.exit(0 if (before, helper.stopOnQuiesce()) == (False, True) else 5)
+    sys.exit(0 if (before, quiesce()) == (False, True) else 5)
 """
 
 

@@ -80,13 +80,6 @@ PyObject* errStrings(PyObject*, PyObject* exc) {
     return Py_BuildValue("(sss)", parts[0].c_str(), parts[1].c_str(), parts[2].c_str());
 }
 
-PyObject* stopOnQuiesce(PyObject*, PyObject*) {
-    return guarded([] {
-        Zel::PyLockAnchor anchor(Zel::PyLockAnchor::retakeGil);
-        return PyBool_FromLong(Zel::ActivityFacility::activityManagerConfig()->stopOnQuiesce());
-    });
-}
-
 // Records, when destroyed, whether the activity lock was held and the
 // interpreter lock released.
 struct ProbeState {
@@ -202,7 +195,7 @@ PyObject* printBacktrace(PyObject*, PyObject* args) {
 #define ZEL_FN(NAME, FLAGS) {#NAME, NAME, FLAGS, nullptr}
 PyMethodDef functions[] = {
     ZEL_FN(fail, METH_VARARGS), ZEL_FN(updated, METH_VARARGS), ZEL_FN(typeMismatch, METH_VARARGS),
-    ZEL_FN(errStrings, METH_O), ZEL_FN(stopOnQuiesce, METH_NOARGS), ZEL_FN(entity, METH_VARARGS),
+    ZEL_FN(errStrings, METH_O), ZEL_FN(entity, METH_VARARGS),
     ZEL_FN(probeState, METH_NOARGS), ZEL_FN(nullGifPtr, METH_NOARGS), ZEL_FN(intValue, METH_VARARGS),
     ZEL_FN(convert, METH_VARARGS), ZEL_FN(rawPtr, METH_VARARGS), ZEL_FN(entityRawPtr, METH_O),
     ZEL_FN(withAnchor, METH_VARARGS), ZEL_FN(withUnlock, METH_O), ZEL_FN(lockState, METH_NOARGS),
