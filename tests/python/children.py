@@ -2,9 +2,11 @@
 Their input and output are text (UTF-8, see ZelCompat) on either interpreter."""
 import contextlib
 import os
+import shutil
 import signal
 import subprocess
 import sys
+import tempfile
 import time
 import unittest
 
@@ -92,3 +94,33 @@ def agent(name, env, *args):
 def zelc(env, *args, **kw):
     """run() of zelc with `args`."""
     return run("zelc " + " ".join(args), [os.path.join(BIN, "zelc")] + list(args), env=env, **kw)
+
+
+@needs_agent
+class AgentCase(unittest.TestCase):
+    """Each test with a fresh agents directory (ZELC_AGENTS_DIR of `env`); the agents it started (`agents`, by
+    name) are killed and the directory removed at its end."""
+
+    def setUp(self):
+        self.dir = tempfile.mkdtemp()
+        self.env = dict(os.environ, ZELC_AGENTS_DIR=self.dir)
+        self.agents = {}
+
+    def tearDown(self):
+        for proc in self.agents.values():
+            if proc.poll() is None:
+                proc.kill()
+            proc.wait()
+        shutil.rmtree(self.dir, ignore_errors=True)
+
+    def start(self, name, *args):
+        self.agents[name] = agent(name, self.env, *args)
+        return self.agents[name]
+
+    def zelc(self, *args, **kw):
+        return zelc(self.env, *args, **kw)
+
+    def background(self, *args, **popen):
+        """zelc with `args`, running on (its output and error are pipes)."""
+        return subprocess.Popen([os.path.join(BIN, "zelc")] + list(args), env=self.env, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE, close_fds=True, **popen)

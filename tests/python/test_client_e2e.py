@@ -5,9 +5,7 @@ import errno
 import fcntl
 import os
 import select
-import shutil
 import socket
-import tempfile
 import unittest
 
 import children
@@ -88,46 +86,31 @@ def plantedAgent(shared, report):
         conn.close()
 
 
-@children.needs_agent
-class AgentTest(unittest.TestCase):
-    def setUp(self):
-        self.dir = tempfile.mkdtemp()
-        self.agents = os.path.join(self.dir, 'created')   # the agent makes the directory
-        self.env = dict(os.environ, ZELC_AGENTS_DIR=self.agents)
-
-    def tearDown(self):
-        shutil.rmtree(self.dir, ignore_errors=True)
-
-    def zelc(self, *args):
-        return children.zelc(self.env, *args)
-
+class AgentTest(children.AgentCase):
     def test_one_agent_from_start_to_stop(self):
         startup = os.path.join(self.dir, 'startup.py')
         with open(startup, 'w') as f:
             f.write('import os\nprint("startup in %d" % os.getpid())\n')
-        agent = children.agent('demo.sw1', self.env, '--tcp', '0', '--startup', startup)
-        with children.watched(agent, 'zelagent demo.sw1'):
-            try:
-                # The start-up file ran in the agent itself (same-process mode).
-                self.assertIn('startup in %d\n' % agent.pid, agent.banner)
-                with open(os.path.join(self.agents, 'demo.sw1')) as f:
-                    pid, port, path = f.read().split('\n')[:3]
-                self.assertEqual((int(pid), os.stat(path).st_mode & 0o777), (agent.pid, 0o600))
-                for key, how in enumerate((['demo.sw1'], ['-s', path], ['-p', port])):
-                    cmd = '%s.attributeCollectionIs(%s, %d, "via %s")\nprint("set")' % (SWITCH, VLAN, key, how[0])
-                    self.assertEqual(self.zelc(*(['-x'] + how + [cmd])), (0, 'set\n', ''))
-                    read = '%s.attributeCollection(%s, %d)' % (SWITCH, VLAN, key)
-                    self.assertEqual(self.zelc(*(how + [read])), (0, "'via %s'\n" % how[0], ''))
-                if os.getuid() == 0:   # root can become another user
-                    self.assertEqual(asNobody(lambda: asksOverTcp(int(port))), 0)
-                    # The UNIX socket is owner-only: another user cannot even connect.
-                    self.assertEqual(asNobody(lambda: connectsToUnixSocket(path)), 0)
-                    self.assertEqual(self.zelc('-p', port, '3'), (0, '3\n', ''))
-            finally:
-                if agent.poll() is None:
-                    agent.terminate()
-                rc = agent.wait()
-        self.assertEqual((rc, os.listdir(self.agents)), (0, []))
+        self.env['ZELC_AGENTS_DIR'] = created = os.path.join(self.dir, 'created')   # the agent makes the directory
+        agent = self.start('demo.sw1', '--tcp', '0', '--startup', startup)
+        # The start-up file ran in the agent itself (same-process mode).
+        self.assertIn('startup in %d\n' % agent.pid, agent.banner)
+        with open(os.path.join(created, 'demo.sw1')) as f:
+            pid, port, path = f.read().split('\n')[:3]
+        self.assertEqual((int(pid), os.stat(path).st_mode & 0o777), (agent.pid, 0o600))
+        for key, how in enumerate((['demo.sw1'], ['-s', path], ['-p', port])):
+            cmd = '%s.attributeCollectionIs(%s, %d, "via %s")\nprint("set")' % (SWITCH, VLAN, key, how[0])
+            self.assertEqual(self.zelc(*(['-x'] + how + [cmd])), (0, 'set\n', ''))
+            read = '%s.attributeCollection(%s, %d)' % (SWITCH, VLAN, key)
+            self.assertEqual(self.zelc(*(how + [read])), (0, "'via %s'\n" % how[0], ''))
+        if os.getuid() == 0:   # root can become another user
+            self.assertEqual(asNobody(lambda: asksOverTcp(int(port))), 0)
+            # The UNIX socket is owner-only: another user cannot even connect.
+            self.assertEqual(asNobody(lambda: connectsToUnixSocket(path)), 0)
+            self.assertEqual(self.zelc('-p', port, '3'), (0, '3\n', ''))
+        agent.terminate()
+        with children.watched(agent, 'zelagent demo.sw1 stopping'):
+            self.assertEqual((agent.wait(), os.listdir(created)), (0, []))
 
     @unittest.skipUnless(os.getuid() == 0, 'only root can become another user')
     def test_agents_of_other_users_only_when_trusted(self):

@@ -3,10 +3,7 @@ patterns, watches and stacks, and the faults it must survive with one line and a
 
 import os
 import re
-import shutil
 import signal
-import subprocess
-import tempfile
 import time
 import unittest
 
@@ -19,31 +16,7 @@ BIG = 100 * 1000 * 1000
 LOST = 'after the command was sent: it may or may not have run\n'
 
 
-@children.needs_agent
-class ZelcOperatorTest(unittest.TestCase):
-    def setUp(self):
-        self.dir = tempfile.mkdtemp()
-        self.env = dict(os.environ, ZELC_AGENTS_DIR=self.dir)
-        self.agents = {}
-
-    def tearDown(self):
-        for agent in self.agents.values():
-            if agent.poll() is None:
-                agent.kill()
-            agent.wait()
-        shutil.rmtree(self.dir, ignore_errors=True)
-
-    def start(self, name):
-        agent = self.agents[name] = children.agent(name, self.env)
-        return agent
-
-    def zelc(self, *args, **kw):
-        return children.zelc(self.env, *args, **kw)
-
-    def background(self, *args):
-        return subprocess.Popen([os.path.join(children.BIN, 'zelc')] + list(args), env=self.env, stdout=subprocess.PIPE,
-                                stderr=subprocess.PIPE, close_fds=True)
-
+class ZelcOperatorTest(children.AgentCase):
     def test_results_and_commands_of_any_size_once(self):
         self.start('demo.sw1')
         # Sent once however long, and tracebacks of any size: PyClientWholeResult.AnySizeEachCommandSentOnce.
