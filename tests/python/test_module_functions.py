@@ -25,7 +25,8 @@ class Roots(unittest.TestCase):
         o = object()
         before = sys.getrefcount(o)
         h = _Zel.handle(o)
-        self.assertEqual(h.typeName(), "Zel::PyObjHandle")
+        self.assertEqual((h.typeName(), h.attributeSingleton(_Zel.typeNode("Zel::PyObjHandle").attr("passedRef"))),
+                         ("Zel::PyObjHandle", False))
         self.assertEqual(sys.getrefcount(o), before + 1)
         del h
         self.assertEqual(sys.getrefcount(o), before)
