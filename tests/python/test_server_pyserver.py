@@ -1,8 +1,10 @@
 """PyServer over raw sockets, each scenario walked once: the protocol, the console's request kinds (zelc -i: statements
 decided and run as the interactive interpreter does, completion from the live namespace, interrupting a running command
-from a second connection; zelc's side, in a real terminal, is test_console_terminal's), and the native serving loop;
-the fuzz target drives the framing with arbitrary streams, the soak many clients at once."""
+from a second connection; zelc's side, in a real terminal, is test_console_terminal's), watches (the activity loop run
+here delivers the changes; zelc --watch: test_zelc_operator), and the native serving loop; the fuzz target drives the
+framing with arbitrary streams, the soak many clients at once."""
 
+import gc
 import os
 import shutil
 import socket
@@ -15,12 +17,23 @@ import unittest
 import PyServer
 import Zel
 import ZelDemo  # noqa: F401
+import ZelWatch
 import ZelWire
 import _ZelServer
 import pyver
+from snapshot import live
+from zelsupport import run_until_quiet, until
 from ZelWire import CONTROL_HELLO, CONTROL_INTERRUPT, KIND_COMPLETE as COMPLETE, KIND_CONSOLE as CONSOLE, \
-    KIND_CONTROL as CONTROL, KIND_EVAL as EVAL, KIND_EXEC as EXEC, MAX_COMMAND, STATUS_MORE, frame, frames, greet, \
-    packLength, request, response
+    KIND_CONTROL as CONTROL, KIND_EVAL as EVAL, KIND_EXEC as EXEC, KIND_WATCH as WATCH, MAX_COMMAND, STATUS_MORE, \
+    frame, frames, greet, packLength, request, response
+
+KEPT = ('Zel::PyGenericIfNotifiee', 'Zel::ActivityConfig', 'Zel::PyObjHandle')   # a watch's
+
+
+def changes(sock, count):
+    """The next `count` pushed frames of a watch as (status, attribute or count, value)."""
+    got = [response(sock) for _ in range(count)]
+    return [(st,) + tuple(p.split(' ', 2)[1:]) if st == 'CH' else (st, p, None) for st, p in got]
 
 
 class ServerTest(unittest.TestCase):
@@ -37,6 +50,18 @@ class ServerTest(unittest.TestCase):
         s.connect(('127.0.0.1', self.server.tcpPort) if tcp else self.server.socketPath)
         self.assertEqual(greet(s), ZelWire.GREETING_REPLY)
         return s
+
+    def switch(self):
+        """A switch /wt with an interface et1, for watches (removed at the end)."""
+        self.addCleanup(Zel.root().entity.__delitem__, 'wt')
+        sw = Zel.root().newEntity('wt', 'Demo::Switch')
+        return sw, sw.intf.newMember('et1')
+
+    def watch(self, command):
+        s = self.connect()
+        s.settimeout(30)
+        s.sendall(frame(WATCH, command))
+        return s, response(s)
 
     def test_protocol_namespaces_limits_and_failing_commands(self):
         a, b = self.connect(), self.connect(tcp=True)
@@ -236,6 +261,75 @@ class ServerTest(unittest.TestCase):
         for bad in ('interrupt ', 'interrupt 12x', 'stop'):
             self.assertEqual(request(other, CONTROL, bad)[0], 'EX')
         self.assertEqual(request(other, CONTROL, CONTROL_INTERRUPT + '1'), ('OK', 'idle'))
+
+    def test_changes_in_order_and_only_those_asked_for_refusals_and_ends(self):
+        sw, et = self.switch()
+        gc.collect()
+        before = live(*KEPT)
+        for command, error in (('/wt/nope', 'LookupError: no entity /wt/nope\n'),
+                               ('/wt\nreset', 'AttributeError: Demo::Switch has no attribute reset\n'),
+                               ('/wt\nvlan\nnone', 'AttributeError: Demo::Switch has no attribute none\n')):
+            refused, answer = self.watch(command)
+            self.assertEqual((answer, refused.recv(10)), (('EX', error), b''))
+        s, started = self.watch('/wt/et1\nmtu\ndescription')
+        whole, wholeStarted = self.watch('/wt')
+        self.assertEqual((started, wholeStarted), (('OK', '/wt/et1'), ('OK', '/wt')))
+        self.assertEqual((ZelWatch.watching(), live(*KEPT)[:2]), (2, [before[0] + 2, before[1] + 2]))
+        since = time.time()
+        for i in range(2000):
+            et.mtu = i
+            et.adminUp = i % 2 == 0
+        et.description = 'up'
+        sw.vlan[10] = 'users'
+        sw.intf.newMember('et2')
+        run_until_quiet()
+        self.assertEqual(changes(s, 2001), [('CH', 'mtu', '%d' % i) for i in range(2000)] +
+                         [('CH', 'description', "'up'")])
+        # The collections' changes name the key.
+        self.assertEqual(changes(whole, 2), [('CH', 'vlan', '10'), ('CH', 'intf', "'et2'")])
+        del sw.vlan[10]
+        run_until_quiet()
+        stamp, rest = response(whole)[1].split(' ', 1)
+        self.assertEqual((rest, since <= float(stamp) <= time.time() + 0.001), ('vlan 10', True))
+        whole.close()   # the client goes ...
+        until(lambda: ZelWatch.watching() == 1)
+        self.assertEqual((ZelWatch.watching(), live(*KEPT)[:2]), (1, [before[0] + 1, before[1] + 1]))
+        et.mtu = 1
+        run_until_quiet()
+        self.assertEqual(changes(s, 1), [('CH', 'mtu', '1')])
+        self.server.stop()   # ... or the server stops
+        self.assertEqual((ZelWatch.watching(), s.recv(10)), (0, b''))
+        self.assertEqual(live(*KEPT), before)
+
+    def test_a_reader_too_slow_is_told_how_many_changes_were_dropped(self):
+        sw, et = self.switch()
+        limits = ZelWatch.MAX_QUEUED, ZelWatch.MAX_QUEUED_BYTES
+        ZelWatch.MAX_QUEUED, ZelWatch.MAX_QUEUED_BYTES = 100, 4000
+        try:
+            s, _ = self.watch('/wt/et1\nmtu\ndescription')
+        finally:
+            ZelWatch.MAX_QUEUED, ZelWatch.MAX_QUEUED_BYTES = limits
+        total = 30000
+        for i in range(total):   # never read meanwhile: the loop must not wait for the reader
+            et.mtu = i
+            if i % 500 == 499:
+                run_until_quiet()
+        expected = dropped = 0
+        while expected < total:
+            status, payload = response(s)
+            if status == 'DR':
+                expected += int(payload)
+                dropped += int(payload)
+            else:
+                # In order, and every change either sent or counted in its place.
+                self.assertEqual((status, int(payload.split(' ')[2])), ('CH', expected))
+                expected += 1
+        self.assertEqual(expected, total)
+        self.assertGreater(dropped, 0)
+        # A value too large for the queue's bytes is dropped alone, and counted before the next change.
+        et.description, et.mtu = 'x' * 5000, total
+        run_until_quiet()
+        self.assertEqual(changes(s, 2), [('DR', '1', None), ('CH', 'mtu', '%d' % total)])
 
 
 class NativeServeTest(unittest.TestCase):

@@ -58,7 +58,7 @@ class ZelcOperatorTest(children.AgentCase):
             rc, out, err = self.zelc(*args)
             self.assertEqual((rc, out, err.startswith('usage: zelc ')), (3, '', True), args)
 
-    # What the server sends a watch, and that it drops the watch with its connection: test_watch.
+    # What the server sends a watch, and that it drops the watch with its connection: test_server_pyserver.
     def test_watch_until_ctrl_c_then_stacks(self):
         self.start('demo.sw1')
         sw = 'import Zel\nsw = Zel.root().entity["sw1"]\n'
