@@ -6,9 +6,6 @@ import unittest
 
 import Zel
 import ZelDemo  # noqa: F401
-from snapshot import live
-
-TYPES = ("Zel::PyGenericIfNotifiee", "Zel::PyClockNotifiee", "Zel::PyObjHandle", "Demo::AllTypes")
 
 
 class Reactions(unittest.TestCase):
@@ -44,9 +41,9 @@ class Reactions(unittest.TestCase):
         Zel.run(0.2)
         self.assertEqual(len(fired), 3)
 
+    # That they are gone once nobody holds them is the leak-checking runner's check (zeltest_runner), made after
+    # every test module.
     def test_handlers_that_keep_their_notifiee_or_timer_go_with_them(self):
-        gc.collect()
-        before = live(*TYPES)
         calls = []
 
         def make():
@@ -65,14 +62,10 @@ class Reactions(unittest.TestCase):
         fired = len(calls)
         self.assertGreater(fired, 2)
         gc.collect()
-        # Dropped by their makers: no more calls, even with the notifiee
-        # itself still held, and nothing left once that goes too.
+        # Dropped by their makers: no more calls, even with the notifiee itself still held.
         Zel.run(0.05)
         a.i32 = 2
-        self.assertEqual(len(calls), fired)
-        del a, held
-        gc.collect()
-        self.assertEqual(live(*TYPES), before)
+        self.assertEqual((len(calls), held is None), (fired, False))
 
     def test_a_filter_is_in_place_before_any_change_reaches_the_handler(self):
         a = Zel.new("Demo::AllTypes", "busy")
