@@ -45,9 +45,10 @@ class ServerTest(unittest.TestCase):
         self.server.stop()
         shutil.rmtree(self.dir, ignore_errors=True)
 
-    def connect(self, tcp=False):
+    def connect(self, tcp=False, server=None):
+        server = server or self.server
         s = socket.socket(socket.AF_INET if tcp else socket.AF_UNIX)
-        s.connect(('127.0.0.1', self.server.tcpPort) if tcp else self.server.socketPath)
+        s.connect(('127.0.0.1', server.tcpPort) if tcp else server.socketPath)
         self.assertEqual(greet(s), ZelWire.GREETING_REPLY)
         return s
 
@@ -158,9 +159,7 @@ class ServerTest(unittest.TestCase):
         for cmd, ended in (('any(False for _ in iter(int, 1))', True), ('import time; time.sleep(30)', True),
                            (held, False)):
             server = PyServer.PyServer('t.stop', directory=self.dir).start()
-            s = socket.socket(socket.AF_UNIX)
-            s.connect(server.socketPath)
-            greet(s)
+            s = self.connect(server=server)
             s.sendall(frame(EXEC, cmd))
             time.sleep(0.2)
             started = time.time()
