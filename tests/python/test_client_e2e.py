@@ -15,9 +15,7 @@ from ZelWire import GREETING_REPLY, HEADER, KIND_EVAL, frame, packLength, recvEx
 
 # The agent publishes its switch under the global Dir; each zelc run is a
 # new connection, so every command finds it again.
-SWITCH = ("__import__('_Zel').globalDir().attributeCollection(__import__('_Zel').typeNode('Zel::Dir').attr('entity'), "
-          "'sw1')")
-VLAN = "__import__('_Zel').typeNode('Demo::Switch').attr('vlan')"
+VLAN = "__import__('Zel').root().entity['sw1'].vlan"
 
 
 def asNobody(fn, wait=True):
@@ -99,10 +97,9 @@ class AgentTest(children.AgentCase):
             pid, port, path = f.read().split('\n')[:3]
         self.assertEqual((int(pid), os.stat(path).st_mode & 0o777), (agent.pid, 0o600))
         for key, how in enumerate((['demo.sw1'], ['-s', path], ['-p', port])):
-            cmd = '%s.attributeCollectionIs(%s, %d, "via %s")\nprint("set")' % (SWITCH, VLAN, key, how[0])
+            cmd = '%s[%d] = "via %s"\nprint("set")' % (VLAN, key, how[0])
             self.assertEqual(self.zelc(*(['-x'] + how + [cmd])), (0, 'set\n', ''))
-            read = '%s.attributeCollection(%s, %d)' % (SWITCH, VLAN, key)
-            self.assertEqual(self.zelc(*(how + [read])), (0, "'via %s'\n" % how[0], ''))
+            self.assertEqual(self.zelc(*(how + ['%s[%d]' % (VLAN, key)])), (0, "'via %s'\n" % how[0], ''))
         if os.getuid() == 0:   # root can become another user
             self.assertEqual(asNobody(lambda: asksOverTcp(int(port))), 0)
             # The UNIX socket is owner-only: another user cannot even connect.
