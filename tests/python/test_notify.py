@@ -1,8 +1,6 @@
-"""Notifiees made by _Zel: attribute notifiees (GifPtr.newNotifiee: their filter, the calls to every kind of callable,
-delivery deferred to an activity, the end of calls when the notifiee goes), clock notifiees (calls at creation and at
-each wake time only, reflection, deferral, the end of calls), and handlers that raise, which end the process with the
-fixed message, the Python traceback, then abort, the crash report showing the Python stack of the change being
-notified (in children)."""
+"""Notifiees made by _Zel: attribute notifiees (filter, every kind of callable, deferral, the end of calls), clock
+notifiees (calls at creation and at wake times only, reflection, deferral), and raising handlers, which abort the
+process with the message, the traceback and the Python stack of the change notified (in children)."""
 import functools
 import re
 import unittest

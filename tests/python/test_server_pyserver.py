@@ -1,8 +1,6 @@
-"""PyServer over raw sockets, each scenario walked once: the protocol, the console's request kinds (zelc -i: statements
-decided and run as the interactive interpreter does, completion from the live namespace, interrupting a running command
-from a second connection; zelc's side, in a real terminal, is test_console_terminal's), watches (the activity loop run
-here delivers the changes; zelc --watch: test_zelc_operator), and the native serving loop; the fuzz target drives the
-framing with arbitrary streams, the soak many clients at once."""
+"""PyServer over raw sockets, each scenario walked once: the protocol, the console's kinds (zelc -i in a terminal:
+test_console_terminal), watches (delivered by the activity loop run here; zelc --watch: test_zelc_operator), and the
+native serving loop; the fuzz target drives the framing with arbitrary streams, the soak many clients at once."""
 
 import gc
 import os
