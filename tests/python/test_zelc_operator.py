@@ -121,9 +121,6 @@ class ZelcOperatorTest(children.AgentCase):
                 out, err = zelc.communicate()
             self.assertLess(time.time() - started, 5.0)
             self.assertEqual((zelc.returncode, out, err.count(b'KeyboardInterrupt')), (1, b'', count), err)
-            # The loops stopped: each agent answers at once.
-            for name in ('demo.sw1', 'demo.sw2'):
-                self.assertEqual(self.zelc(name, '6 * 7', seconds=5), (0, '42\n', ''))
         # Within one C call the interruption waits; a second Ctrl-C ends zelc as Ctrl-C ends a program.
         zelc = self.background('demo.sw1', 'sum(iter(int, 1))')
         time.sleep(0.5)
