@@ -1,7 +1,6 @@
-"""The Zel package beyond the tour in docs/zel-package.md (run by test_docs_examples, which shows attribute access,
-keyed, instantiating and automatic-key collections, the queue, methods, Point equality and pointers): proxies (values
-handed back to the framework, the dict and queue protocols' other methods, dir, identity and hashing) and reactions
-(notifiees and timers, their close(), handlers keeping their own, concurrent filters)."""
+"""The Zel package beyond the tour of docs/zel-package.md (test_docs_examples runs it): proxies (values handed back,
+the dict and queue protocols' other methods, dir, identity and hashing) and reactions (notifiees and timers, their
+close(), handlers keeping their own, concurrent filters)."""
 import gc
 import threading
 import time
