@@ -1,5 +1,5 @@
 // PyObjHandle's ownership of an adopted Python reference (one it takes
-// itself: _Zel.handle in test_module_functions).
+// itself: _Zel.handle in test_module_types).
 #include "Support.h"
 #include "ZelPy/PyObjHandle.h"
 
