@@ -80,7 +80,25 @@ class PublicSurface(unittest.TestCase):
             self.assertRaises(TypeError, closed)
         with self.assertRaises(TypeError):
             type("Sub", (_Zel.GifPtr,), {})
+        self.assertEqual((_Zel.IteratorModeKeys, _Zel.IteratorModeValues, _Zel.IteratorModeItems), (0, 1, 2))
 
+    def test_doc_strings(self):
+        # The texts users read in help(): word for word, odd ones included.
+        t = _Zel.typeNode(ENTITY)
+        sw = _Zel.typeNode("Demo::Switch")
+        it = _Zel.newGenericIf(sw, ("doc",)).attributeIter(sw.attr("vlan"), 0)
+        for thing, doc in ((_Zel, "Module providing access to Zel types"), (type(t), "Wraps a Zel::ZelType"),
+                           (_Zel.typeNode, "Return the Zel::ZelType object with the specified name"),
+                           (_Zel.acquireActivityLock, "Acquire the global activity lock"),
+                           (_Zel.releaseActivityLock, "Release the global activity lock"),
+                           (_Zel.activityLockOwner, "owner of the activity lock"), (_Zel.GifPtr, "GifPtr objects"),
+                           (_Zel.enableThreadSafePointers, "enable atomic smart pointers"),
+                           (type(t).isDerived, "is type in my chain of base types?"),
+                           (type(t).attributeQ, "attribute queue"), (_Zel.GifPtr.ptr, "pointer value as an int"),
+                           (type(t.attr("name")).instantiatingArgTypeQ, "instantiating arg type queue"),
+                           (_Zel.GifPtr.strRep, "return the string representation of the _Zel.GifPtr"),
+                           (type(it), "GenericIfIterator object")):
+            self.assertEqual(thing.__doc__, doc, thing)
 
 
 class Roots(unittest.TestCase):
