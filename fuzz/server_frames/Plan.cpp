@@ -65,8 +65,8 @@ Plan readPlan(Reader& in) {
         }
         // A watch ('6') ends its connection and a stacks request ('7') answers
         // what the threads do at that moment, which this oracle cannot
-        // foretell; test_watch covers both. Such a header goes as '?9',
-        // bad input, instead.
+        // foretell; test_server_pyserver (watches) and test_zelc_operator
+        // (stacks) cover them. Such a header goes as '?9', bad input, instead.
         if (k0 == '?' && (k1 == '6' || k1 == '7')) k1 = '9';
         unsigned lengthMode = (f >> 3) & 3;
         uint32_t n = 0;

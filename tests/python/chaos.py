@@ -14,6 +14,8 @@ import tempfile
 import threading
 import time
 
+from ZelCompat import toText as text
+
 BIN = os.path.join(os.environ.get('ZEL_BUILD_DIR') or os.path.join(os.path.dirname(__file__), '..', '..', 'build'),
                    'bin')
 AGENTS = ['chaos.a%d' % i for i in range(3)]
@@ -22,10 +24,6 @@ START_BOUND = 15.0      # a (re)started agent says it is ready
 ZELC_BOUND = 30.0       # any zelc run ends; a runaway's agent is killed at least every KILL_EVERY seconds
 KILL_EVERY = 6.0
 RUNAWAYS = ['while True: pass', 'import time\ntime.sleep(1000)', 'sum(iter(int, 1))']
-
-
-def text(b):
-    return b if isinstance(b, str) else b.decode('utf-8', 'replace')
 
 
 def failed(rc, out, err):

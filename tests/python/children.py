@@ -2,13 +2,19 @@
 Their input and output are text (UTF-8, see ZelCompat) on either interpreter."""
 import contextlib
 import os
+import shutil
 import signal
 import subprocess
 import sys
+import tempfile
 import time
+import unittest
 
 from ZelCompat import toBytes, toText
 
+# The tools: zelagent, zelc.
+BIN = os.path.join(os.environ.get("ZEL_BUILD_DIR", ""), "bin")
+needs_agent = unittest.skipUnless(os.path.exists(os.path.join(BIN, "zelagent")), "zelagent not built")
 # Generous: children run under valgrind and sanitizers too. It must stay
 # below the test's own time limit for the message to be seen.
 SECONDS = float(os.environ.get("ZEL_CHILD_SECONDS") or 120)
@@ -68,3 +74,53 @@ def run(name, args, input=None, seconds=SECONDS, **popen):
 def python(name, code, *args, **popen):
     """run() of this interpreter on `code`."""
     return run(name, [sys.executable, "-c", code] + list(args), **popen)
+
+
+def agent(name, env, *args):
+    """A zelagent publishing demo switch `name` (ZELC_AGENTS_DIR of `env` says where), once it says it is ready;
+    its `banner`: the lines it wrote until then."""
+    proc = subprocess.Popen([os.path.join(BIN, "zelagent"), name] + list(args), env=env, stdout=subprocess.PIPE,
+                            stderr=subprocess.PIPE)
+    proc.banner = [""]
+    with watched(proc, "zelagent " + name):
+        while proc.banner[-1] != "zelagent %s ready\n" % name:
+            proc.banner.append(toText(proc.stdout.readline()))
+            if not proc.banner[-1]:
+                proc.kill()
+                raise AssertionError("zelagent %s ended: %s" % (name, toText(proc.communicate()[1])))
+    return proc
+
+
+def zelc(env, *args, **kw):
+    """run() of zelc with `args`."""
+    return run("zelc " + " ".join(args), [os.path.join(BIN, "zelc")] + list(args), env=env, **kw)
+
+
+@needs_agent
+class AgentCase(unittest.TestCase):
+    """Each test with a fresh agents directory (ZELC_AGENTS_DIR of `env`); the agents it started (`agents`, by
+    name) are killed and the directory removed at its end."""
+
+    def setUp(self):
+        self.dir = tempfile.mkdtemp()
+        self.env = dict(os.environ, ZELC_AGENTS_DIR=self.dir)
+        self.agents = {}
+
+    def tearDown(self):
+        for proc in self.agents.values():
+            if proc.poll() is None:
+                proc.kill()
+            proc.wait()
+        shutil.rmtree(self.dir, ignore_errors=True)
+
+    def start(self, name, *args):
+        self.agents[name] = agent(name, self.env, *args)
+        return self.agents[name]
+
+    def zelc(self, *args, **kw):
+        return zelc(self.env, *args, **kw)
+
+    def background(self, *args, **popen):
+        """zelc with `args`, running on (its output and error are pipes)."""
+        return subprocess.Popen([os.path.join(BIN, "zelc")] + list(args), env=self.env, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE, close_fds=True, **popen)

@@ -19,11 +19,14 @@ if PY3:
     # what comes back is decoded so, which any bytes survive; a char is one byte, read back as that code point.
     TEXT_ROUND_TRIPS = [("s8", "\xe9t\xe9 \u20ac", "\xe9t\xe9 \u20ac"), ("s8", b"a\xc3\xa9", "a\xe9"),
                         ("s8", b"a\xff\0b", "a\udcff\0b"), ("s8", "a\udcffb", "a\udcffb"), ("s8", b"", ""),
-                        ("ch", "\xff", "\xff"), ("ch", b"\xe9", "\xe9"), ("ch", "\0", "\0")]
+                        ("ch", "\xff", "\xff"), ("ch", b"\xe9", "\xe9"), ("ch", "\0", "\0"),
+                        ("s8", "\U0001f600\udcff", "\U0001f600\udcff"), ("label", b"h\xe9\0", "h\udce9\0"),
+                        ("uriPath", "/h\udce9", "/h\udce9")]
     # (attribute, value, expected, got), as test_attr_singleton's refusal() words them.
     TEXT_REFUSALS = [("ch", "\u0100", "char", "str: '\u0100'"), ("ch", b"ab", "char", "bytes: b'ab'"),
                      ("ch", "", "char", "str: ''"), ("i32", b"1", "int", "bytes: b'1'"),
-                     ("s8", bytearray(b"x"), "Zel::String", "bytearray: bytearray(b'x')")]
+                     ("s8", bytearray(b"x"), "Zel::String", "bytearray: bytearray(b'x')"),
+                     ("ch", b"", "char", "bytes: b''"), ("s8", "\ud800", "Zel::String", "str: '\\ud800'")]
     got_long = "int: %d".__mod__
     INT_DIVISION_BY_ZERO = "division by zero"   # ZeroDivisionError's text for 1/0
     # A future import a console keeps for its connection: (feature, source, answer with it, answer without).

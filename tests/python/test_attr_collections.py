@@ -110,7 +110,7 @@ class Functions(unittest.TestCase):
     def setUp(self):
         self.sw = _Zel.newGenericIf(T, ("fn",))
 
-    # The queue's order is test_zelpkg_proxies' (the package's log is this queue).
+    # The queue's order is test_zelpkg's (the package's log is this queue).
     def test_results_and_refusals_read_the_same_before_and_after_the_first_call(self):
         self.assertIsNone(self.sw.attributeFunction(A("reset"), ()))
         self.assertEqual(self.sw.attributeFunction(A("interfaceCount"), ()), 0)

@@ -5,23 +5,17 @@ import errno
 import fcntl
 import os
 import select
-import shutil
 import socket
-import subprocess
-import tempfile
 import unittest
 
 import children
 from ZelCompat import toBytes
 from ZelWire import GREETING_REPLY, HEADER, KIND_EVAL, frame, packLength, recvExactly, unpackLength
 
-BIN = os.path.join(os.environ.get('ZEL_BUILD_DIR', ''), 'bin')
 
 # The agent publishes its switch under the global Dir; each zelc run is a
 # new connection, so every command finds it again.
-SWITCH = ("__import__('_Zel').globalDir().attributeCollection(__import__('_Zel').typeNode('Zel::Dir').attr('entity'), "
-          "'sw1')")
-VLAN = "__import__('_Zel').typeNode('Demo::Switch').attr('vlan')"
+VLAN = "__import__('Zel').root().entity['sw1'].vlan"
 
 
 def asNobody(fn, wait=True):
@@ -90,52 +84,27 @@ def plantedAgent(shared, report):
         conn.close()
 
 
-@unittest.skipUnless(os.path.exists(os.path.join(BIN, 'zelagent')), 'zelagent not built')
-class AgentTest(unittest.TestCase):
-    def setUp(self):
-        self.dir = tempfile.mkdtemp()
-        self.agents = os.path.join(self.dir, 'created')   # the agent makes the directory
-        self.env = dict(os.environ, ZELC_AGENTS_DIR=self.agents)
-
-    def tearDown(self):
-        shutil.rmtree(self.dir, ignore_errors=True)
-
-    def zelc(self, *args):
-        return children.run('zelc %s' % ' '.join(args), [os.path.join(BIN, 'zelc')] + list(args), env=self.env)
-
-    def test_one_agent_from_start_to_stop(self):
+class AgentTest(children.AgentCase):
+    def test_one_agent_by_name_socket_and_port(self):   # its stop: test_zelc_operator
         startup = os.path.join(self.dir, 'startup.py')
         with open(startup, 'w') as f:
             f.write('import os\nprint("startup in %d" % os.getpid())\n')
-        agent = subprocess.Popen([os.path.join(BIN, 'zelagent'), 'demo.sw1', '--tcp', '0', '--startup', startup],
-                                 env=self.env, stdout=subprocess.PIPE, stderr=subprocess.PIPE, universal_newlines=True)
-        with children.watched(agent, 'zelagent demo.sw1'):
-            try:
-                banner = []
-                while not banner or not banner[-1].startswith('zelagent demo.sw1 ready'):
-                    banner.append(agent.stdout.readline())
-                    if not banner[-1]:
-                        raise AssertionError('zelagent ended: ' + agent.stderr.read())
-                # The start-up file ran in the agent itself (same-process mode).
-                self.assertIn('startup in %d\n' % agent.pid, banner)
-                with open(os.path.join(self.agents, 'demo.sw1')) as f:
-                    pid, port, path = f.read().split('\n')[:3]
-                self.assertEqual((int(pid), os.stat(path).st_mode & 0o777), (agent.pid, 0o600))
-                for key, how in enumerate((['demo.sw1'], ['-s', path], ['-p', port])):
-                    cmd = '%s.attributeCollectionIs(%s, %d, "via %s")\nprint("set")' % (SWITCH, VLAN, key, how[0])
-                    self.assertEqual(self.zelc(*(['-x'] + how + [cmd])), (0, 'set\n', ''))
-                    read = '%s.attributeCollection(%s, %d)' % (SWITCH, VLAN, key)
-                    self.assertEqual(self.zelc(*(how + [read])), (0, "'via %s'\n" % how[0], ''))
-                if os.getuid() == 0:   # root can become another user
-                    self.assertEqual(asNobody(lambda: asksOverTcp(int(port))), 0)
-                    # The UNIX socket is owner-only: another user cannot even connect.
-                    self.assertEqual(asNobody(lambda: connectsToUnixSocket(path)), 0)
-                    self.assertEqual(self.zelc('-p', port, '3'), (0, '3\n', ''))
-            finally:
-                if agent.poll() is None:
-                    agent.terminate()
-                rc = agent.wait()
-        self.assertEqual((rc, os.listdir(self.agents)), (0, []))
+        self.env['ZELC_AGENTS_DIR'] = created = os.path.join(self.dir, 'created')   # the agent makes the directory
+        agent = self.start('demo.sw1', '--tcp', '0', '--startup', startup)
+        # The start-up file ran in the agent itself (same-process mode).
+        self.assertIn('startup in %d\n' % agent.pid, agent.banner)
+        with open(os.path.join(created, 'demo.sw1')) as f:
+            pid, port, path = f.read().split('\n')[:3]
+        self.assertEqual((int(pid), os.stat(path).st_mode & 0o777), (agent.pid, 0o600))
+        for key, how in enumerate((['demo.sw1'], ['-s', path], ['-p', port])):
+            cmd = '%s[%d] = "via %s"\nprint("set")' % (VLAN, key, how[0])
+            self.assertEqual(self.zelc(*(['-x'] + how + [cmd])), (0, 'set\n', ''))
+            self.assertEqual(self.zelc(*(how + ['%s[%d]' % (VLAN, key)])), (0, "'via %s'\n" % how[0], ''))
+        if os.getuid() == 0:   # root can become another user
+            self.assertEqual(asNobody(lambda: asksOverTcp(int(port))), 0)
+            # The UNIX socket is owner-only: another user cannot even connect.
+            self.assertEqual(asNobody(lambda: connectsToUnixSocket(path)), 0)
+            self.assertEqual(self.zelc('-p', port, '3'), (0, '3\n', ''))
 
     @unittest.skipUnless(os.getuid() == 0, 'only root can become another user')
     def test_agents_of_other_users_only_when_trusted(self):

@@ -1,75 +1,57 @@
 """zelc -i, the console: in a real terminal (tmux) as an operator uses it, and with a script piped in. What the agent
-answers to each request is test_server_console's."""
+answers to each request is test_server_pyserver's."""
 
 import os
 import re
-import shutil
 import stat
 import subprocess
-import tempfile
 import time
 import sys
 import unittest
 
 import children
 import pyver
+from children import BIN
 from ZelCompat import toText
 
-BIN = os.path.join(os.environ.get('ZEL_BUILD_DIR', ''), 'bin')
 TMUX = '/usr/bin/tmux'
 # Generous for slow machines; a console that works answers in well under a second.
 WAIT = 20
 
 
-@unittest.skipUnless(os.path.exists(os.path.join(BIN, 'zelagent')), 'zelagent not built')
-class ConsoleTest(unittest.TestCase):
+class ConsoleTest(children.AgentCase):
     def setUp(self):
-        self.dir = tempfile.mkdtemp()
-        self.home = os.path.join(self.dir, 'home')
+        children.AgentCase.setUp(self)
+        self.env['HOME'] = self.home = os.path.join(self.dir, '.home')
         os.mkdir(self.home)
-        self.env = dict(os.environ, ZELC_AGENTS_DIR=os.path.join(self.dir, 'agents'), HOME=self.home)
-        self.startAgent()
+        self.agent = self.start('demo.sw1')
 
-    def startAgent(self):
-        self.agent = subprocess.Popen([os.path.join(BIN, 'zelagent'), 'demo.sw1'], env=self.env,
-                                      stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        with children.watched(self.agent, 'zelagent demo.sw1'):
-            line = toText(self.agent.stdout.readline())
-        self.assertEqual(line, 'zelagent demo.sw1 ready\n', self.agent.stderr.read() if not line else line)
-
-    def tearDown(self):
-        if self.agent.poll() is None:
-            self.agent.terminate()
-        self.agent.wait()
-        shutil.rmtree(self.dir, ignore_errors=True)
-
-    def zelc(self, stdin):
-        return children.run('zelc -i', [os.path.join(BIN, 'zelc'), '-i', 'demo.sw1'], input=stdin, env=self.env)
+    def piped(self, stdin):
+        return self.zelc('-i', 'demo.sw1', input=stdin)
 
     def test_a_script_piped_in(self):
-        rc, out, err = self.zelc('total = 0\nfor i in range(4):\n    total += i\n\nNone\ntotal\nprint("x");1/0\n'
+        rc, out, err = self.piped('total = 0\nfor i in range(4):\n    total += i\n\nNone\ntotal\nprint("x");1/0\n'
                                  'def f():\n    return total * 7\n\nf()')   # the last line without its newline
         self.assertEqual((rc, out), (0, '6\n42\n'))
         # What a failing statement printed comes with its traceback.
         self.assertEqual(err, 'x\nTraceback (most recent call last):\n  File "<console>", line 1, in <module>\n'
                               'ZeroDivisionError: %s\n' % pyver.INT_DIVISION_BY_ZERO)
         # The connection lost mid-statement: it may or may not have run, and zelc says so.
-        rc, out, err = self.zelc('import os\nos.kill(os.getpid(), 9)\n1\n')
+        rc, out, err = self.piped('import os\nos.kill(os.getpid(), 9)\n1\n')
         self.agent.wait()
         self.assertEqual((rc, out), (2, ''))
         self.assertIn('may or may not have run', err)
         # The agent gone (and back) while the console waits for a line: the console ends rather than go on in a
         # new namespace, where its Ctrl-C would name a connection that is not its own.
-        self.startAgent()
-        console = subprocess.Popen([os.path.join(BIN, 'zelc'), '-i', 'demo.sw1'], env=self.env,
-                                   stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.agent = self.start('demo.sw1')
+        console = self.background('-i', 'demo.sw1', stdin=subprocess.PIPE)
         with children.watched(console, 'zelc -i'):
             console.stdin.write(b'kept = 1\nkept\n')
             console.stdin.flush()
             self.assertEqual(console.stdout.readline(), b'1\n')
             self.agent.terminate()
             self.agent.wait()
-            self.startAgent()
+            self.start('demo.sw1')
             out, err = console.communicate(b'kept\n')
         self.assertEqual((console.returncode, toText(out), toText(err)),
                          (2, '', "zelc: The agent closed the console's connection (its namespace is gone)\n"))

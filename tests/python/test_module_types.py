@@ -1,10 +1,17 @@
-"""The module's own types: ZelType, ZelAttr and GifPtr, and the module's public names and documentation."""
+"""The module's own types (ZelType, ZelAttr and GifPtr), its public names and its functions, and a long run of them
+leaving no references or objects behind."""
+import os
+import sys
+import tempfile
 import unittest
 
+import Zel  # noqa: F401
 import ZelDemo  # noqa: F401
 import _Zel
 import _ZelTestHelper as helper
+import children
 from pyver import long
+from zelsupport import drain
 
 ENTITY = "Zel::Entity"
 
@@ -31,11 +38,10 @@ class Descriptors(unittest.TestCase):
 
 class Handles(unittest.TestCase):
     def test_null_handles_print_and_refuse_operations(self):
-        for n in (helper.nullGifPtr(), _Zel.nullGenericIf()):
-            self.assertIs(type(n), _Zel.GifPtr)
-            self.assertEqual((str(n), repr(n)), ("<null>", "<null>"))
-            for op in (n.typeName, n.isConst, n.hash, n.strRep, lambda: n.ptr):
-                self.assertRaises(IndexError, op)
+        n = _Zel.nullGenericIf()
+        self.assertEqual((type(n), str(n), repr(n)), (_Zel.GifPtr, "<null>", "<null>"))
+        for op in (n.typeName, n.isConst, n.hash, n.strRep, lambda: n.ptr):
+            self.assertRaises(IndexError, op)
 
     def test_entity_and_value_handles(self):
         e, v = helper.entity("small"), helper.intValue(7)
@@ -67,17 +73,17 @@ class Handles(unittest.TestCase):
 
 class PublicSurface(unittest.TestCase):
     def test_names_and_closed_types(self):
-        self.assertTrue(hasattr(_Zel, "GifPtr") and hasattr(_Zel, "Backtrace"))
         for hidden in ("ZelType", "ZelAttr", "GenericIfIterator"):
             self.assertFalse(hasattr(_Zel, hidden), hidden)
-        self.assertEqual((_Zel.IteratorModeKeys, _Zel.IteratorModeValues, _Zel.IteratorModeItems), (0, 1, 2))
         t = _Zel.typeNode(ENTITY)
         for closed in (type(t), type(t.attr("name")), _Zel.GifPtr):
             self.assertRaises(TypeError, closed)
         with self.assertRaises(TypeError):
             type("Sub", (_Zel.GifPtr,), {})
+        self.assertEqual((_Zel.IteratorModeKeys, _Zel.IteratorModeValues, _Zel.IteratorModeItems), (0, 1, 2))
 
     def test_doc_strings(self):
+        # The texts users read in help(): word for word, odd ones included.
         t = _Zel.typeNode(ENTITY)
         sw = _Zel.typeNode("Demo::Switch")
         it = _Zel.newGenericIf(sw, ("doc",)).attributeIter(sw.attr("vlan"), 0)
@@ -94,6 +100,71 @@ class PublicSurface(unittest.TestCase):
                            (type(it), "GenericIfIterator object")):
             self.assertEqual(thing.__doc__, doc, thing)
 
+
+class Roots(unittest.TestCase):
+    def test_roots_and_singletons(self):
+        for f, name in ((_Zel.globalDir, "Zel::Dir"), (_Zel.globalNboAttrLogConnectionDir, "Zel::ConnectionDir"),
+                        (_Zel.globalNboAttrLogDemuxerManager, "Zel::NboAttrLog::DemuxerManager")):
+            self.assertEqual(f().typeName(), name)
+            self.assertEqual(f().ptr, f().ptr)
+
+    def test_handle_holds_one_reference(self):
+        o = object()
+        before = sys.getrefcount(o)
+        h = _Zel.handle(o)
+        self.assertEqual((h.typeName(), h.attributeSingleton(_Zel.typeNode("Zel::PyObjHandle").attr("passedRef"))),
+                         ("Zel::PyObjHandle", False))
+        self.assertEqual(sys.getrefcount(o), before + 1)
+        del h
+        self.assertEqual(sys.getrefcount(o), before)
+
+
+class ProcessWide(unittest.TestCase):
+    def test_external_info_title_and_trace_in_a_child(self):
+        trace = tempfile.NamedTemporaryFile(suffix=".trace")
+        script = ("import _Zel\n_Zel.setexternalinfo('t', 7, 's')\n_Zel.printexternalinfo()\n"
+                  "_Zel.setexternalinfo('u', 0, 'x')\n_Zel.printexternalinfo(1, 2)\n"
+                  "_Zel.setproctitle('zeltitle', 'b', 'c')\nprint(open('/proc/self/comm').read().strip())\n"
+                  "print('%s %s' % (_Zel.traceLineSuppressed(None, 9), _Zel.traceLineSuppressed(None, 10)))\n"
+                  "print(_Zel.trace_h(None, 'file.py', 12, 'fn', 'before\\0after', 3))\n")
+        env = dict(os.environ, ZELTRACE="*/0-9", ZELTRACEFILE=trace.name)
+        rc, out, err = children.python("setting external info and title", script, env=env)
+        self.assertEqual((rc, out.splitlines()), (0, [   # the socket is kept when set to 0
+            "externalProcTitle=t, externallySetSocket=7, externallySetSocketName=s",
+            "externalProcTitle=u, externallySetSocket=7, externallySetSocketName=s", "zeltitle b c", "False True",
+            "None"]), err)
+        self.assertIn("before\0after", open(trace.name).read())
+
+
+class NoLeaks(unittest.TestCase):
+    def test_many_operations_leave_counts_unchanged(self):
+        T = _Zel.typeNode("Demo::Switch")
+        A = T.attr
+        key, value, obj = "k", "v", object()
+        sw = _Zel.newGenericIf(T, ("leaks",))
+
+        def one_round():
+            sw.attributeCollectionIs(A("vlan"), 1, value)
+            sw.attributeCollection(A("vlan"), 1)
+            self.assertRaises(KeyError, sw.attributeCollection, A("intf"), key)
+            sw.attributeCollectionIs(A("intf"), None, (key,))
+            sw.attributeAdd(A("log"), value)
+            sw.attributeRemove(A("log"))
+            sw.attributeCollectionDel(A("intf"), key)
+            drain(sw.attributeIter(A("vlan"), 2))
+            sw.attributeFunction(A("add"), (1, 2))
+            self.assertRaises(IndexError, sw.attributeFunction, A("fail"), ("RangeException", value))
+            _Zel.handle(obj)
+            _Zel.newGenericIf(T, (key,))
+
+        def counts():
+            return [sys.getrefcount(x) for x in (key, value, obj, sw)]   # framework objects: zeltest_runner
+
+        one_round()
+        before = counts()
+        for _ in range(1000):
+            one_round()
+        self.assertEqual(counts(), before)
 
 if __name__ == "__main__":
     unittest.main()

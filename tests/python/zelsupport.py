@@ -1,4 +1,6 @@
 """Small helpers the tests share to drive the framework."""
+import time
+
 import _Zel
 
 
@@ -19,6 +21,13 @@ def raised(fn, *args):
     except BaseException as e:
         return e
     raise AssertionError("nothing raised by %r%r" % (fn, args))
+
+
+def until(done, seconds=10):
+    """Waits (at most `seconds`) until done() is true."""
+    deadline = time.time() + seconds
+    while not done() and time.time() < deadline:
+        time.sleep(0.02)
 
 
 def run_until_quiet(seconds=30.0):

@@ -1,6 +1,6 @@
 // _ZelTestHelper: a test-only extension that reaches the module core's
 // native side from Python: framework throws of every kind, probe entities,
-// null handles, the converters and the lock anchors.
+// value handles, the converters and the lock anchors.
 #include <Python.h>
 
 #include <new>
@@ -80,13 +80,6 @@ PyObject* errStrings(PyObject*, PyObject* exc) {
     return Py_BuildValue("(sss)", parts[0].c_str(), parts[1].c_str(), parts[2].c_str());
 }
 
-PyObject* stopOnQuiesce(PyObject*, PyObject*) {
-    return guarded([] {
-        Zel::PyLockAnchor anchor(Zel::PyLockAnchor::retakeGil);
-        return PyBool_FromLong(Zel::ActivityFacility::activityManagerConfig()->stopOnQuiesce());
-    });
-}
-
 // Records, when destroyed, whether the activity lock was held and the
 // interpreter lock released.
 struct ProbeState {
@@ -120,9 +113,8 @@ PyObject* probeState(PyObject*, PyObject*) {
                          probe.gilReleased ? Py_True : Py_False);
 }
 
-// A null GifPtr, and one holding an int value.
-PyObject* nullGifPtr(PyObject*, PyObject*) { return MakeFwkPyGenericIf(nullptr); }
-
+// A GifPtr holding an int value (a null one: _Zel.nullGenericIf, the same
+// constructor).
 PyObject* intValue(PyObject*, PyObject* args) {
     int v;
     if (!PyArg_ParseTuple(args, "i:intValue", &v)) return nullptr;
@@ -202,8 +194,8 @@ PyObject* printBacktrace(PyObject*, PyObject* args) {
 #define ZEL_FN(NAME, FLAGS) {#NAME, NAME, FLAGS, nullptr}
 PyMethodDef functions[] = {
     ZEL_FN(fail, METH_VARARGS), ZEL_FN(updated, METH_VARARGS), ZEL_FN(typeMismatch, METH_VARARGS),
-    ZEL_FN(errStrings, METH_O), ZEL_FN(stopOnQuiesce, METH_NOARGS), ZEL_FN(entity, METH_VARARGS),
-    ZEL_FN(probeState, METH_NOARGS), ZEL_FN(nullGifPtr, METH_NOARGS), ZEL_FN(intValue, METH_VARARGS),
+    ZEL_FN(errStrings, METH_O), ZEL_FN(entity, METH_VARARGS),
+    ZEL_FN(probeState, METH_NOARGS), ZEL_FN(intValue, METH_VARARGS),
     ZEL_FN(convert, METH_VARARGS), ZEL_FN(rawPtr, METH_VARARGS), ZEL_FN(entityRawPtr, METH_O),
     ZEL_FN(withAnchor, METH_VARARGS), ZEL_FN(withUnlock, METH_O), ZEL_FN(lockState, METH_NOARGS),
     ZEL_FN(tid, METH_NOARGS), ZEL_FN(printBacktrace, METH_VARARGS), {nullptr, nullptr, 0, nullptr},

@@ -121,10 +121,6 @@ TEST_F(Mapping, KeysRecordsAndEnumeratorNames) {
         EXPECT_EQ(DefaultAttributeData(it, text.end()), d) << text;
         EXPECT_EQ(it, text.end());
     }
-    EXPECT_EQ(valueToStrep(a).str(),
-              "Value('Zel::PyGenericIf::DefaultAttributeData', ** {'defaultId': 0, 'defaultType': None, "
-              "'defaultAttr': None, 'usePythonRepr': False, 'defaultAttributeUsedForAccessor': True, 'valid': True, "
-              "'errorMessage': ''})");
     TypeAttributeIdKey k(T("Demo::Color"), 7);
     String8 text = valueToStrep(k), broken("Value('Zel::PyGenericIf::TypeAttributeIdKey', ** {'typeptr': None, 'id': x})");
     String8::IteratorConst it = text.begin();
