@@ -17,6 +17,21 @@ LOST = 'after the command was sent: it may or may not have run\n'
 
 
 class ZelcOperatorTest(children.AgentCase):
+    def runaway(self, *args, **kw):
+        """zelc running the command (the last of `args`) in the background, once `agents` (default 1) agents have
+        begun it: the command first leaves a mark, so a slow start is never taken for a command in progress."""
+        marks = os.path.join(self.dir, 'marks')
+        if not os.path.isdir(marks):
+            os.mkdir(marks)
+        prefix = os.path.join(marks, '%d-' % len(os.listdir(marks)))
+        touch = "open(%r + str(__import__('os').getpid()), 'w').close()" % prefix
+        command = args[-1]
+        zelc = self.background(*args[:-1] + (touch + '\n' + command if '-x' in args else
+                                              '(%s, %s)[1]' % (touch, command),))
+        begun = lambda: sum(m.startswith(os.path.basename(prefix)) for m in os.listdir(marks))
+        until(lambda: begun() >= kw.get('agents', 1) or zelc.poll() is not None, children.SECONDS)
+        return zelc
+
     def test_results_and_commands_of_any_size_once(self):
         self.start('demo.sw1')
         # Sent once however long, and tracebacks of any size: PyClientWholeResult.AnySizeEachCommandSentOnce.
@@ -80,27 +95,25 @@ class ZelcOperatorTest(children.AgentCase):
 
     def test_agents_dying_and_stopping_mid_command(self):
         agent = self.start('demo.sw1')
-        waiting = self.background('-x', 'demo.sw1', 'import time; time.sleep(30)')
-        time.sleep(0.5)
+        waiting = self.runaway('-x', 'demo.sw1', 'import time; time.sleep(30)')
         agent.kill()
         out, err = map(toText, waiting.communicate())
         self.assertEqual((waiting.returncode, out), (2, ''))
         self.assertTrue(err.startswith('zelc: Lost the connection to demo.sw1 (') and err.endswith(LOST), err)
         self.assertEqual(err.count('\n'), 1)
         # Its files are left; the next agent of that name starts all the same.
-        self.assertEqual(sorted(os.listdir(self.dir)), ['demo.sw1', 'demo.sw1.sock'])
+        self.assertEqual(sorted(os.listdir(self.dir)), ['demo.sw1', 'demo.sw1.sock', 'marks'])
         # A loop and a sleep are interrupted; a loop within one call keeps the interpreter from the stop.
         for sig, commands in ((signal.SIGTERM, ['while True: pass', 'import time\ntime.sleep(60)']),
                               (signal.SIGINT, ['sum(iter(int, 1))'])):
             agent = self.start('demo.sw1')
-            runaway = [self.background('-x', 'demo.sw1', cmd) for cmd in commands]
-            time.sleep(0.5)
+            runaway = [self.runaway('-x', 'demo.sw1', cmd) for cmd in commands]
             started = time.time()
             agent.send_signal(sig)
             with children.watched(agent, 'stopping zelagent', 10):
                 self.assertEqual(agent.wait(), 0)
             self.assertLess(time.time() - started, 2.0)
-            self.assertEqual(os.listdir(self.dir), [])
+            self.assertEqual(os.listdir(self.dir), ['marks'])
             for zelc in runaway:
                 out, err = map(toText, zelc.communicate())
                 self.assertEqual((zelc.returncode, out, err.endswith(LOST)), (2, '', True))
@@ -110,8 +123,7 @@ class ZelcOperatorTest(children.AgentCase):
         self.start('demo.sw1')
         self.start('demo.sw2')
         for target, count in (('demo.sw1', 1), ('demo.*', 2)):
-            zelc = self.background('-x', target, 'while True: pass')
-            time.sleep(0.5)
+            zelc = self.runaway('-x', target, 'while True: pass', agents=count)
             started = time.time()
             zelc.send_signal(signal.SIGINT)
             with children.watched(zelc, 'interrupted zelc', 10):
@@ -119,8 +131,7 @@ class ZelcOperatorTest(children.AgentCase):
             self.assertLess(time.time() - started, 5.0)
             self.assertEqual((zelc.returncode, out, err.count(b'KeyboardInterrupt')), (1, b'', count), err)
         # Within one C call the interruption waits; a second Ctrl-C ends zelc as Ctrl-C ends a program.
-        zelc = self.background('demo.sw1', 'sum(iter(int, 1))')
-        time.sleep(0.5)
+        zelc = self.runaway('demo.sw1', 'sum(iter(int, 1))')
         zelc.send_signal(signal.SIGINT)
         time.sleep(0.5)
         self.assertIsNone(zelc.poll())
