@@ -104,10 +104,11 @@ class ZelcOperatorTest(children.AgentCase):
         # Its files are left; the next agent of that name starts all the same.
         self.assertEqual(sorted(os.listdir(self.dir)), ['demo.sw1', 'demo.sw1.sock', 'marks'])
         # A loop and a sleep are interrupted; a loop within one call keeps the interpreter from the stop.
-        for sig, commands in ((signal.SIGTERM, ['while True: pass', 'import time\ntime.sleep(60)']),
-                              (signal.SIGINT, ['sum(iter(int, 1))'])):
+        # (An evaluation, unlike an execution, waits for no other command's output.)
+        for sig, commands in ((signal.SIGTERM, [('-x', 'while True: pass'), ('__import__("time").sleep(60)',)]),
+                              (signal.SIGINT, [('-x', 'sum(iter(int, 1))')])):
             agent = self.start('demo.sw1')
-            runaway = [self.runaway('-x', 'demo.sw1', cmd) for cmd in commands]
+            runaway = [self.runaway(*cmd[:-1] + ('demo.sw1', cmd[-1])) for cmd in commands]
             started = time.time()
             agent.send_signal(sig)
             with children.watched(agent, 'stopping zelagent', 10):
