@@ -200,7 +200,7 @@ int main(int argc, char** argv) {
                                std::chrono::milliseconds(1600));
     Zel::AgentSignals signals;   // before any thread starts
 
-    Py_Initialize();
+    Zel::compat::initializeAs(ZEL_AGENT_PYTHON);
     Zel::compat::initThreads();
     Zel::compat::setArgv(argc, argv);
     addAgentPythonPath();

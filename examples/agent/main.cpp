@@ -87,8 +87,20 @@ int main(int argc, char** argv) {
         return 1;
     }
 
-    Py_InitializeEx(0);   // the signals stay this program's
-#if PY_MAJOR_VERSION < 3
+    // Named as the interpreter ZelPy was built for, Python finds that one's
+    // standard library, not that of whichever python3 is first on PATH.
+    // Its signal handlers are not installed: the signals stay this program's.
+#if PY_MAJOR_VERSION >= 3
+    PyConfig config;
+    PyConfig_InitPythonConfig(&config);
+    config.install_signal_handlers = 0;
+    ::PyStatus status = PyConfig_SetBytesString(&config, &config.program_name, ZELPY_PYTHON);
+    if (!PyStatus_Exception(status)) status = Py_InitializeFromConfig(&config);
+    PyConfig_Clear(&config);
+    if (PyStatus_Exception(status)) Py_ExitStatusException(status);
+#else
+    Py_SetProgramName(const_cast<char*>(ZELPY_PYTHON));
+    Py_InitializeEx(0);
     PyEval_InitThreads();
 #endif
     bool served = run("import sys\nsys.path.append('" ZELPY_SITEDIR "')\nimport PyServer\n"

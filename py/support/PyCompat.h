@@ -295,6 +295,25 @@ inline void checkAsyncExceptionsSoon() {
 
 // Py_Initialize without importing site (3.12 deprecates the global flag;
 // its configuration says the same).
+// Starts the interpreter as the interpreter at `program` starts: its
+// prefix, and so its standard library, found from that path instead of
+// from whichever python3 comes first on PATH, which may be another build
+// of the same version (a private 3.11 beside Debian's). `program` must
+// outlive the interpreter (a literal).
+inline void initializeAs(char const* program) {
+#if PY_MAJOR_VERSION >= 3
+    PyConfig config;
+    PyConfig_InitPythonConfig(&config);
+    ::PyStatus status = PyConfig_SetBytesString(&config, &config.program_name, program);
+    if (!PyStatus_Exception(status)) status = Py_InitializeFromConfig(&config);
+    PyConfig_Clear(&config);
+    if (PyStatus_Exception(status)) Py_ExitStatusException(status);
+#else
+    Py_SetProgramName(const_cast<char*>(program));
+    Py_Initialize();
+#endif
+}
+
 inline void initializeWithoutSite() {
 #if PY_MAJOR_VERSION >= 3
     PyConfig config;
