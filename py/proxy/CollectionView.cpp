@@ -21,7 +21,7 @@ enum Mode : int { keys = 0, values = 1, items = 2 };
 
 PyResult getItem(GilHeld gil, PyObject* self, PyObject* key) {
     ZelAttr const* attr = directAttr(self);
-    PyResult r = attr ? Zel::collectionLookup(gil, viewOf(self)->ptr, attr, key, true, false)
+    PyResult r = attr ? Zel::collectionLookup(gil, viewOf(self)->ptr, attr, key, true, false, kRead)
                       : callOnPtr(gil, self, "attributeCollection", key);
     return wrapped(gil, self, r);
 }
@@ -42,7 +42,7 @@ Zel::PyStatus setItem(GilHeld gil, PyObject* self, PyObject* key, PyObject* valu
 
 PyCount<int> contains(GilHeld gil, PyObject* self, PyObject* key) {
     ZelAttr const* attr = directAttr(self);
-    PyResult r = attr ? Zel::collectionExist(gil, viewOf(self)->ptr, attr, key)
+    PyResult r = attr ? Zel::collectionExist(gil, viewOf(self)->ptr, attr, key, kRead)
                       : callOnPtr(gil, self, "attributeCollectionExist", key);
     if (!r) return PyCount<int>::failed();
     Zel::PyRef held(r.raw());
@@ -52,7 +52,7 @@ PyCount<int> contains(GilHeld gil, PyObject* self, PyObject* key) {
 
 PyCount<Py_ssize_t> length(GilHeld gil, PyObject* self) {
     ZelAttr const* attr = directAttr(self);
-    return lengthOf(gil, attr ? Zel::collectionMembers(gil, viewOf(self)->ptr, attr)
+    return lengthOf(gil, attr ? Zel::collectionMembers(gil, viewOf(self)->ptr, attr, kRead)
                               : callOnPtr(gil, self, "attributeMembers"));
 }
 
@@ -86,7 +86,7 @@ PySequenceMethods sequence = [] {
 
 PyTypeObject ZelProxy_CollectionView_Type = [] {
     PyTypeObject t = Zel::staticType("_ZelProxy.CollectionView", sizeof(View));
-    t.tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE;
+    t.tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE | Zel::compat::kCachedBaseFlags;
     t.tp_dealloc = Zel::entry<deallocView>;
     t.tp_doc = "The native base of Zel.Collection: ptr_ (a _Zel.GifPtr) and attr_ (a keyed collection's _Zel.ZelAttr)";
     t.tp_as_mapping = &mapping;

@@ -32,7 +32,7 @@ PyResult remove(GilHeld gil, PyObject* self, PyObject*) {
 
 PyCount<Py_ssize_t> length(GilHeld gil, PyObject* self) {
     ZelAttr const* attr = directAttr(self);
-    return lengthOf(gil, attr ? Zel::collectionMembers(gil, viewOf(self)->ptr, attr)
+    return lengthOf(gil, attr ? Zel::collectionMembers(gil, viewOf(self)->ptr, attr, kRead)
                               : callOnPtr(gil, self, "attributeMembers"));
 }
 
@@ -54,7 +54,7 @@ PyMappingMethods mapping = [] {
 
 PyTypeObject ZelProxy_QueueView_Type = [] {
     PyTypeObject t = Zel::staticType("_ZelProxy.QueueView", sizeof(View));
-    t.tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE;
+    t.tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE | Zel::compat::kCachedBaseFlags;
     t.tp_dealloc = Zel::entry<deallocView>;
     t.tp_doc = "The native base of Zel.Queue: ptr_ (a _Zel.GifPtr) and attr_ (a queue's _Zel.ZelAttr)";
     t.tp_as_mapping = &mapping;

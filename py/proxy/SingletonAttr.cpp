@@ -50,7 +50,7 @@ PyResult descrGet(GilHeld gil, PyObject* self, PyObject* proxy, PyObject*) {
     }
     PyObject* ptr = gifPtrOf(d, proxy);
     if (!ptr) return PyResult::failed();
-    PyResult r = Zel::singletonGet(gil, ptr, zelAttr(d), true);
+    PyResult r = Zel::singletonGet(gil, ptr, zelAttr(d), true, Zel::ReadLock::tryFirst);
     if (!r || Py_TYPE(r.raw()) != &FwkPyGenericIf_Type) return r;
     // Called once the activity lock is let go: wrap is Python code.
     Zel::PyRef handle(r.raw());

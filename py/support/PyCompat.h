@@ -262,6 +262,18 @@ inline constexpr unsigned long kIteratorFlags = 0;
 inline constexpr unsigned long kIteratorFlags = Py_TPFLAGS_HAVE_ITER;
 #endif
 
+// Type flags of a base type that Python classes derive from. 2.7 keeps
+// its method cache (looking names up along the class's bases once per
+// change of a class, not once per use) only for classes whose every base
+// carries the version tag, which it leaves off extension types by default;
+// 3 sets it on all. Static types never change, so the tag is always
+// valid.
+#if PY_MAJOR_VERSION >= 3
+inline constexpr unsigned long kCachedBaseFlags = 0;
+#else
+inline constexpr unsigned long kCachedBaseFlags = Py_TPFLAGS_HAVE_VERSION_TAG;
+#endif
+
 inline void setRefCount(PyObject* o, Py_ssize_t n) {
 #if PY_VERSION_HEX >= 0x03090000
     Py_SET_REFCNT(o, n);

@@ -1,8 +1,11 @@
-"""The activity lock from Python threads, the anchors' protocol, and thread-safe pointers and SIGINT."""
+"""The activity lock from Python threads, the anchors' protocol, the Zel package's reads under each state of
+the lock, and thread-safe pointers and SIGINT."""
 import threading
 import time
 import unittest
 
+import Zel
+import ZelDemo  # noqa: F401  (registers the Demo types)
 import _Zel
 import _ZelTestHelper as helper
 import children
@@ -88,6 +91,42 @@ class Anchors(unittest.TestCase):
         self.assertEqual(owners, [0])
         # The enclosing anchor unlocked the lock it had taken.
         self.assertEqual(_Zel.activityLockOwner(), 0)
+
+
+class PackageReads(unittest.TestCase):
+    def test_reads_take_a_free_lock_nest_in_a_held_one_and_wait_without_the_interpreter_lock(self):
+        sw, a = Zel.new("Demo::Switch", "package-reads"), Zel.new("Demo::AllTypes", "package-reads")
+        sw.vlan[1] = "one"
+        a.i32 = 7
+        expected = ("one", True, 1, 0, 7)
+
+        def reads():
+            return sw.vlan[1], 1 in sw.vlan, len(sw.vlan), len(sw.log), a.i32
+        me = helper.tid()
+        self.assertEqual((reads(), helper.lockState()), (expected, (0, True)))
+        seen = []
+        helper.withAnchor(UNRELEASABLE | LOCK, lambda: seen.append((reads(), helper.lockState())))
+        self.assertEqual(seen, [(expected, (me, False))])
+        # Held by another thread: the reader waits without the interpreter
+        # lock (or this thread could not run on to let the holder go).
+        held, release, got = threading.Event(), threading.Event(), []
+
+        def holder():
+            _Zel.acquireActivityLock()
+            held.set()
+            release.wait(5)
+            _Zel.releaseActivityLock()
+        threads = [threading.Thread(target=holder), threading.Thread(target=lambda: got.append(reads()))]
+        threads[0].start()
+        held.wait(5)
+        threads[1].start()
+        deadline = time.time() + 0.3
+        while time.time() < deadline:
+            self.assertEqual(got, [])
+        release.set()
+        for t in threads:
+            t.join(5)
+        self.assertEqual((got, helper.lockState()), ([expected], (0, True)))
 
 
 # A converter waits for another thread's activity lock, until thread-safe

@@ -44,6 +44,13 @@ bool Lock::lock() {
     throw ErrnoException(rc, "Failed to grab lock");
 }
 
+bool Lock::tryLock() {
+    int rc = pthread_mutex_trylock(&mutex_);
+    if (rc == 0) return true;
+    if (rc == EBUSY) return false;
+    throw ErrnoException(rc, "Failed to grab lock");
+}
+
 void Lock::unlock() {
     int rc = pthread_mutex_unlock(&mutex_);
     if (rc != 0) throw ErrnoException(rc, "Failed to release the lock");

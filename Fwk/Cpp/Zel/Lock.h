@@ -21,6 +21,9 @@ public:
     // True when locked now; false when this thread already held it.
     // Other errors throw ErrnoException "Failed to grab lock".
     bool lock();
+    // True when locked now, without waiting; false when another thread
+    // (or this one) holds it. Other errors throw as lock() does.
+    bool tryLock();
     // Errors throw ErrnoException "Failed to release the lock".
     void unlock();
     // Kernel thread id of the owner, 0 when unowned. Any thread may ask

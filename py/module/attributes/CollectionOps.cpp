@@ -39,7 +39,7 @@ PyResult raiseKeyError(AttributePhase& phase, PyObject* key) {
 // left behind, when the key does not convert or the attribute has no
 // direct path; the general path then does (and refuses) it all.
 bool lookupBuiltin(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* key, bool valueLookup,
-                   PyResult& result) {
+                   Zel::ReadLock lock, PyResult& result) {
     Zel::ZelType const* memberType = attr->memberType();
     if (!memberType || !memberType->isBuiltinType()) return false;
     // A direct value look-up refuses a missing key its own way: leave
@@ -52,7 +52,7 @@ bool lookupBuiltin(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* k
             return false;
         }
         bool direct = true;
-        result = EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
+        result = EntryPoint::run(gil, Attribute{attr, "", lock == Zel::ReadLock::tryFirst}, [&](AttributePhase& phase) {
             phase.stageIs(keyErrorWhenMissing ? "iterkey : " : "error in accessor : ");
             void const* member = nullptr;
             if (!attr->genericIfLookupNative(gifOf(self), &k, member) || (!member && !keyErrorWhenMissing)) {
@@ -84,10 +84,10 @@ PyResult lookup(GilHeld gil, PyObject* self, PyObject* args, bool useDefault, bo
 } // namespace
 
 PyResult Zel::collectionLookup(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* key, bool useDefault,
-                               bool valueLookup) {
+                               bool valueLookup, ReadLock lock) {
     PyResult result = PyResult::failed();
-    if (lookupBuiltin(gil, self, attr, key, valueLookup, result)) return result;
-    return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
+    if (lookupBuiltin(gil, self, attr, key, valueLookup, lock, result)) return result;
+    return EntryPoint::run(gil, Attribute{attr, "", lock == ReadLock::tryFirst}, [&](AttributePhase& phase) {
         bool ok = false;
         Ptr<GenericIf const> const k = convertKey(phase, attr, key, ok);
         if (!ok) return PyResult::failed();
@@ -146,8 +146,8 @@ static PyResult attributeCollectionExist(GilHeld gil, PyObject* self, PyObject* 
     return Zel::collectionExist(gil, self, attr, key);
 }
 
-PyResult Zel::collectionExist(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* key) {
-    return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
+PyResult Zel::collectionExist(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* key, ReadLock lock) {
+    return EntryPoint::run(gil, Attribute{attr, "", lock == ReadLock::tryFirst}, [&](AttributePhase& phase) {
         bool ok = false;
         Ptr<GenericIf const> const k = convertKey(phase, attr, key, ok);
         if (!ok) return PyResult::failed();
@@ -270,8 +270,8 @@ static PyResult attributeMembers(GilHeld gil, PyObject* self, PyObject* args) {
     return Zel::collectionMembers(gil, self, attr);
 }
 
-PyResult Zel::collectionMembers(GilHeld gil, PyObject* self, ZelAttr const* attr) {
-    return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
+PyResult Zel::collectionMembers(GilHeld gil, PyObject* self, ZelAttr const* attr, ReadLock lock) {
+    return EntryPoint::run(gil, Attribute{attr, "", lock == ReadLock::tryFirst}, [&](AttributePhase& phase) {
         phase.stageIs("error in members : ");
         uint64_t const count = attr->genericIfMembers(gifOf(self));
         return phase.finish([&](GilHeld held) { return PyResult::of(held, PyLong_FromUnsignedLong(count)); });

@@ -46,8 +46,8 @@ PyResult get(GilHeld gil, PyObject* self, PyObject* args, bool useDefault) {
 
 } // namespace
 
-PyResult Zel::singletonGet(GilHeld gil, PyObject* self, ZelAttr const* attr, bool useDefault) {
-    return EntryPoint::run(gil, Attribute{attr}, [&](AttributePhase& phase) {
+PyResult Zel::singletonGet(GilHeld gil, PyObject* self, ZelAttr const* attr, bool useDefault, ReadLock lock) {
+    return EntryPoint::run(gil, Attribute{attr, "", lock == ReadLock::tryFirst}, [&](AttributePhase& phase) {
         phase.stageIs("error in accessor : ");
         // A builtin is read straight into a C++ value: no GenericIf.
         PyResult result = PyResult::failed();

@@ -104,7 +104,14 @@ PyResult attrObject(GilHeld gil, ZelAttr const* attr);
 // attributeSingletonIs and attributeSingletonDel of the GifPtr `self`,
 // with their arguments already parsed: the bodies of those methods and of
 // _ZelProxy's descriptors, run inside their entry points.
-PyResult singletonGet(GilHeld gil, PyObject* self, ZelAttr const* attr, bool useDefault);
+//
+// How a read takes the activity lock: `full`, the interpreter lock given up
+// first (every _Zel method); `tryFirst`, a try with the interpreter lock
+// kept, the full protocol only when that finds the lock held (the Zel
+// package's descriptors and views: see Attribute in Frames.h).
+enum class ReadLock : bool { full, tryFirst };
+PyResult singletonGet(GilHeld gil, PyObject* self, ZelAttr const* attr, bool useDefault,
+                      ReadLock lock = ReadLock::full);
 PyResult singletonSet(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* value);
 PyResult singletonDel(GilHeld gil, PyObject* self, ZelAttr const* attr);
 
@@ -113,11 +120,12 @@ PyResult singletonDel(GilHeld gil, PyObject* self, ZelAttr const* attr);
 // ...Is, ...Del, attributeMembers, attributeAdd and attributeRemove, the
 // bodies of those methods and of _ZelProxy's views.
 PyResult collectionLookup(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* key, bool useDefault,
-                          bool valueLookup);
-PyResult collectionExist(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* key);
+                          bool valueLookup, ReadLock lock = ReadLock::full);
+PyResult collectionExist(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* key,
+                         ReadLock lock = ReadLock::full);
 PyResult collectionSet(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* key, PyObject* value);
 PyResult collectionDel(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* key);
-PyResult collectionMembers(GilHeld gil, PyObject* self, ZelAttr const* attr);
+PyResult collectionMembers(GilHeld gil, PyObject* self, ZelAttr const* attr, ReadLock lock = ReadLock::full);
 PyResult collectionAdd(GilHeld gil, PyObject* self, ZelAttr const* attr, PyObject* value);
 PyResult collectionRemove(GilHeld gil, PyObject* self, ZelAttr const* attr);
 

@@ -47,6 +47,7 @@ TEST(ActivityLock, ErrorCheckingOwnerAndReleasableFlag) {
     EXPECT_TRUE(l.lock());
     EXPECT_EQ(l.owner(), currentTid());
     EXPECT_FALSE(l.lock()) << "re-locking from the owner reports EDEADLK, not a second lock";
+    EXPECT_FALSE(l.tryLock()) << "a try on a held lock, even by its owner, takes nothing";
     l.releasableIs(false);
     EXPECT_FALSE(l.releasable());
     l.releasableIs(true);
@@ -59,6 +60,11 @@ TEST(ActivityLock, ErrorCheckingOwnerAndReleasableFlag) {
 #endif
     std::thread other([&] { EXPECT_TRUE(l.lock()); EXPECT_NE(l.owner(), 0); l.unlock(); });
     other.join();
+    EXPECT_TRUE(l.tryLock());
+    EXPECT_EQ(l.owner(), currentTid());
+    std::thread refused([&] { EXPECT_FALSE(l.tryLock()) << "held by another thread: no wait, no lock"; });
+    refused.join();
+    l.unlock();
     EXPECT_EQ(ActivityImplFacility::activityManagerSm()->activityLock(), ActivityLockAnchor::lock());
 }
 
